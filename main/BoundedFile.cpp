@@ -1,0 +1,119 @@
+#include "BoundedFile.h"
+
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace marigold {
+
+namespace {
+
+// POSIX calls the member st_mtim; macOS calls it st_mtimespec.
+template <class Status>
+const timespec& modificationTime(const Status& status) noexcept {
+  if constexpr (requires { status.st_mtimespec; }) {
+    return status.st_mtimespec;
+  } else {
+    return status.st_mtim;
+  }
+}
+
+}  // namespace
+
+Date modificationDate(const struct stat& status) noexcept {
+  const timespec& time = modificationTime(status);
+  return dateFromEpoch(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9);
+}
+
+std::expected<BoundedFile, FileFailure> BoundedFile::open(const std::string& path) {
+  // O_NONBLOCK: a FIFO without a writer must not hang the open. O_NOCTTY: nor a terminal adopt us.
+  const int descriptor =
+      ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (descriptor < 0) {
+    switch (errno) {
+      case ENOENT:
+      case ENOTDIR:
+        return std::unexpected(FileFailure::missing);
+      case ELOOP:  // a link
+      case ENXIO:  // a socket, or a device without a driver
+      case ENODEV:
+        return std::unexpected(FileFailure::notRegular);
+      default:
+        return std::unexpected(FileFailure::unreadable);
+    }
+  }
+  struct stat status = {};
+  if (::fstat(descriptor, &status) != 0) {
+    ::close(descriptor);
+    return std::unexpected(FileFailure::unreadable);
+  }
+  if (!S_ISREG(status.st_mode)) {
+    ::close(descriptor);
+    return std::unexpected(FileFailure::notRegular);
+  }
+  return BoundedFile(descriptor, status);
+}
+
+BoundedFile::BoundedFile(int descriptor, const struct stat& status) noexcept
+    : descriptor_(descriptor), size_(status.st_size), modified_(modificationDate(status)) {}
+
+BoundedFile::BoundedFile(BoundedFile&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)),
+      size_(other.size_),
+      modified_(other.modified_) {}
+
+BoundedFile& BoundedFile::operator=(BoundedFile&& other) noexcept {
+  std::swap(descriptor_, other.descriptor_);
+  size_ = other.size_;
+  modified_ = other.modified_;
+  return *this;
+}
+
+BoundedFile::~BoundedFile() {
+  if (descriptor_ >= 0) {
+    ::close(descriptor_);
+  }
+}
+
+std::expected<std::size_t, FileFailure> BoundedFile::readAt(std::int64_t offset,
+                                                            std::span<char> into) const {
+  std::size_t done = 0;
+  while (done < into.size()) {
+    const auto rest = into.subspan(done);
+    const ssize_t count = ::pread(descriptor_, rest.data(), rest.size(),
+                                  static_cast<off_t>(offset + static_cast<std::int64_t>(done)));
+    if (count < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return std::unexpected(FileFailure::unreadable);
+    }
+    if (count == 0) {
+      break;
+    }
+    done += static_cast<std::size_t>(count);
+  }
+  return done;
+}
+
+std::expected<std::string, FileFailure> readWholeFile(const std::string& path, std::size_t limit) {
+  const auto file = BoundedFile::open(path);
+  if (!file) {
+    return std::unexpected(file.error());
+  }
+  if (file->size() > static_cast<std::int64_t>(limit)) {
+    return std::unexpected(FileFailure::tooLarge);
+  }
+  std::string content(static_cast<std::size_t>(file->size()), '\0');
+  const auto count = file->readAt(0, content);
+  if (!count) {
+    return std::unexpected(count.error());
+  }
+  content.resize(*count);
+  return content;
+}
+
+}  // namespace marigold

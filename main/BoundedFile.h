@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <expected>
+#include <span>
+#include <string>
+
+#include "Time.h"
+
+struct stat;
+
+namespace marigold {
+
+/// Why a file could not be read.
+enum class FileFailure : std::uint8_t {
+  missing,     ///< nothing at the path
+  notRegular,  ///< a link, directory, FIFO, socket or device
+  tooLarge,    ///< larger than the caller allows
+  unreadable,  ///< no permission, or the system reported an error
+};
+
+/// The modification time in a `stat` result.
+[[nodiscard]] Date modificationDate(const struct stat& status) noexcept;
+
+/// A regular file opened for reading: never through a link in its last component, never blocking,
+/// and checked after it was opened, so that the path is trusted only once.
+class BoundedFile {
+ public:
+  [[nodiscard]] static std::expected<BoundedFile, FileFailure> open(const std::string& path);
+
+  BoundedFile(BoundedFile&& other) noexcept;
+  BoundedFile& operator=(BoundedFile&& other) noexcept;
+  BoundedFile(const BoundedFile&) = delete;
+  BoundedFile& operator=(const BoundedFile&) = delete;
+  ~BoundedFile();
+
+  /// Bytes, when it was opened.
+  [[nodiscard]] std::int64_t size() const noexcept { return size_; }
+  /// Modification time, when it was opened.
+  [[nodiscard]] Date modified() const noexcept { return modified_; }
+
+  /// Reads up to `into.size()` bytes from `offset`; fewer only at the end of the file. Gives the
+  /// number of bytes read.
+  [[nodiscard]] std::expected<std::size_t, FileFailure> readAt(std::int64_t offset,
+                                                               std::span<char> into) const;
+
+ private:
+  BoundedFile(int descriptor, const struct stat& status) noexcept;
+
+  int descriptor_;
+  std::int64_t size_;
+  Date modified_;
+};
+
+/// The whole content of the regular file at `path`, which holds at most `limit` bytes.
+[[nodiscard]] std::expected<std::string, FileFailure> readWholeFile(const std::string& path,
+                                                                    std::size_t limit);
+
+}  // namespace marigold

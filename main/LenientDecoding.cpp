@@ -1,0 +1,358 @@
+#include "LenientDecoding.h"
+
+#include <charconv>
+#include <cmath>
+#include <utility>
+
+#include <fast_float/fast_float.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/reader.h>
+
+namespace marigold {
+
+// The document as a flat list of nodes in document order. A container's items follow it up to
+// `end`, so neither building, walking nor freeing hostile nesting needs recursion.
+struct JsonTree {
+  enum class Kind : std::uint8_t { null, flag, number, text, array, object };
+  struct Span {
+    std::size_t offset = 0;
+    std::size_t length = 0;
+  };
+  struct Node {
+    Kind kind = Kind::null;
+    bool flag = false;
+    Span key;   // of an object's member
+    Span text;  // of a text; of a number, which stays text until it is asked for
+    std::size_t end = 0;
+  };
+
+  std::vector<Node> nodes;
+  std::string characters;
+
+  [[nodiscard]] std::string_view view(Span span) const {
+    return std::string_view(characters).substr(span.offset, span.length);
+  }
+};
+
+namespace {
+
+using Kind = JsonTree::Kind;
+
+// Receives the reader's events. The member names are the JSON library's.
+class TreeBuilder {
+ public:
+  explicit TreeBuilder(JsonTree& tree) : tree_(tree) {}
+
+  bool Null() { return add({}); }
+  bool Bool(bool value) { return add({.kind = Kind::flag, .flag = value}); }
+  bool RawNumber(const char* text, rapidjson::SizeType length, bool /*copy*/) {
+    return add({.kind = Kind::number, .text = keep(text, length)});
+  }
+  bool String(const char* text, rapidjson::SizeType length, bool /*copy*/) {
+    return add({.kind = Kind::text, .text = keep(text, length)});
+  }
+  bool Key(const char* text, rapidjson::SizeType length, bool /*copy*/) {
+    key_ = keep(text, length);
+    return true;
+  }
+  bool StartObject() { return open(Kind::object); }
+  bool EndObject(rapidjson::SizeType /*members*/) { return close(); }
+  bool StartArray() { return open(Kind::array); }
+  bool EndArray(rapidjson::SizeType /*items*/) { return close(); }
+
+  // Never called: numbers are kept as text.
+  static bool Int(int /*value*/) { return false; }
+  static bool Uint(unsigned /*value*/) { return false; }
+  static bool Int64(std::int64_t /*value*/) { return false; }
+  static bool Uint64(std::uint64_t /*value*/) { return false; }
+  static bool Double(double /*value*/) { return false; }
+
+ private:
+  JsonTree::Span keep(const char* text, std::size_t length) {
+    const JsonTree::Span span{.offset = tree_.characters.size(), .length = length};
+    tree_.characters.append(text, length);
+    return span;
+  }
+  bool add(JsonTree::Node node) {
+    node.key = std::exchange(key_, {});
+    node.end = tree_.nodes.size() + 1;
+    tree_.nodes.push_back(node);
+    return true;
+  }
+  bool open(Kind kind) {
+    open_.push_back(tree_.nodes.size());
+    return add({.kind = kind});
+  }
+  bool close() {
+    tree_.nodes[open_.back()].end = tree_.nodes.size();
+    open_.pop_back();
+    return true;
+  }
+
+  JsonTree& tree_;
+  JsonTree::Span key_;
+  std::vector<std::size_t> open_;
+};
+
+// Digits only, since a JSON number that looks whole must not lose precision through a float.
+std::optional<std::int64_t> wholeDigits(std::string_view text) {
+  std::int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+// Reads a fixed-width decimal field of an ISO date.
+std::optional<unsigned> digits(std::string_view text, std::size_t at, std::size_t count) {
+  if (at + count > text.size()) {
+    return std::nullopt;
+  }
+  unsigned value = 0;
+  for (const char c : text.substr(at, count)) {
+    if (c < '0' || c > '9') {
+      return std::nullopt;
+    }
+    value = value * 10 + static_cast<unsigned>(c - '0');
+  }
+  return value;
+}
+
+// "Z", or "+hh:mm" and "-hh:mm", as seconds east of UTC.
+std::optional<double> zoneOffset(std::string_view text) {
+  if (text == "Z") {
+    return 0.0;
+  }
+  if (text.size() != 6 || (text[0] != '+' && text[0] != '-') || text[3] != ':') {
+    return std::nullopt;
+  }
+  const auto hours = digits(text, 1, 2);
+  const auto minutes = digits(text, 4, 2);
+  if (!hours || !minutes || *hours > 23 || *minutes > 59) {
+    return std::nullopt;
+  }
+  const double seconds = *hours * 3600.0 + *minutes * 60.0;
+  return text[0] == '-' ? -seconds : seconds;
+}
+
+// "yyyy-mm-ddThh:mm:ss" at the start of `text`, as if in UTC.
+std::optional<Date> dateTime(std::string_view text) {
+  constexpr std::string_view form = "0000-00-00T00:00:00";
+  if (text.size() < form.size()) {
+    return std::nullopt;
+  }
+  for (std::size_t i = 0; i < form.size(); ++i) {
+    if (form[i] != '0' && text[i] != form[i]) {
+      return std::nullopt;
+    }
+  }
+  const auto year = digits(text, 0, 4);
+  const auto month = digits(text, 5, 2);
+  const auto day = digits(text, 8, 2);
+  const auto hour = digits(text, 11, 2);
+  const auto minute = digits(text, 14, 2);
+  const auto second = digits(text, 17, 2);
+  if (!year || !month || !day || !hour || !minute || !second) {
+    return std::nullopt;
+  }
+  const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(*year)),
+                                         std::chrono::month(*month), std::chrono::day(*day)};
+  if (!date.ok() || *hour > 23 || *minute > 59 || *second > 59) {
+    return std::nullopt;
+  }
+  return Date{std::chrono::sys_days(date)} + Seconds{*hour * 3600.0 + *minute * 60.0 + *second};
+}
+
+constexpr std::size_t dateTimeLength = 19;
+
+}  // namespace
+
+JsonValue JsonValue::operator[](std::string_view key) const {
+  if (!object()) {
+    return {};
+  }
+  const auto& nodes = tree_->nodes;
+  for (std::size_t member = node_ + 1; member < nodes[node_].end; member = nodes[member].end) {
+    if (tree_->view(nodes[member].key) == key) {
+      return {*tree_, member};
+    }
+  }
+  return {};
+}
+
+bool JsonValue::isNull() const {
+  return tree_ != nullptr && tree_->nodes[node_].kind == Kind::null;
+}
+
+std::optional<std::string> JsonValue::text() const {
+  if (tree_ == nullptr || tree_->nodes[node_].kind != Kind::text) {
+    return std::nullopt;
+  }
+  return std::string(tree_->view(tree_->nodes[node_].text));
+}
+
+std::optional<double> JsonValue::number() const {
+  if (tree_ == nullptr || tree_->nodes[node_].kind != Kind::number) {
+    return std::nullopt;
+  }
+  const auto value = decimalNumber(tree_->view(tree_->nodes[node_].text));
+  return value && std::isfinite(*value) ? value : std::nullopt;
+}
+
+std::optional<std::int64_t> JsonValue::wholeNumber() const {
+  const auto value = number();
+  if (!value) {
+    return std::nullopt;
+  }
+  if (const auto whole = wholeDigits(tree_->view(tree_->nodes[node_].text))) {
+    return whole;
+  }
+  // 2^63 as a float is the first value beyond the range; below it every whole float converts.
+  if (std::trunc(*value) != *value || *value < -0x1p63 || *value >= 0x1p63) {
+    return std::nullopt;
+  }
+  return static_cast<std::int64_t>(*value);
+}
+
+std::optional<bool> JsonValue::flag() const {
+  if (tree_ == nullptr || tree_->nodes[node_].kind != Kind::flag) {
+    return std::nullopt;
+  }
+  return tree_->nodes[node_].flag;
+}
+
+std::optional<JsonValue> JsonValue::object() const {
+  if (tree_ == nullptr || tree_->nodes[node_].kind != Kind::object) {
+    return std::nullopt;
+  }
+  return *this;
+}
+
+std::optional<std::vector<JsonValue>> JsonValue::list() const {
+  if (tree_ == nullptr || tree_->nodes[node_].kind != Kind::array) {
+    return std::nullopt;
+  }
+  const auto& nodes = tree_->nodes;
+  std::vector<JsonValue> items;
+  for (std::size_t item = node_ + 1; item < nodes[node_].end; item = nodes[item].end) {
+    items.emplace_back(*tree_, item);
+  }
+  return items;
+}
+
+std::optional<Date> JsonValue::date() const {
+  return ISODate::parse(text());
+}
+
+std::optional<JsonDocument> JsonDocument::parseObject(std::string_view text) {
+  // The reader takes a NUL byte for the end of its input; JSON has none.
+  if (text.find('\0') != std::string_view::npos) {
+    return std::nullopt;
+  }
+  constexpr unsigned flags = rapidjson::kParseNumbersAsStringsFlag |
+                             rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
+  auto tree = std::make_unique<JsonTree>();
+  TreeBuilder builder(*tree);
+  rapidjson::MemoryStream bytes(text.data(), text.size());
+  rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
+  rapidjson::Reader reader;
+  if (reader.Parse<flags>(stream, builder).IsError() || tree->nodes.front().kind != Kind::object) {
+    return std::nullopt;
+  }
+  return JsonDocument(std::move(tree));
+}
+
+JsonDocument::JsonDocument(std::unique_ptr<JsonTree> tree) : tree_(std::move(tree)) {}
+JsonDocument::JsonDocument(JsonDocument&&) noexcept = default;
+JsonDocument& JsonDocument::operator=(JsonDocument&&) noexcept = default;
+JsonDocument::~JsonDocument() = default;
+
+JsonValue JsonDocument::root() const {
+  return {*tree_, 0};
+}
+
+std::optional<Date> ISODate::withFrac(std::string_view text) {
+  const auto whole = dateTime(text);
+  if (!whole || text.size() <= dateTimeLength || text[dateTimeLength] != '.') {
+    return std::nullopt;
+  }
+  const std::string_view rest = text.substr(dateTimeLength + 1);
+  const std::size_t count = std::min(rest.find_first_not_of("0123456789"), rest.size());
+  const auto offset = zoneOffset(rest.substr(count));
+  const auto fraction = decimalNumber("0." + std::string(rest.substr(0, count)));
+  if (count == 0 || !offset || !fraction) {
+    return std::nullopt;
+  }
+  return *whole + Seconds{*fraction} - Seconds{*offset};
+}
+
+std::optional<Date> ISODate::plain(std::string_view text) {
+  const auto whole = dateTime(text);
+  if (!whole) {
+    return std::nullopt;
+  }
+  const auto offset = zoneOffset(text.substr(dateTimeLength));
+  if (!offset) {
+    return std::nullopt;
+  }
+  return *whole - Seconds{*offset};
+}
+
+std::optional<Date> ISODate::parse(std::optional<std::string_view> text) {
+  if (!text || text->empty()) {
+    return std::nullopt;
+  }
+  if (const auto date = withFrac(*text)) {
+    return date;
+  }
+  return plain(*text);
+}
+
+std::optional<double> decimalNumber(std::string_view text) {
+  if (text.starts_with('+') && !text.starts_with("+-")) {
+    text.remove_prefix(1);
+  }
+  double value = 0;
+  const auto [end, error] = fast_float::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+std::optional<double> numberOrText(JsonValue value) {
+  if (const auto number = value.number()) {
+    return number;
+  }
+  if (const auto text = value.text()) {
+    return decimalNumber(*text);
+  }
+  return std::nullopt;
+}
+
+bool sentNonNull(std::string_view key, JsonValue container) {
+  const JsonValue value = container[key];
+  return !value.isAbsent() && !value.isNull();
+}
+
+std::optional<double> sanitizePercent(std::optional<double> value) {
+  if (!value || !std::isfinite(*value) || *value > 101 || *value < -1) {
+    return std::nullopt;
+  }
+  // Written so that -0.0 becomes 0.
+  return *value <= 0 ? 0 : std::min(*value, 100.0);
+}
+
+std::optional<double> decodePercent(std::string_view key, JsonValue container) {
+  return sanitizePercent(numberOrText(container[key]));
+}
+
+std::optional<std::int64_t> plausibleWindowMinutes(std::optional<std::int64_t> minutes) {
+  if (!minutes || *minutes < 1 || *minutes > longestWindowMinutes) {
+    return std::nullopt;
+  }
+  return minutes;
+}
+
+}  // namespace marigold

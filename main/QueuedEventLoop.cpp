@@ -1,0 +1,85 @@
+#include "QueuedEventLoop.h"
+
+#include <utility>
+
+namespace marigold {
+
+void QueuedEventLoop::post(Work work) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (closed_) {
+      return;
+    }
+    queue_.push_back(std::move(work));
+  }
+  wake();
+}
+
+Timer QueuedEventLoop::callAt(Instant when, Work work) {
+  auto pending = std::make_shared<Work>(std::move(work));
+  timers_.emplace(when, pending);
+  return Timer(std::move(pending));
+}
+
+void QueuedEventLoop::close() {
+  std::deque<Work> dropped;  // destroyed outside the lock: what it owns may post
+  {
+    const std::lock_guard lock(mutex_);
+    closed_ = true;
+    dropped.swap(queue_);
+  }
+  timers_.clear();
+}
+
+void QueuedEventLoop::runReady() {
+  promoteDueTimers();
+  for (std::size_t left = readyCount(); left > 0 && runOne(0); --left) {
+  }
+}
+
+void QueuedEventLoop::promoteDueTimers() {
+  const Instant at = now();
+  while (!timers_.empty() && timers_.begin()->first <= at) {
+    std::weak_ptr<Work> pending = std::move(timers_.begin()->second);
+    timers_.erase(timers_.begin());
+    const std::lock_guard lock(mutex_);
+    // Still weak: the timer may be cancelled by work that runs before it in this turn.
+    queue_.emplace_back([pending = std::move(pending)] {
+      if (const auto work = pending.lock()) {
+        (*work)();
+      }
+    });
+  }
+}
+
+std::size_t QueuedEventLoop::readyCount() const {
+  const std::lock_guard lock(mutex_);
+  return queue_.size();
+}
+
+bool QueuedEventLoop::runOne(std::size_t index) {
+  Work work;
+  {
+    const std::lock_guard lock(mutex_);
+    if (index >= queue_.size()) {
+      return false;
+    }
+    const auto at = queue_.begin() + static_cast<std::ptrdiff_t>(index);
+    work = std::move(*at);
+    queue_.erase(at);
+  }
+  work();
+  return true;
+}
+
+std::optional<Instant> QueuedEventLoop::nextDeadline() {
+  while (!timers_.empty() && timers_.begin()->second.expired()) {
+    timers_.erase(timers_.begin());
+  }
+  if (timers_.empty()) {
+    return std::nullopt;
+  }
+  return timers_.begin()->first;
+}
+
+}  // namespace marigold

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "EventLoop.h"
+
+namespace marigold {
+
+/// The queue, the timers and the closing of an event loop, written once. A desktop adds the clocks,
+/// a way to be woken and a thread that calls `runReady`.
+class QueuedEventLoop : public EventLoop {
+ public:
+  void post(Work work) final;
+  [[nodiscard]] Timer callAt(Instant when, Work work) final;
+
+  /// Drops all waiting work and timers; everything posted later is dropped too.
+  void close();
+
+ protected:
+  /// Called after work was queued, from any thread: the loop must turn soon.
+  virtual void wake() = 0;
+
+  /// Runs what is ready now: due timers and the work queued before this turn. Work queued meanwhile
+  /// waits for the next turn.
+  void runReady();
+
+  /// Moves due timers to the queue, in the order of their times.
+  void promoteDueTimers();
+  [[nodiscard]] std::size_t readyCount() const;
+  /// Runs the queued piece of work at `index`; false when there is none.
+  bool runOne(std::size_t index);
+
+  /// When the next timer is due; forgets cancelled ones.
+  [[nodiscard]] std::optional<Instant> nextDeadline();
+
+ private:
+  mutable std::mutex mutex_;  // guards queue_ and closed_
+  std::deque<Work> queue_;
+  bool closed_ = false;
+  std::multimap<Instant, std::weak_ptr<Work>> timers_;  // the loop's thread only
+};
+
+}  // namespace marigold

@@ -1,0 +1,17 @@
+#include "Surroundings.h"
+
+namespace marigold {
+
+std::string Surroundings::variable(std::string_view name) const {
+  const auto found = environment.find(name);
+  return found == environment.end() ? std::string() : found->second;
+}
+
+std::string Surroundings::expandingTilde(std::string_view path) const {
+  if (path == "~" || path.starts_with("~/")) {
+    return home + std::string(path.substr(1));
+  }
+  return std::string(path);
+}
+
+}  // namespace marigold

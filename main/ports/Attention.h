@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace marigold {
+
+/// Moments at which the user is likely to look, or time has moved by itself.
+enum class AttentionEvent : std::uint8_t { wake, screenWake, spaceChange, clockChange };
+
+/// A registration with `Attention`. Destroying it ends the calls.
+class AttentionObserver {
+ public:
+  AttentionObserver() = default;
+  AttentionObserver(const AttentionObserver&) = delete;
+  AttentionObserver& operator=(const AttentionObserver&) = delete;
+  AttentionObserver(AttentionObserver&&) = delete;
+  AttentionObserver& operator=(AttentionObserver&&) = delete;
+  virtual ~AttentionObserver() = default;
+};
+
+/// The desktop's notifications of such moments.
+class Attention {
+ public:
+  Attention() = default;
+  Attention(const Attention&) = delete;
+  Attention& operator=(const Attention&) = delete;
+  Attention(Attention&&) = delete;
+  Attention& operator=(Attention&&) = delete;
+  virtual ~Attention() = default;
+
+  /// Calls `callback` on the main loop's thread at each `event` while the result lives. Null when
+  /// this desktop cannot tell.
+  [[nodiscard]] virtual std::unique_ptr<AttentionObserver> observe(
+      AttentionEvent event, std::function<void()> callback) = 0;
+};
+
+}  // namespace marigold

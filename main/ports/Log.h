@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string_view>
+
+namespace marigold {
+
+/// The system's log, where messages about the application's own life go. Never given a secret.
+class Log {
+ public:
+  Log() = default;
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+  Log(Log&&) = delete;
+  Log& operator=(Log&&) = delete;
+  virtual ~Log() = default;
+
+  /// One line at default level. Callable from any thread.
+  virtual void note(std::string_view line) = 0;
+  /// One line at error level. Callable from any thread.
+  virtual void error(std::string_view line) = 0;
+};
+
+}  // namespace marigold

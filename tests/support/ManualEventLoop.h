@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <random>
+
+#include "QueuedEventLoop.h"
+
+namespace marigold::test {
+
+/// An event loop in virtual time: nothing runs unless asked, time moves only when told. Serves as
+/// the main loop and as every worker at once. With a seed, ready work runs in a random order that
+/// the seed repeats.
+class ManualEventLoop final : public QueuedEventLoop {
+ public:
+  ManualEventLoop() = default;
+  explicit ManualEventLoop(std::uint32_t seed) : order_(seed), shuffled_(true) {}
+
+  [[nodiscard]] Instant now() const override { return now_; }
+  [[nodiscard]] Date date() const override { return date_; }
+  void setDate(Date date) { date_ = date; }
+
+  /// Runs one piece of ready work; false when none is ready.
+  bool step() {
+    promoteDueTimers();
+    const std::size_t ready = readyCount();
+    if (ready == 0) {
+      return false;
+    }
+    return runOne(shuffled_ ? order_() % ready : 0);
+  }
+  /// Runs until nothing is ready.
+  void settle() {
+    while (step()) {
+    }
+  }
+  /// Moves time on by `length`, running everything that falls due at its time.
+  void advance(Seconds length) {
+    const Instant end = now_ + continuousDuration(length);
+    settle();
+    for (auto due = nextDeadline(); due && *due <= end; due = nextDeadline()) {
+      moveTo(*due);
+      settle();
+    }
+    moveTo(end);
+  }
+  [[nodiscard]] std::optional<Instant> nextTimer() { return nextDeadline(); }
+
+ protected:
+  void wake() override {}
+
+ private:
+  void moveTo(Instant when) {
+    if (when > now_) {
+      date_ += when - now_;
+      now_ = when;
+    }
+  }
+
+  Instant now_{std::chrono::hours(1)};
+  Date date_{Seconds{1'781'270'000}};  // 2026-06-12, a Friday
+  std::mt19937 order_;
+  bool shuffled_ = false;
+};
+
+}  // namespace marigold::test
