@@ -23,8 +23,8 @@ void Worker::post(Work work) {
 }
 
 void Worker::stop() {
-  std::deque<Work> dropped;  // destroyed outside the lock
   {
+    std::deque<Work> dropped;  // destroyed outside the lock, and before the thread is waited for
     const std::lock_guard lock(mutex_);
     stopped_ = true;
     dropped.swap(queue_);
