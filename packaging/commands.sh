@@ -1,4 +1,6 @@
-# Shared by ./run, ./test and .ci/run, which source it after setting $root to the source tree.
+# shellcheck shell=bash
+# Shared by ./run, ./test and .ci/run, which source it after setting root to the source tree.
+: "${root:?}"
 
 # note TEXT...: says something on standard error; standard output belongs to the program.
 note() { printf '%s\n' "${0##*/}: $*" >&2; }
@@ -14,14 +16,14 @@ packages() {
 # install_packages GROUP...: installs the packages of these groups that are missing.
 install_packages() {
   local wanted installed missing=() package
-  wanted=$(packages "$@")
+  mapfile -t wanted < <(packages "$@")
   if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
-    note "this is not a Debian system, so nothing is installed; needed are the equivalents of" $wanted
+    note "this is not a Debian system, so nothing is installed; needed are the equivalents of" "${wanted[@]}"
     return 0
   fi
-  installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' $wanted 2>/dev/null |
+  installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${wanted[@]}" 2>/dev/null |
     awk '$1 == "installed" { print $2 }') || true
-  for package in $wanted; do
+  for package in "${wanted[@]}"; do
     grep -qxF -- "$package" <<<"$installed" || missing+=("$package")
   done
   if ((${#missing[@]} == 0)); then
