@@ -3,18 +3,22 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 namespace marigold::test {
 
-/// A fresh directory below the system's temporary directory, gone with its content at the end.
+/// A directory of its own under the system's temporary one, removed with everything in it.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
     std::string name = std::filesystem::temp_directory_path() / "marigold-XXXXXX";
-    // The real path, so that a link in the system's path does not get into comparisons.
-    path_ = std::filesystem::canonical(::mkdtemp(name.data()));
+    if (::mkdtemp(name.data()) == nullptr) {
+      throw std::runtime_error("no temporary directory");
+    }
+    path_ = std::filesystem::canonical(name);
   }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
@@ -25,18 +29,20 @@ class TemporaryDirectory {
     std::filesystem::remove_all(path_, ignored);
   }
 
-  [[nodiscard]] const std::string& path() const { return path_; }
+  /// Absolute, without links, without a slash at the end.
+  [[nodiscard]] std::string path() const { return path_; }
 
-  /// Writes a file, replacing what it held, with the directories above it. Gives its path.
-  std::string write(const std::string& relative, const std::string& content) {
-    const std::filesystem::path file = std::filesystem::path(path_) / relative;
+  /// Writes the file at `relative`, creating its directories; gives its absolute path.
+  std::string write(std::string_view relative, std::string_view content) const {
+    const auto file = path_ / relative;
     std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << content;
+    std::ofstream(file, std::ios::binary)
+        .write(content.data(), static_cast<std::streamsize>(content.size()));
     return file;
   }
 
  private:
-  std::string path_;
+  std::filesystem::path path_;
 };
 
 }  // namespace marigold::test
