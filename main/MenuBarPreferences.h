@@ -93,6 +93,14 @@ struct MenuBarTextPrefs {
   [[nodiscard]] bool covers(std::optional<std::string_view> label) const noexcept;
 };
 
+/// How the settings title and explain `MenuBarTextPrefs::labels`, and explain `RingColorMode`.
+inline constexpr std::string_view menuBarLabelsTitle = "Window labels in menu bar";
+inline constexpr std::string_view menuBarLabelsExplanation =
+    "Name each window, 5h or wk, ahead of its percent and timer in the menu bar.";
+inline constexpr std::string_view ringColorsExplanation =
+    "By usage: green, amber or red by how much is used. By window: 5h in teal, Weekly in purple. "
+    "Red at 90% and over in both.";
+
 /// The scope in the vocabulary of older releases: "off", "gauge" (the slot's own window), "both".
 [[nodiscard]] std::string_view legacyTextScopeValue(MenuBarTextScope scope) noexcept;
 

@@ -1,0 +1,146 @@
+#include "FileWatching.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace marigold {
+
+namespace {
+
+// How long the system may gather events before it delivers them.
+constexpr Seconds eventLatency{0.5};
+
+bool forcesRescan(std::uint32_t flags) {
+  constexpr std::uint32_t pathsUnknown = eventFlag::mustScanSubDirs | eventFlag::userDropped |
+                                         eventFlag::kernelDropped | eventFlag::rootChanged;
+  // A directory that comes or goes brings or takes files that no event names.
+  constexpr std::uint32_t cameOrWent =
+      eventFlag::itemCreated | eventFlag::itemRemoved | eventFlag::itemRenamed;
+  return (flags & pathsUnknown) != 0 ||
+         ((flags & eventFlag::itemIsDir) != 0 && (flags & cameOrWent) != 0);
+}
+
+}  // namespace
+
+void WatchBatch::merge(std::set<std::string> morePaths, bool rescan) {
+  mustRescan = mustRescan || rescan;
+  if (!mustRescan) {
+    paths.merge(morePaths);
+    mustRescan = paths.size() > maxPaths;
+  }
+  if (mustRescan) {
+    paths.clear();
+  }
+}
+
+WatchBatch watchBatch(const std::vector<FileEvent>& events) {
+  std::set<std::string> paths;
+  for (const FileEvent& event : events) {
+    paths.insert(event.path);
+  }
+  const bool rescan =
+      events.empty() || std::ranges::any_of(events, forcesRescan, &FileEvent::flags);
+  WatchBatch batch;
+  batch.merge(std::move(paths), rescan);
+  return batch;
+}
+
+CodexWatcher::CodexWatcher(EventStreamSource& source, std::string path, OnChange onChange)
+    : source_(source), path_(std::move(path)), onChange_(std::move(onChange)) {}
+
+std::unique_ptr<CodexWatcher> CodexWatcher::make(EventStreamSource& source, std::string path,
+                                                 OnChange onChange) {
+  std::error_code ignored;
+  if (!std::filesystem::exists(path, ignored)) {
+    return nullptr;
+  }
+  return std::unique_ptr<CodexWatcher>(
+      new CodexWatcher(source, std::move(path), std::move(onChange)));
+}
+
+void CodexWatcher::start() {
+  if (!stream_) {
+    stream_ = source_.open(path_, eventLatency,
+                           [onChange = onChange_](const std::vector<FileEvent>& events) {
+                             onChange(watchBatch(events));
+                           });
+  }
+}
+
+void CodexWatcher::stop() {
+  stream_.reset();
+}
+
+WatchCoalescer::WatchCoalescer(EventLoop& loop, BatchWork work, Seconds minGap, int costFactor)
+    : loop_(loop), work_(std::move(work)), minGap_(minGap), costFactor_(costFactor) {}
+
+Seconds WatchCoalescer::gap(Seconds minGap, int costFactor, Seconds cost) {
+  return std::min(std::max(cost * costFactor, minGap), maxGap);
+}
+
+void WatchCoalescer::submit(WatchBatch batch) {
+  if (!pending_) {
+    pending_.emplace();
+  }
+  pending_->merge(std::move(batch.paths), batch.mustRescan);
+  if (!looping_) {
+    looping_ = true;
+    ++loopID_;
+    scheduleDrain();
+  }
+}
+
+void WatchCoalescer::cancel() {
+  ++loopID_;
+  looping_ = false;
+  next_.cancel();
+  pending_.reset();
+}
+
+void WatchCoalescer::scheduleDrain() {
+  Instant start = loop_.now();
+  if (lastEnd_) {
+    const Seconds pause = gap(minGap_, costFactor_, lastCost_);
+    start = std::max(start, *lastEnd_ + continuousDuration(pause));
+  }
+  next_ = loop_.callAt(start, [this] { drain(); });
+}
+
+void WatchCoalescer::drain() {
+  std::optional<WatchBatch> batch = std::exchange(pending_, std::nullopt);
+  if (!batch) {
+    looping_ = false;
+    return;
+  }
+  // One run ends once, however often its work says so.
+  auto running = std::make_shared<bool>(true);
+  Done done = [weak = std::weak_ptr(self_), running, loopID = loopID_, start = loop_.now()] {
+    const auto self = weak.lock();
+    if (self && std::exchange(*running, false)) {
+      (*self)->ended(loopID, start);
+    }
+  };
+  // A copy, and nothing after it: the work may destroy the coalescer.
+  const BatchWork work = work_;
+  work(std::move(*batch), std::move(done));
+}
+
+void WatchCoalescer::ended(std::uint64_t loopID, Instant start) {
+  // A cancelled loop's run counts too: it took its share of the time.
+  lastEnd_ = loop_.now();
+  lastCost_ = *lastEnd_ - start;
+  ++runs_;
+  if (loopID != loopID_) {
+    return;
+  }
+  if (pending_) {
+    ++loopID_;
+    scheduleDrain();
+  } else {
+    looping_ = false;
+  }
+}
+
+}  // namespace marigold
