@@ -26,8 +26,8 @@ std::string numberText(double value) {
   return {text.data(), result.ptr};
 }
 
-std::string timeAndAge(Date date, Date now) {
-  return isoText(date) + " (" + relativeAge(secondsBetween(date, now)) + ")";
+std::string timeAndAge(Date moment, Date now) {
+  return isoText(moment) + " (" + relativeAge(secondsBetween(moment, now)) + ")";
 }
 
 std::string healthText(const Health& health) {
@@ -64,7 +64,10 @@ std::string filesText(const std::vector<RolloutFile>& files, const CodexSearch& 
   for (std::size_t i = 0; i < files.size(); ++i) {
     const RolloutFile& file = files[i];
     text += "  " + printable(std::string_view(file.path).substr(rootLength + 1)) +
-            (search.winner == i ? "  <- the reading, the latest record found" : "") + "\n";
+            (search.winner == i && search.best() != nullptr
+                 ? "  <- the reading, the latest record found"
+                 : "") +
+            "\n";
     text += "    written " + timeAndAge(file.modified, now) + ", " + std::to_string(file.size) +
             " bytes; " + outcomeText(search, i) + "\n";
   }
@@ -107,9 +110,8 @@ std::string codexDump(const Surroundings& surroundings, Date now) {
           std::to_string(search.outcomes.size()) + " opened\n";
   text += filesText(listing.newest, search, root.size(), now);
   text += "reading:\n";
-  if (search.winner) {
-    const CodexRecord& record = *search.outcomes[*search.winner];
-    text += snapshotText(record.limits.snapshot(record.timestamp, now), now);
+  if (const CodexRecord* record = search.best()) {
+    text += snapshotText(record->limits.snapshot(record->timestamp, now), now);
   } else {
     text += snapshotText(codexWithoutRecord(listing.rootExists, restored, now), now);
   }

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <memory>
-#include <span>
 #include <utility>
 
 #include "BoundedFile.h"
@@ -55,6 +53,22 @@ std::optional<CodexRecord> recordIn(std::string_view line, Date fallback) {
                      .hasOwnTime = decoded->timestamp.has_value()};
 }
 
+// Up to `length` bytes of a file, in a text with space for `capacity`. The memory is not cleared
+// first, and goes with the read: reads are rare and the program is resident.
+std::string bytesAt(const BoundedFile& file, std::int64_t offset, std::size_t length,
+                    std::size_t capacity) {
+  std::string bytes;
+  bytes.reserve(capacity);
+  bytes.resize_and_overwrite(length, [&](char* into, std::size_t size) {
+    return file.readAt(offset, {into, size}).value_or(0);
+  });
+  return bytes;
+}
+
+ProviderSnapshot aged(const ProviderSnapshot& reading, Date now) {
+  return reading.withHealth(codexHealth(secondsBetween(reading.capturedAt, now)));
+}
+
 std::string withoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) {
     path.pop_back();
@@ -96,33 +110,28 @@ std::optional<CodexRecord> lastRecordIn(std::string_view bytes, bool startsMidFi
 std::optional<CodexRecord> lastRateLimits(const std::string& path, Date fallback,
                                           std::size_t tailWindow, std::size_t maxLine) {
   const auto file = BoundedFile::open(path);
-  if (!file || file->size() < 1 || tailWindow == 0) {
+  if (!file || file->size() < 1) {
     return std::nullopt;
   }
-  const auto size = static_cast<std::uint64_t>(file->size());
-  const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(size, tailWindow));
+  const auto length = static_cast<std::size_t>(
+      std::min<std::uint64_t>(static_cast<std::uint64_t>(file->size()), tailWindow));
   const std::size_t step = std::min(length, firstStep);
-  // The pages of a part that is not read are never touched. The buffer goes with this call: reads
-  // are rare and the program is resident.
-  const auto memory = std::make_unique_for_overwrite<char[]>(length);
-  const std::span<char> tail(memory.get(), length);
   const std::int64_t stepStart = file->size() - static_cast<std::int64_t>(step);
-  const auto stepRead = file->readAt(stepStart, tail.last(step));
-  if (!stepRead || *stepRead == 0) {
-    return std::nullopt;
-  }
-  const std::string_view end(tail.last(step).data(), *stepRead);
+  const std::string end = bytesAt(*file, stepStart, step, step);
   if (auto record = lastRecordIn(end, stepStart > 0, fallback, maxLine)) {
     record->offset += stepStart;
     return record;
   }
-  const std::span<char> front = tail.first(length - step);
+  if (end.empty() || step == length) {
+    return std::nullopt;
+  }
   const std::int64_t start = file->size() - static_cast<std::int64_t>(length);
-  if (front.empty() || file->readAt(start, front) != front.size()) {
+  std::string rest = bytesAt(*file, start, length - step, length);
+  if (rest.size() != length - step) {
     return std::nullopt;
   }
   // The line that the first step began in is the last one not looked at.
-  const std::string_view rest(tail.data(), front.size() + endOfFirstLine(end));
+  rest.append(end, 0, endOfFirstLine(end));
   auto record = lastRecordIn(rest, start > 0, fallback, maxLine);
   if (record) {
     record->offset += start;
@@ -130,18 +139,22 @@ std::optional<CodexRecord> lastRateLimits(const std::string& path, Date fallback
   return record;
 }
 
+const CodexRecord* CodexSearch::best() const {
+  return outcomes.empty() || !outcomes[winner] ? nullptr : &*outcomes[winner];
+}
+
 CodexSearch searchRollouts(const std::vector<RolloutFile>& files, SearchEnd end) {
   CodexSearch search;
-  std::optional<Date> best;
   for (const RolloutFile& file : files) {
-    if (end == SearchEnd::whenOlder && best && file.modified < *best) {
+    const CodexRecord* best = search.best();
+    if (end == SearchEnd::whenOlder && best != nullptr && file.modified < best->timestamp) {
       break;
     }
-    const auto& record = search.outcomes.emplace_back(lastRateLimits(file.path, file.modified));
-    if (record && (!best || record->timestamp > *best)) {
-      best = record->timestamp;
-      search.winner = search.outcomes.size() - 1;
+    auto record = lastRateLimits(file.path, file.modified);
+    if (record && (best == nullptr || record->timestamp > best->timestamp)) {
+      search.winner = search.outcomes.size();
     }
+    search.outcomes.push_back(std::move(record));
   }
   return search;
 }
@@ -190,18 +203,18 @@ ProviderSnapshot CodexProvider::fetch(const std::set<std::string>& changed, Date
   std::ranges::sort(files, std::greater<>(), &RolloutFile::modified);
   files.resize(std::min(files.size(), codexFilesConsidered));
   const CodexSearch search = searchRollouts(files, SearchEnd::never);
-  if (!search.winner) {
+  const CodexRecord* record = search.best();
+  if (record == nullptr) {
     return read(now, false);
   }
-  const CodexRecord& record = *search.outcomes[*search.winner];
-  if (record.timestamp <= lastGood_->capturedAt) {
-    return agedLastGood(now);
+  if (record->timestamp <= lastGood_->capturedAt) {
+    return aged(*lastGood_, now);
   }
   // Only forwards: the newest file of all need not be among the changed ones.
   if (files.front().modified > lastProcessed_->mtime) {
     lastProcessed_ = {.path = files.front().path, .mtime = files.front().modified};
   }
-  return accept(record, files[*search.winner].path, now);
+  return accept(*record, files[search.winner].path, now);
 }
 
 void CodexProvider::forgetCache() {
@@ -223,38 +236,35 @@ ProviderSnapshot CodexProvider::read(Date now, bool force) {
   }
   Processed newest{.path = files.front().path, .mtime = files.front().modified};
   if (!force && lastGood_ && lastProcessed_ == newest) {
-    return agedLastGood(now);
+    return aged(*lastGood_, now);
   }
   const CodexSearch search = searchRollouts(files, SearchEnd::whenOlder);
-  if (!search.winner) {
+  const CodexRecord* record = search.best();
+  if (record == nullptr) {
     return withoutRecord(true, now);
   }
   lastProcessed_ = std::move(newest);
-  const CodexRecord& record = *search.outcomes[*search.winner];
   // The newer record may lie out of reach by now, its file deleted or grown by a long answer. A
   // reading from the future shows that the clock was wrong and keeps nothing out.
-  if (lastGood_ && record.timestamp < lastGood_->capturedAt && lastGood_->capturedAt <= now) {
-    return agedLastGood(now);
+  if (lastGood_ && record->timestamp < lastGood_->capturedAt && lastGood_->capturedAt <= now) {
+    return aged(*lastGood_, now);
   }
-  return accept(record, files[*search.winner].path, now);
+  return accept(*record, files[search.winner].path, now);
 }
 
 ProviderSnapshot CodexProvider::accept(const CodexRecord& record, const std::string& source,
                                        Date now) {
   lastSource_ = source;
-  lastGood_ = record.limits.snapshot(record.timestamp, now);
-  cache_.save(lastGood_->cached());
-  return *lastGood_;
+  ProviderSnapshot snapshot = record.limits.snapshot(record.timestamp, now);
+  lastGood_ = snapshot;
+  cache_.save(snapshot.cached());
+  return snapshot;
 }
 
 ProviderSnapshot CodexProvider::withoutRecord(bool sessionsExist, Date now) {
   lastProcessed_.reset();
   lastSource_.reset();
   return codexWithoutRecord(sessionsExist, lastGood_, now);
-}
-
-ProviderSnapshot CodexProvider::agedLastGood(Date now) const {
-  return lastGood_->withHealth(codexHealth(secondsBetween(lastGood_->capturedAt, now)));
 }
 
 }  // namespace marigold

@@ -59,8 +59,12 @@ struct CodexRecord {
 struct CodexSearch {
   /// Of the files that were read: the first ones searched, in order.
   std::vector<std::optional<CodexRecord>> outcomes;
-  /// The outcome with the latest timestamp, the first of equals.
-  std::optional<std::size_t> winner;
+  /// Which of them is the best one, when there is one.
+  std::size_t winner = 0;
+
+  /// The record with the latest timestamp, the first of equals; null when none was found. Points
+  /// into this value.
+  [[nodiscard]] const CodexRecord* best() const;
 };
 
 enum class SearchEnd : std::uint8_t {
@@ -112,7 +116,6 @@ class CodexProvider final : public UsageProvider {
   [[nodiscard]] ProviderSnapshot accept(const CodexRecord& record, const std::string& source,
                                         Date now);
   [[nodiscard]] ProviderSnapshot withoutRecord(bool sessionsExist, Date now);
-  [[nodiscard]] ProviderSnapshot agedLastGood(Date now) const;
 
   CodexPaths paths_;
   DiskCache cache_;

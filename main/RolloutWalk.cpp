@@ -1,6 +1,8 @@
 #include "RolloutWalk.h"
 
 #include <algorithm>
+#include <array>
+#include <climits>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -87,7 +89,7 @@ class Newest {
 
 class Walk {
  public:
-  Walk(const std::string& root, std::size_t limit) : path_(root), newest_(limit) {}
+  Walk(std::string root, std::size_t limit) : path_(std::move(root)), newest_(limit) {}
 
   RolloutListing run() && {
     const int root = ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -111,7 +113,7 @@ class Walk {
     // The stream is this call's own, which makes readdir safe among threads.
     // NOLINTNEXTLINE(concurrency-mt-unsafe)
     while (const dirent* entry = ::readdir(directory.get())) {
-      const char* name = entry->d_name;
+      const char* name = static_cast<const char*>(entry->d_name);
       if (*name == '.') {
         continue;
       }
@@ -172,11 +174,8 @@ std::optional<std::string_view> below(std::string_view root, std::string_view pa
 }
 
 std::string withoutLinks(const std::string& path) {
-  struct Free {
-    void operator()(char* text) const noexcept { std::free(text); }  // NOLINT(*-no-malloc)
-  };
-  const std::unique_ptr<char, Free> resolved(::realpath(path.c_str(), nullptr));
-  return resolved ? resolved.get() : std::string();
+  std::array<char, PATH_MAX> resolved{};
+  return ::realpath(path.c_str(), resolved.data()) != nullptr ? resolved.data() : std::string();
 }
 
 }  // namespace

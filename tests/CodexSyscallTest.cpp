@@ -1,7 +1,6 @@
 // Counts what a read of the Codex tool's files asks of the system. Linked with the calls below
 // wrapped, hence a program of its own.
 
-#include <cstdarg>
 #include <filesystem>
 #include <functional>
 
@@ -23,11 +22,13 @@ struct Calls {
 
   bool operator==(const Calls&) const = default;
 };
+// NOLINTBEGIN(*-avoid-non-const-global-variables): the wrapped calls have no other way to know.
 Calls calls;
 
-// Runs before a rollout file is looked at or a directory is entered; fails the call with the errno
-// that it returns.
+// Runs before a rollout file is looked at or a directory is entered; an errno that it returns fails
+// the call.
 std::function<int(std::string_view)> interfere;
+// NOLINTEND(*-avoid-non-const-global-variables)
 
 int failed(std::string_view name) {
   errno = interfere ? interfere(name) : 0;
@@ -43,22 +44,19 @@ bool isRollout(std::string_view path) {
 // The names are the linker's.
 // NOLINTBEGIN(*-reserved-identifier, cert-dcl*, readability-identifier-naming)
 extern "C" {
-int __real_open(const char* path, int flags, ...);
-int __real_openat(int directory, const char* path, int flags, ...);
+// Where the mode is not passed, nobody looks at it.
+int __real_open(const char* path, int flags, mode_t mode);
+int __real_openat(int directory, const char* path, int flags, mode_t mode);
 int __real_fstatat(int directory, const char* path, struct stat* status, int flags);
 ssize_t __real_pread(int descriptor, void* into, size_t size, off_t offset);
 
-int __wrap_open(const char* path, int flags, ...) {
+int __wrap_open(const char* path, int flags, mode_t mode) {
   calls.opens += isRollout(path) ? 1 : 0;
-  std::va_list rest;
-  va_start(rest, flags);
-  const int mode = (flags & O_CREAT) != 0 ? va_arg(rest, int) : 0;
-  va_end(rest);
   return __real_open(path, flags, mode);
 }
-int __wrap_openat(int directory, const char* path, int flags, ...) {
+int __wrap_openat(int directory, const char* path, int flags, mode_t mode) {
   ++calls.directories;
-  return failed(path) != 0 ? -1 : __real_openat(directory, path, flags);
+  return failed(path) != 0 ? -1 : __real_openat(directory, path, flags, mode);
 }
 int __wrap_fstatat(int directory, const char* path, struct stat* status, int flags) {
   ++calls.stats;
@@ -77,22 +75,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class CodexSyscalls : public testing::Test {
- protected:
-  ~CodexSyscalls() override { interfere = nullptr; }
-
-  // What `work` calls.
-  template <class Work>
-  Calls counting(const Work& work) {
-    calls = {};
-    work();
-    return calls;
-  }
-
+struct CodexSyscalls : testing::Test {
   test::CodexHome home;
   CodexProvider provider = home.provider();
   Date now = test::codexEpoch + Seconds{1000};
+
+  void TearDown() override { interfere = nullptr; }
 };
+
+// What `work` calls.
+template <class Work>
+Calls counting(const Work& work) {
+  calls = {};
+  work();
+  return calls;
+}
 
 TEST_F(CodexSyscalls, AnUnchangedRefreshOpensNoFile) {
   for (int i = 0; i < 100; ++i) {
@@ -143,8 +140,8 @@ TEST_F(CodexSyscalls, TheTreeMayChangeWhileItIsWalked) {
       fs::remove(sessions + "/a/rollout-linked.jsonl");
       fs::create_symlink(sessions + "/d/rollout-kept.jsonl", sessions + "/a/rollout-linked.jsonl");
     } else if (name == "b") {  // becomes a link to itself, elsewhere
-      fs::rename(sessions + "/b", home.home().path() + "/b");
-      fs::create_directory_symlink(home.home().path() + "/b", sessions + "/b");
+      fs::rename(sessions + "/b", home.path() + "/b");
+      fs::create_directory_symlink(home.path() + "/b", sessions + "/b");
     }
     return name == "c" ? EACCES : 0;
   };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <string>
 #include <string_view>
 
@@ -26,14 +27,14 @@ inline std::string recordLine(double percent, int at) {
 inline void setModified(const std::string& path, double at) {
   timespec time{};
   time.tv_sec = static_cast<time_t>((codexEpoch + Seconds{at}).time_since_epoch().count());
-  const timespec times[] = {time, time};
-  ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
+  const std::array times{time, time};
+  ::utimensat(AT_FDCWD, path.c_str(), times.data(), AT_SYMLINK_NOFOLLOW);
 }
 
 /// A user's home with the files of the Codex tool in it.
 class CodexHome {
  public:
-  [[nodiscard]] const TemporaryDirectory& home() const { return home_; }
+  [[nodiscard]] std::string path() const { return home_.path(); }
   [[nodiscard]] std::string sessions() const { return home_.path() + "/.codex/sessions"; }
   [[nodiscard]] Surroundings surroundings() const {
     return {.home = home_.path(), .environment = {{"MARIGOLD_CACHE_DIR", "~/cache"}}};
@@ -42,7 +43,7 @@ class CodexHome {
     return {CodexPaths(surroundings()), DiskCache(surroundings()), codexEpoch};
   }
   /// Writes a file below the sessions, `at` seconds after `codexEpoch`; gives its path.
-  std::string write(const std::string& relative, std::string_view content, double at) const {
+  std::string write(const std::string& relative, std::string_view content, double at) {
     std::string path = home_.write(".codex/sessions/" + relative, content);
     setModified(path, at);
     return path;
