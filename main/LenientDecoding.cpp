@@ -8,6 +8,8 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include "JsonWriter.h"
+
 namespace marigold {
 
 // The document as a flat list of nodes in document order. A container's items follow it up to
@@ -316,6 +318,63 @@ std::optional<std::vector<JsonValue>> JsonValue::list() const {
     items.emplace_back(*tree_, item);
   }
   return items;
+}
+
+std::optional<std::vector<std::pair<std::string, JsonValue>>> JsonValue::members() const {
+  if (!object()) {
+    return std::nullopt;
+  }
+  const auto& nodes = tree_->nodes;
+  std::vector<std::pair<std::string, JsonValue>> members;
+  for (std::size_t member = node_ + 1; member < nodes[node_].end; member = nodes[member].end) {
+    members.emplace_back(tree_->view(nodes[member].key), JsonValue(*tree_, member));
+  }
+  return members;
+}
+
+std::string JsonValue::json() const {
+  JsonWriter out;
+  std::vector<const JsonTree::Node*> open;
+  const auto closeInnermost = [&] {
+    open.back()->kind == Kind::object ? out.endObject() : out.endArray();
+    open.pop_back();
+  };
+  const std::size_t end = isAbsent() ? 0 : tree_->nodes[node_].end;
+  for (std::size_t at = node_; at < end; ++at) {
+    const JsonTree::Node& node = tree_->nodes[at];
+    while (!open.empty() && open.back()->end == at) {
+      closeInnermost();
+    }
+    if (!open.empty() && open.back()->kind == Kind::object) {
+      out.key(tree_->view(node.key));
+    }
+    switch (node.kind) {
+      case Kind::null:
+        out.json("null");
+        break;
+      case Kind::flag:
+        out.flag(node.flag);
+        break;
+      case Kind::number:
+        out.json(tree_->view(node.text));
+        break;
+      case Kind::text:
+        out.text(tree_->view(node.text));
+        break;
+      case Kind::array:
+        out.beginArray();
+        open.push_back(&node);
+        break;
+      case Kind::object:
+        out.beginObject();
+        open.push_back(&node);
+        break;
+    }
+  }
+  while (!open.empty()) {
+    closeInnermost();
+  }
+  return out.finished().value_or("null");
 }
 
 std::optional<Date> JsonValue::date() const {
