@@ -8,7 +8,7 @@
 namespace marigold {
 namespace {
 
-const Date captured{Seconds{1'781'271'642}};
+constexpr Date captured{Seconds{1'781'271'642}};
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 
 ProviderSnapshot snapshotOf(ProviderID provider, std::vector<UsageWindow> windows) {
