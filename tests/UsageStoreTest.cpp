@@ -108,20 +108,15 @@ TEST(ClaudeCadence, SpeedsUpOnlyOnFreshEvidenceOfARise) {
   EXPECT_FALSE(claudeCadenceSample(mixed.withHealth(Health::stale("fetch failed"))));
 }
 
-TEST_F(UsageStoreTest, AnOlderUsableReadingNeverReplacesANewerOne) {
-  claude.waiting.clear();
+TEST_F(UsageStoreTest, AReadingWithoutWindowsReplacesAUsableOne) {
   store->turnOffClaude();
   store->start();
   settle();
-  const Date first = shown(ProviderID::codex)->capturedAt;
-  codex->answer = [&](Date) { return reading(ProviderID::codex, 99, first - Seconds{1}); };
-  store->refreshOnUserAttention();
-  settle();
-  EXPECT_EQ(shown(ProviderID::codex)->percent("5h"), 10);
-  codex->answer = [&](Date now) {
-    return ProviderSnapshot{.provider = ProviderID::codex,
-                            .capturedAt = now,
-                            .health = Health::reconnect("Run Codex once to see usage")};
+  const auto unusable = shown(ProviderID::codex)->withHealth(Health::stale("no recent usage"));
+  codex->answer = [&](Date) {
+    ProviderSnapshot empty = unusable;
+    empty.windows.clear();
+    return empty;
   };
   store->refreshOnUserAttention();
   settle();
@@ -161,10 +156,10 @@ TEST_F(UsageStoreTest, AMissingDirectoryIsWatchedOnceItExists) {
   std::filesystem::remove_all(sessions);
   store->start();
   settle();
-  EXPECT_FALSE(streams.open_.contains(sessions));
+  EXPECT_FALSE(streams.watches(sessions));
   directory.write("sessions/.keep", "");
   store->refreshOnUserAttention();
-  EXPECT_TRUE(streams.open_.contains(sessions));
+  EXPECT_TRUE(streams.watches(sessions));
 }
 
 TEST_F(UsageStoreTest, AttentionRefreshesOnDemandAndEndsWithTheEngine) {
@@ -178,7 +173,7 @@ TEST_F(UsageStoreTest, AttentionRefreshesOnDemandAndEndsWithTheEngine) {
   EXPECT_EQ(log.lines, std::vector<std::string>{"woke from sleep, refreshing"});
   store->shutdown();
   EXPECT_EQ(attention.tell(AttentionEvent::wake), 0);
-  EXPECT_TRUE(streams.open_.empty());
+  EXPECT_FALSE(streams.watches(sessions) || streams.watches(logs));
   EXPECT_FALSE(loop.nextTimer().has_value());
 }
 
@@ -294,89 +289,72 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
     ++notified;
     told = state();
   };
-  // Answers of Claude remember the generation they were asked under.
-  std::vector<int> askedUnder;
-  for (int i = 0; i < 3000; ++i) {
-    const auto before = state();
-    bool cleared = false;
-    bool userAct = true;
-    switch (below(16)) {
-      case 0:
-        store->refreshNow();
-        break;
-      case 1:
-        store->refreshOnUserAttention();
-        break;
-      case 2:
-        streams.deliver(sessions, {{.path = "/a", .flags = eventFlag::itemModified}});
-        break;
-      case 3:
-        streams.deliver(logs, {});
-        break;
-      case 4:
-        if (chance(4)) {
-          store->shutdown();
-        }
-        break;
-      case 5:
+  std::vector<int> askedUnder;  // the generation that each waiting question of Claude belongs to
+  bool userAct = false;
+  bool wiped = false;
+  const auto rarely = [&](auto act) {
+    return [&, act] {
+      if (chance(4)) {
+        act();
+      }
+    };
+  };
+  const std::vector<std::function<void()>> acts{
+      [&] { store->refreshNow(); },
+      [&] { store->refreshOnUserAttention(); },
+      [&] { store->retryClaudeRead(); },
+      [&] { streams.deliver(sessions, {{.path = "/a", .flags = eventFlag::itemModified}}); },
+      [&] { streams.deliver(logs, {}); },
+      rarely([&] { store->shutdown(); }),
+      [&] {
         if (!store->engineRuns() || chance(10)) {
           store->start();
           ++generation;
         }
-        break;
-      case 6:
-        if (chance(4)) {
-          store->clearStoredData();
-          cleared = true;
-        }
-        break;
-      case 7:
-        if (chance(4)) {
-          store->turnOffClaude();
-          cleared = true;
-        }
-        break;
-      case 8:
-        if (chance(2) && store->preferences().claudeTurnedOff()) {
-          store->turnOnClaude();
-          cleared = true;
-        }
-        break;
-      case 9:
-        store->retryClaudeRead();
-        break;
-      case 10:
-        loop.advance(Seconds{1.0 * below(200)});
-        userAct = false;
-        break;
-      case 11:
+      },
+      rarely([&] {
+        store->clearStoredData();
+        wiped = true;
+      }),
+      rarely([&] {
+        const bool off = store->preferences().claudeTurnedOff();
+        off ? store->turnOnClaude() : store->turnOffClaude();
+        wiped = true;
+      }),
+      [&] { loop.advance(Seconds{1.0 * below(200)}); },
+      [&] {
         if (!claude.waiting.empty()) {
           const std::size_t pick = generator() % claude.waiting.size();
-          claude.reply(pick, reading(ProviderID::claude, below(3), loop.date(),
-                                     "asked under " + std::to_string(askedUnder.at(pick))));
+          const std::string note = "asked under " + std::to_string(askedUnder.at(pick));
           askedUnder.erase(askedUnder.begin() + static_cast<std::ptrdiff_t>(pick));
+          claude.reply(pick, reading(ProviderID::claude, below(3), loop.date(), note));
         }
-        userAct = false;
-        break;
-      default:
-        (chance(3) ? codexWorker : chance(2) ? grokWorker : loop).step();
-        userAct = false;
-    }
+      },
+      [&] { codexWorker.step(); },
+      [&] { grokWorker.step(); },
+      [&] { loop.step(); },
+      [&] { loop.step(); },
+  };
+  constexpr std::size_t byTheUser = 9;  // the acts before this one are not the engine's
+  for (int i = 0; i < 3000; ++i) {
+    const auto before = state();
+    wiped = false;
+    const std::size_t act = generator() % acts.size();
+    userAct = act < byTheUser;
+    acts.at(act)();
     askedUnder.resize(claude.waiting.size(), generation);
 
     const auto after = state();
-    for (std::size_t p = 0; p < allProviders.size(); ++p) {
+    for (std::size_t p = 0; p < allProviders.size() && !wiped; ++p) {
       const auto& old = std::get<0>(before).at(p);
       const auto& fresh = std::get<0>(after).at(p);
-      if (old == fresh || cleared) {
+      if (old == fresh) {
         continue;
       }
       ASSERT_TRUE(store->engineRuns() || userAct) << "published after shutdown, step " << i;
-      if (allProviders.at(p) == ProviderID::claude) {
-        if (fresh && fresh->extraNote && fresh->extraNote->starts_with("asked under")) {
-          ASSERT_EQ(fresh->extraNote, "asked under " + std::to_string(generation)) << "step " << i;
-          ASSERT_FALSE(store->preferences().claudeTurnedOff());
-        }
+      if (fresh && fresh->extraNote.value_or("").starts_with("asked under")) {
+        ASSERT_EQ(fresh->extraNote, "asked under " + std::to_string(generation)) << "step " << i;
+        ASSERT_FALSE(store->preferences().claudeTurnedOff());
       } else if (old && fresh && old->isUsable() && fresh->isUsable()) {
         ASSERT_GE(fresh->capturedAt, old->capturedAt) << "step " << i;
       }

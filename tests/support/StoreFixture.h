@@ -76,53 +76,49 @@ class ScriptedClaude final : public ClaudeReader {
   }
 };
 
+/// A registration or a stream: what ends when it is destroyed is what `held` stands for.
+template <class Port>
+class Held final : public Port {
+ public:
+  explicit Held(std::shared_ptr<void> held) : held_(std::move(held)) {}
+
+ private:
+  std::shared_ptr<void> held_;
+};
+
 /// File-change notification driven by the test.
 class ScriptedEventStreams final : public EventStreamSource {
  public:
-  std::map<std::string, Callback> open_;
-
   std::unique_ptr<EventStream> open(const std::string& path, Seconds /*latency*/,
                                     Callback callback) override {
-    open_[path] = std::move(callback);
-    return std::make_unique<Stream>(*this, path);
+    auto shared = std::make_shared<Callback>(std::move(callback));
+    open_[path] = shared;
+    return std::make_unique<Held<EventStream>>(std::move(shared));
   }
+  [[nodiscard]] bool watches(const std::string& path) { return !open_[path].expired(); }
   void deliver(const std::string& path, const std::vector<FileEvent>& events) {
-    if (const auto found = open_.find(path); found != open_.end()) {
-      found->second(events);
+    if (const auto callback = open_[path].lock()) {
+      (*callback)(events);
     }
   }
 
  private:
-  class Stream final : public EventStream {
-   public:
-    Stream(ScriptedEventStreams& owner, std::string path) : owner_(owner), path_(std::move(path)) {}
-    Stream(const Stream&) = delete;
-    Stream& operator=(const Stream&) = delete;
-    Stream(Stream&&) = delete;
-    Stream& operator=(Stream&&) = delete;
-    ~Stream() override { owner_.open_.erase(path_); }
-
-   private:
-    ScriptedEventStreams& owner_;
-    std::string path_;
-  };
+  std::map<std::string, std::weak_ptr<Callback>> open_;
 };
 
 /// Attention driven by the test.
 class ScriptedAttention final : public Attention {
  public:
-  std::vector<std::pair<AttentionEvent, std::weak_ptr<std::function<void()>>>> observers;
-
   std::unique_ptr<AttentionObserver> observe(AttentionEvent event,
                                              std::function<void()> callback) override {
     auto shared = std::make_shared<std::function<void()>>(std::move(callback));
-    observers.emplace_back(event, shared);
-    return std::make_unique<Observer>(std::move(shared));
+    observers_.emplace_back(event, shared);
+    return std::make_unique<Held<AttentionObserver>>(std::move(shared));
   }
   /// How many were told.
   int tell(AttentionEvent event) {
     int told = 0;
-    for (const auto& [registered, callback] : std::vector(observers)) {
+    for (const auto& [registered, callback] : std::vector(observers_)) {
       if (const auto alive = callback.lock(); alive && registered == event) {
         (*alive)();
         ++told;
@@ -132,14 +128,7 @@ class ScriptedAttention final : public Attention {
   }
 
  private:
-  class Observer final : public AttentionObserver {
-   public:
-    explicit Observer(std::shared_ptr<std::function<void()>> callback)
-        : callback_(std::move(callback)) {}
-
-   private:
-    std::shared_ptr<std::function<void()>> callback_;
-  };
+  std::vector<std::pair<AttentionEvent, std::weak_ptr<std::function<void()>>>> observers_;
 };
 
 class FixedRandom final : public RandomSource {
