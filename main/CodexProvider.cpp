@@ -19,11 +19,23 @@ constexpr std::string_view recordMark = "rate_limits";
 // last one usually lies within the first step.
 constexpr std::size_t firstStep = 64UL * 1024;
 
-// The end of the last occurrence of `recordMark` in `bytes`, or 0.
+// The end of the last occurrence of `recordMark` in `bytes`, or 0. Blocks are taken from the end;
+// inside one the search for a rare character of the mark is the library's fastest.
 std::size_t endOfLastMark(std::string_view bytes) {
-  static const std::boyer_moore_horspool_searcher searcher(recordMark.rbegin(), recordMark.rend());
-  const auto found = std::search(bytes.rbegin(), bytes.rend(), searcher);
-  return static_cast<std::size_t>(bytes.rend() - found);
+  constexpr std::size_t block = 4096;
+  constexpr std::size_t anchor = recordMark.find('_');
+  std::size_t found = 0;
+  for (std::size_t end = bytes.size(); found == 0 && end > 0; end -= std::min(end, block)) {
+    const std::string_view upToEnd = bytes.substr(0, end);
+    std::size_t at = end - std::min(end, block);
+    while ((at = upToEnd.find(recordMark[anchor], at)) != std::string_view::npos) {
+      if (at >= anchor && bytes.substr(at - anchor).starts_with(recordMark)) {
+        found = at - anchor + recordMark.size();
+      }
+      ++at;
+    }
+  }
+  return found;
 }
 
 // The end of the first line that is not empty.
@@ -175,7 +187,7 @@ ProviderSnapshot CodexProvider::fetch(const std::set<std::string>& changed, Date
       files.push_back(std::move(*file));
     }
   }
-  std::ranges::stable_sort(files, std::greater<>(), &RolloutFile::modified);
+  std::ranges::sort(files, std::greater<>(), &RolloutFile::modified);
   files.resize(std::min(files.size(), codexFilesConsidered));
   const CodexSearch search = searchRollouts(files, SearchEnd::never);
   if (!search.winner) {

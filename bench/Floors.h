@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+// What the machine needs at least: each floor does the unavoidable work of one subject and nothing
+// else. Budgets are multiples of these, measured in the same run.
+
+namespace marigold::bench {
+
+/// Reads the tree below `root` and the status of every regular file in it; gives their number.
+std::size_t bareWalk(const std::string& root);
+
+/// One read that fills `into` from the end of a file, and one search backwards for `mark`, which
+/// holds a "_" and ends before the file does; true when it is there.
+bool bareTailRead(int descriptor, std::span<char> into, std::string_view mark);
+
+}  // namespace marigold::bench
