@@ -45,6 +45,12 @@ void JsonWriter::flag(bool value) {
   output_->valid &= output_->writer.Bool(value);
 }
 
+void JsonWriter::json(std::string_view value) {
+  // The type matters only for a member's name, which is written by key().
+  output_->valid &=
+      output_->writer.RawValue(value.data(), value.size(), rapidjson::Type::kNullType);
+}
+
 std::optional<std::string> JsonWriter::finished() const {
   if (!output_->valid || !output_->writer.IsComplete()) {
     return std::nullopt;

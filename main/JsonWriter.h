@@ -26,6 +26,8 @@ class JsonWriter {
   /// A float in the shortest form that reads back the same.
   void number(double value);
   void flag(bool value);
+  /// A value that is JSON text already.
+  void json(std::string_view value);
 
   /// The finished text; nothing when a number was not finite or a text was not UTF-8.
   [[nodiscard]] std::optional<std::string> finished() const;

@@ -8,6 +8,8 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include "JsonWriter.h"
+
 namespace marigold {
 
 // The document as a flat list of nodes in document order. A container's items follow it up to
@@ -38,39 +40,51 @@ namespace {
 
 using Kind = JsonTree::Kind;
 
+// The reader lets the escape of half a character pass, which then is not UTF-8.
+bool hasSurrogate(std::string_view text) {
+  for (auto at = text.find('\xED'); at != std::string_view::npos; at = text.find('\xED', at + 1)) {
+    if (at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) >= 0xA0) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // Receives the reader's events. The member names are the JSON library's.
 class TreeBuilder {
  public:
-  explicit TreeBuilder(JsonTree& tree) : tree_(tree) {}
+  /// `numbers`: the document's numbers as they were sent, in their order.
+  TreeBuilder(JsonTree& tree, const std::vector<std::string_view>& numbers)
+      : tree_(tree), number_(numbers.begin()) {}
 
   bool Null() { return add({}); }
   bool Bool(bool value) { return add({.kind = Kind::flag, .flag = value}); }
-  bool RawNumber(const char* text, rapidjson::SizeType length, bool /*copy*/) {
-    return add({.kind = Kind::number, .text = keep(text, length)});
-  }
+  bool Uint(unsigned /*standIn*/) { return add({.kind = Kind::number, .text = keep(*number_++)}); }
   bool String(const char* text, rapidjson::SizeType length, bool /*copy*/) {
-    return add({.kind = Kind::text, .text = keep(text, length)});
+    return !hasSurrogate({text, length}) && add({.kind = Kind::text, .text = keep({text, length})});
   }
   bool Key(const char* text, rapidjson::SizeType length, bool /*copy*/) {
-    key_ = keep(text, length);
-    return true;
+    key_ = keep({text, length});
+    return !hasSurrogate({text, length});
   }
   bool StartObject() { return open(Kind::object); }
   bool EndObject(rapidjson::SizeType /*members*/) { return close(); }
   bool StartArray() { return open(Kind::array); }
   bool EndArray(rapidjson::SizeType /*items*/) { return close(); }
 
-  // Never called: numbers are kept as text.
+  // Never called: every number is a stand-in.
+  static bool RawNumber(const char* /*text*/, rapidjson::SizeType /*length*/, bool /*copy*/) {
+    return false;
+  }
   static bool Int(int /*value*/) { return false; }
-  static bool Uint(unsigned /*value*/) { return false; }
   static bool Int64(std::int64_t /*value*/) { return false; }
   static bool Uint64(std::uint64_t /*value*/) { return false; }
   static bool Double(double /*value*/) { return false; }
 
  private:
-  JsonTree::Span keep(const char* text, std::size_t length) {
-    const JsonTree::Span span{.offset = tree_.characters.size(), .length = length};
-    tree_.characters.append(text, length);
+  JsonTree::Span keep(std::string_view text) {
+    const JsonTree::Span span{.offset = tree_.characters.size(), .length = text.size()};
+    tree_.characters.append(text);
     return span;
   }
   bool add(JsonTree::Node node) {
@@ -90,9 +104,73 @@ class TreeBuilder {
   }
 
   JsonTree& tree_;
+  std::vector<std::string_view>::const_iterator number_;
   JsonTree::Span key_;
   std::vector<std::size_t> open_;
 };
+
+// Whether `text` is a number by JSON's grammar.
+bool isNumber(std::string_view text) {
+  const auto digits = [&text] {
+    const std::size_t count = std::min(text.find_first_not_of("0123456789"), text.size());
+    text.remove_prefix(count);
+    return count > 0;
+  };
+  const auto oneOf = [&text](std::string_view characters) {
+    const bool is = !text.empty() && characters.find(text.front()) != std::string_view::npos;
+    text.remove_prefix(is ? 1 : 0);
+    return is;
+  };
+  oneOf("-");
+  if (!oneOf("0") && !digits()) {
+    return false;
+  }
+  if (oneOf(".") && !digits()) {
+    return false;
+  }
+  if (oneOf("eE")) {
+    oneOf("+-");
+    if (!digits()) {
+      return false;
+    }
+  }
+  return text.empty();
+}
+
+// A JSON text whose numbers are set apart. The reader fails a whole document for one number beyond
+// a double's range, so it is given a stand-in for each.
+struct NumbersApart {
+  std::string text;  // with "0" for every number
+  std::vector<std::string_view> numbers;
+};
+
+// Nothing when a number breaks the grammar.
+std::optional<NumbersApart> settingNumbersApart(std::string_view source) {
+  NumbersApart result;
+  result.text.reserve(source.size());
+  bool inString = false;
+  for (std::size_t at = 0; at < source.size();) {
+    const char c = source[at];
+    if (!inString && (c == '-' || (c >= '0' && c <= '9'))) {
+      const std::size_t end = source.find_first_not_of("+-.0123456789Ee", at);
+      const std::string_view number = source.substr(at, end - at);
+      if (!isNumber(number)) {
+        return std::nullopt;
+      }
+      result.numbers.push_back(number);
+      result.text += '0';
+      at += number.size();
+      continue;
+    }
+    inString = inString != (c == '"');
+    result.text += c;
+    ++at;
+    if (inString && c == '\\' && at < source.size()) {
+      result.text += source[at++];
+    }
+  }
+  return result;
+}
 
 // Digits only, since a JSON number that looks whole must not lose precision through a float.
 std::optional<std::int64_t> wholeDigits(std::string_view text) {
@@ -205,8 +283,9 @@ std::optional<std::int64_t> JsonValue::wholeNumber() const {
   if (!value) {
     return std::nullopt;
   }
-  if (const auto whole = wholeDigits(tree_->view(tree_->nodes[node_].text))) {
-    return whole;
+  const std::string_view text = tree_->view(tree_->nodes[node_].text);
+  if (text.find_first_of(".eE") == std::string_view::npos) {
+    return wholeDigits(text);
   }
   // 2^63 as a float is the first value beyond the range; below it every whole float converts.
   if (std::trunc(*value) != *value || *value < -0x1p63 || *value >= 0x1p63) {
@@ -241,6 +320,63 @@ std::optional<std::vector<JsonValue>> JsonValue::list() const {
   return items;
 }
 
+std::optional<std::vector<std::pair<std::string, JsonValue>>> JsonValue::members() const {
+  if (!object()) {
+    return std::nullopt;
+  }
+  const auto& nodes = tree_->nodes;
+  std::vector<std::pair<std::string, JsonValue>> members;
+  for (std::size_t member = node_ + 1; member < nodes[node_].end; member = nodes[member].end) {
+    members.emplace_back(tree_->view(nodes[member].key), JsonValue(*tree_, member));
+  }
+  return members;
+}
+
+std::string JsonValue::json() const {
+  JsonWriter out;
+  std::vector<const JsonTree::Node*> open;
+  const auto closeInnermost = [&] {
+    open.back()->kind == Kind::object ? out.endObject() : out.endArray();
+    open.pop_back();
+  };
+  const std::size_t end = isAbsent() ? 0 : tree_->nodes[node_].end;
+  for (std::size_t at = node_; at < end; ++at) {
+    const JsonTree::Node& node = tree_->nodes[at];
+    while (!open.empty() && open.back()->end == at) {
+      closeInnermost();
+    }
+    if (!open.empty() && open.back()->kind == Kind::object) {
+      out.key(tree_->view(node.key));
+    }
+    switch (node.kind) {
+      case Kind::null:
+        out.json("null");
+        break;
+      case Kind::flag:
+        out.flag(node.flag);
+        break;
+      case Kind::number:
+        out.json(tree_->view(node.text));
+        break;
+      case Kind::text:
+        out.text(tree_->view(node.text));
+        break;
+      case Kind::array:
+        out.beginArray();
+        open.push_back(&node);
+        break;
+      case Kind::object:
+        out.beginObject();
+        open.push_back(&node);
+        break;
+    }
+  }
+  while (!open.empty()) {
+    closeInnermost();
+  }
+  return out.finished().value_or("null");
+}
+
 std::optional<Date> JsonValue::date() const {
   return ISODate::parse(text());
 }
@@ -250,11 +386,14 @@ std::optional<JsonDocument> JsonDocument::parseObject(std::string_view text) {
   if (text.find('\0') != std::string_view::npos) {
     return std::nullopt;
   }
-  constexpr unsigned flags = rapidjson::kParseNumbersAsStringsFlag |
-                             rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
+  constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
+  const auto source = settingNumbersApart(text);
+  if (!source) {
+    return std::nullopt;
+  }
   auto tree = std::make_unique<JsonTree>();
-  TreeBuilder builder(*tree);
-  rapidjson::MemoryStream bytes(text.data(), text.size());
+  TreeBuilder builder(*tree, source->numbers);
+  rapidjson::MemoryStream bytes(source->text.data(), source->text.size());
   rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
   rapidjson::Reader reader;
   if (reader.Parse<flags>(stream, builder).IsError() || tree->nodes.front().kind != Kind::object) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Time.h"
@@ -41,8 +42,12 @@ class JsonValue {
   [[nodiscard]] std::optional<JsonValue> object() const;
   /// The items of an array.
   [[nodiscard]] std::optional<std::vector<JsonValue>> list() const;
+  /// The members of an object, in their order, duplicates included.
+  [[nodiscard]] std::optional<std::vector<std::pair<std::string, JsonValue>>> members() const;
   /// A text in a form that `ISODate::parse` reads.
   [[nodiscard]] std::optional<Date> date() const;
+  /// This value as a JSON text without blanks, numbers as they were sent. Null when absent.
+  [[nodiscard]] std::string json() const;
 
  private:
   const JsonTree* tree_ = nullptr;

@@ -18,6 +18,7 @@ void QueuedEventLoop::post(Work work) {
 Timer QueuedEventLoop::callAt(Instant when, Work work) {
   auto pending = std::make_shared<Work>(std::move(work));
   timers_.emplace(when, pending);
+  wakeAt(nextDeadline());
   return Timer(std::move(pending));
 }
 
@@ -35,6 +36,7 @@ void QueuedEventLoop::runReady() {
   promoteDueTimers();
   for (std::size_t left = readyCount(); left > 0 && runOne(0); --left) {
   }
+  wakeAt(nextDeadline());
 }
 
 void QueuedEventLoop::promoteDueTimers() {

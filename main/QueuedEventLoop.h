@@ -24,6 +24,9 @@ class QueuedEventLoop : public EventLoop {
  protected:
   /// Called after work was queued, from any thread: the loop must turn soon.
   virtual void wake() = 0;
+  /// Called on the loop's thread when the time of the next timer may have changed: the loop must
+  /// turn at `when`, or need not for any timer.
+  virtual void wakeAt(std::optional<Instant> when) = 0;
 
   /// Runs what is ready now: due timers and the work queued before this turn. Work queued meanwhile
   /// waits for the next turn.

@@ -39,19 +39,6 @@ TEST(EventLoop, ATimerCancelledByWorkOfTheSameTurnDoesNotFire) {
   EXPECT_FALSE(loop.nextTimer().has_value());
 }
 
-TEST(EventLoop, ATimerMayReplaceItselfWhileItRuns) {
-  ManualEventLoop loop;
-  int runs = 0;
-  Timer timer;
-  Work again = [&] {
-    ++runs;
-    timer = loop.callAfter(Seconds{1}, again);
-  };
-  timer = loop.callAfter(Seconds{1}, again);
-  loop.advance(Seconds{3.5});
-  EXPECT_EQ(runs, 3);
-}
-
 TEST(EventLoop, CloseDropsWhatWaitsAndWhatComesLater) {
   ManualEventLoop loop;
   auto owned = std::make_shared<int>(0);

@@ -47,6 +47,7 @@ class ManualEventLoop final : public QueuedEventLoop {
 
  protected:
   void wake() override {}
+  void wakeAt(std::optional<Instant> /*when*/) override {}
 
  private:
   void moveTo(Instant when) {

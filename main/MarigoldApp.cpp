@@ -1,0 +1,43 @@
+#include "MarigoldApp.h"
+
+#include <cstdlib>
+#include <ostream>
+
+#include "CodexDump.h"
+#include "SelfTest.h"
+
+namespace marigold {
+
+std::optional<int> runOneShotMode(const Command& command, const Surroundings& surroundings,
+                                  Date now, std::ostream& out, std::ostream& err) {
+  switch (command.mode) {
+    case Command::Mode::application:
+      return std::nullopt;
+    case Command::Mode::selfTest: {
+      out << "Marigold self-test:\n";
+      const bool passed = runSelfTest(out);
+      out << "SELFTEST" << (passed ? " PASS" : " FAIL") << '\n';
+      return passed ? EXIT_SUCCESS : EXIT_FAILURE;
+    }
+    case Command::Mode::dumpCodex:
+      out << codexDump(surroundings, now);
+      return EXIT_SUCCESS;
+    case Command::Mode::help:
+      out << helpText();
+      return EXIT_SUCCESS;
+    case Command::Mode::version:
+      out << versionText();
+      return EXIT_SUCCESS;
+    case Command::Mode::shot:
+    case Command::Mode::shotSettings:
+    case Command::Mode::shotOff:
+    case Command::Mode::shotReconnect:
+    case Command::Mode::shotHeld:
+    case Command::Mode::shotMenuBar:
+      err << "marigold: " << command.flag << ": this build cannot draw pictures\n";
+      return EXIT_FAILURE;
+  }
+  return EXIT_FAILURE;
+}
+
+}  // namespace marigold

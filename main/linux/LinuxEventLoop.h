@@ -1,0 +1,73 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "QueuedEventLoop.h"
+
+namespace marigold {
+
+/// A file descriptor that is closed when this is destroyed.
+class OwnedDescriptor {
+ public:
+  OwnedDescriptor() = default;
+  explicit OwnedDescriptor(int descriptor) : descriptor_(descriptor) {}
+  OwnedDescriptor(OwnedDescriptor&& other) noexcept;
+  OwnedDescriptor& operator=(OwnedDescriptor&& other) noexcept;
+  OwnedDescriptor(const OwnedDescriptor&) = delete;
+  OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
+  ~OwnedDescriptor();
+
+  [[nodiscard]] int get() const noexcept { return descriptor_; }
+
+ private:
+  int descriptor_ = -1;
+};
+
+/// The main loop on Linux: everything it waits for is behind one epoll descriptor, so that it runs
+/// by itself or inside another toolkit's loop. Timers count through sleep (CLOCK_BOOTTIME).
+class LinuxEventLoop final : public QueuedEventLoop {
+ public:
+  LinuxEventLoop();
+  LinuxEventLoop(const LinuxEventLoop&) = delete;
+  LinuxEventLoop& operator=(const LinuxEventLoop&) = delete;
+  LinuxEventLoop(LinuxEventLoop&&) = delete;
+  LinuxEventLoop& operator=(LinuxEventLoop&&) = delete;
+  ~LinuxEventLoop() override;
+
+  [[nodiscard]] Instant now() const override;
+  [[nodiscard]] Date date() const override;
+
+  /// Readable whenever `dispatch` has something to do.
+  [[nodiscard]] int descriptor() const noexcept { return epoll_.get(); }
+  /// Handles everything that is ready; never blocks.
+  void dispatch() { turn(0); }
+
+  /// Turns until `quit`.
+  void run();
+  void quit();
+
+  /// Calls `onReadable`, on the loop's thread, whenever `descriptor` is readable, until `unwatch`.
+  void watch(int descriptor, Work onReadable);
+  void unwatch(int descriptor);
+
+ protected:
+  void wake() override;
+  void wakeAt(std::optional<Instant> when) override;
+
+ private:
+  void turn(int timeoutMilliseconds);
+
+  OwnedDescriptor epoll_;
+  OwnedDescriptor wakeups_;
+  OwnedDescriptor timer_;
+  std::atomic<bool> awake_ = false;  // a wake-up is on its way; no second one is needed
+  std::optional<Instant> armed_;     // what the timer descriptor is set to
+  std::map<int, std::shared_ptr<Work>> watched_;
+  bool running_ = false;
+};
+
+}  // namespace marigold

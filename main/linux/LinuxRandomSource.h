@@ -1,0 +1,18 @@
+#pragma once
+
+#include <random>
+
+#include "ports/RandomSource.h"
+
+namespace marigold {
+
+/// Randomness from the kernel.
+class LinuxRandomSource final : public RandomSource {
+ public:
+  [[nodiscard]] double fraction() override;
+
+ private:
+  std::random_device device_;
+};
+
+}  // namespace marigold

@@ -1,0 +1,146 @@
+#include <csignal>
+#include <cstdint>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QSocketNotifier>
+#include <sys/signalfd.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "CodexProvider.h"
+#include "CommandLine.h"
+#include "GrokProvider.h"
+#include "IcuLocalTimeText.h"
+#include "InotifyStream.h"
+#include "JsonDefaults.h"
+#include "LinuxAttention.h"
+#include "LinuxEventLoop.h"
+#include "LinuxRandomSource.h"
+#include "LinuxSurroundings.h"
+#include "MarigoldApp.h"
+#include "StandardErrorLog.h"
+#include "TextForm.h"
+#include "UsageStore.h"
+#include "Worker.h"
+
+namespace {
+
+using namespace marigold;
+
+// Ends the process after half a second, whatever still blocks: a worker stuck in a read of a dead
+// network file system must not keep the session from ending.
+void leaveSoonRegardless() {
+  std::signal(SIGALRM, [](int) { ::_exit(EXIT_SUCCESS); });
+  itimerval soon = {};
+  soon.it_value.tv_usec = 500'000;
+  ::setitimer(ITIMER_REAL, &soon, nullptr);
+}
+
+// SIGINT, SIGTERM and SIGHUP as readable events. Blocked before any thread exists, so that every
+// thread inherits it.
+sigset_t blockEndingSignals() {
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaddset(&ending, signal);
+  }
+  ::pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+  return ending;
+}
+
+void printLines(const std::string& lines) {
+  std::size_t done = 0;
+  while (done < lines.size()) {
+    const ssize_t count = ::write(STDOUT_FILENO, lines.data() + done, lines.size() - done);
+    if (count <= 0) {
+      return;  // nobody listens; the readings go on
+    }
+    done += static_cast<std::size_t>(count);
+  }
+}
+
+// The form for a machine without a display: the mark as text on standard output.
+int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
+  const sigset_t ending = blockEndingSignals();
+  const QCoreApplication application(argc, argv);
+  StandardErrorLog log;
+  LinuxEventLoop loop;
+  LinuxAttention attention(loop);
+  LinuxRandomSource random;
+  InotifyStreamSource eventStreams(log);
+  JsonDefaults defaults(
+      surroundings.configuration + "/" + surroundings.bundleIdentifier + "/preferences.json", log);
+  const IcuLocalTimeText times(timeLocale());
+  Worker codexWorker;
+
+  auto codex = std::make_unique<Isolated<UsageProvider>>(
+      codexWorker, loop,
+      std::make_unique<CodexProvider>(CodexPaths(surroundings), DiskCache(surroundings),
+                                      loop.date()));
+  UsageStore store({.loop = loop,
+                    .defaults = defaults,
+                    .eventStreams = eventStreams,
+                    .attention = attention,
+                    .random = random,
+                    .log = log,
+                    .surroundings = surroundings,
+                    .codex = std::move(codex),
+                    .grok = nullptr,
+                    .codexSessionsDir = CodexPaths(surroundings).sessionsDir(),
+                    .grokLogsDir = GrokPaths(surroundings).logsDir()});
+
+  std::string shown;
+  const auto show = [&] {
+    std::string lines = textForm(store, loop.date(), times);
+    if (lines != shown) {
+      printLines(lines);
+      shown = std::move(lines);
+    }
+  };
+  store.onStateChange = show;
+
+  const OwnedDescriptor signals(::signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK));
+  loop.watch(signals.get(), [&] {
+    signalfd_siginfo received = {};
+    if (::read(signals.get(), &received, sizeof received) > 0) {
+      QCoreApplication::quit();
+    }
+  });
+  const QSocketNotifier turn(loop.descriptor(), QSocketNotifier::Read);
+  QObject::connect(&turn, &QSocketNotifier::activated, [&loop] { loop.dispatch(); });
+
+  log.note("launched (pid " + std::to_string(::getpid()) + ")");
+  show();
+  store.start();
+  const int status = QCoreApplication::exec();
+
+  leaveSoonRegardless();
+  store.shutdown();
+  codexWorker.stop();
+  loop.unwatch(signals.get());
+  loop.close();
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A reader of our output that goes away, and a full disk quota, are errors of a write, not ends.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  const marigold::Surroundings surroundings = marigold::linuxSurroundings();
+  const marigold::Command command = marigold::parseCommandLine(arguments);
+  const marigold::Date now = std::chrono::system_clock::now();
+  if (const auto status =
+          marigold::runOneShotMode(command, surroundings, now, std::cout, std::cerr)) {
+    return *status;
+  }
+  return runTextForm(argc, argv, surroundings);
+}
