@@ -1,5 +1,5 @@
 #include <filesystem>
-#include <memory>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,7 +16,7 @@ constexpr Date now = test::codexEpoch + Seconds{20000};
 
 // A year of heavy use: nothing has changed since the last read.
 void unchangedRefresh(benchmark::State& state) {
-  const test::CodexHome home;
+  test::CodexHome home;
   for (int i = 0; i < 10'000; ++i) {
     const int day = i % 365;
     home.write("2027/" + std::to_string(day / 31) + "/" + std::to_string(day % 31) +
@@ -38,7 +38,7 @@ BENCHMARK(unchangedRefresh)->UseManualTime()->Unit(benchmark::kMicrosecond)->Min
 // The first read of a long session whose record is followed by so many bytes of other lines.
 void firstRead(benchmark::State& state) {
   const auto after = static_cast<std::size_t>(state.range(0));
-  const test::CodexHome home;
+  test::CodexHome home;
   const std::string path = home.write("rollout-long.jsonl", "", 0);
   std::filesystem::resize_file(path, 100UL << 20);
   std::string lines = "\n";
@@ -54,11 +54,11 @@ void firstRead(benchmark::State& state) {
   std::ofstream(path, std::ios::binary | std::ios::app) << lines;
 
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  const auto buffer = std::make_unique<char[]>(codexTailWindow);
+  std::vector<char> buffer(codexTailWindow);
   measureRatio(
       state,
       "first read, " + std::to_string(after / 1024) + " KiB after the record, to read and search",
-      2.0, [&] { return bareTailRead(descriptor, {buffer.get(), codexTailWindow}, "rate_limits"); },
+      2.0, [&] { return bareTailRead(descriptor, buffer, "rate_limits"); },
       [&] { return lastRateLimits(path, now).value().limits.primary; });
   ::close(descriptor);
 }

@@ -14,16 +14,18 @@ namespace marigold::bench {
 
 namespace {
 
+// Entries lie in the buffer as the kernel wrote them, one behind the other.
+// NOLINTBEGIN(*-reinterpret-cast, *-array-to-pointer-decay)
 std::size_t walk(int directory) {
   std::size_t files = 0;
-  alignas(dirent64) std::array<char, 32768> entries;
+  alignas(dirent64) std::array<char, 32768> entries{};
   long length = 0;
   while ((length = ::syscall(SYS_getdents64, directory, entries.data(), entries.size())) > 0) {
-    for (long at = 0; at < length;) {
-      const auto* entry = reinterpret_cast<const dirent64*>(entries.data() + at);
+    for (std::size_t at = 0; at < static_cast<std::size_t>(length);) {
+      const auto* entry = reinterpret_cast<const dirent64*>(&entries[at]);
       at += entry->d_reclen;
       if (entry->d_type == DT_REG) {
-        struct stat status;
+        struct stat status = {};
         files += ::fstatat(directory, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 ? 1U : 0U;
       } else if (entry->d_name[0] != '.') {
         files += walk(::openat(directory, entry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -33,6 +35,7 @@ std::size_t walk(int directory) {
   ::close(directory);
   return files;
 }
+// NOLINTEND(*-reinterpret-cast, *-array-to-pointer-decay)
 
 }  // namespace
 
@@ -43,14 +46,15 @@ std::size_t bareWalk(const std::string& root) {
 bool bareTailRead(int descriptor, std::span<char> into, std::string_view mark) {
   const off_t size = ::lseek(descriptor, 0, SEEK_END);
   const auto length = static_cast<off_t>(into.size());
-  auto rest =
-      static_cast<std::size_t>(::pread(descriptor, into.data(), into.size(), size - length));
+  const ssize_t count = ::pread(descriptor, into.data(), into.size(), size - length);
+  std::string_view rest(into.data(), static_cast<std::size_t>(count));
   const std::size_t anchor = mark.find('_');
-  while (const void* found = ::memrchr(into.data(), '_', rest)) {
-    rest = static_cast<std::size_t>(static_cast<const char*>(found) - into.data());
-    if (rest >= anchor && std::memcmp(into.data() + rest - anchor, mark.data(), mark.size()) == 0) {
+  while (const void* found = ::memrchr(rest.data(), mark[anchor], rest.size())) {
+    const auto at = static_cast<std::size_t>(static_cast<const char*>(found) - rest.data());
+    if (at >= anchor && std::memcmp(&into[at - anchor], mark.data(), mark.size()) == 0) {
       return true;
     }
+    rest = rest.substr(0, at);
   }
   return false;
 }

@@ -1,8 +1,10 @@
 #include "Ratios.h"
 
 #include <cstdio>
-#include <cstring>
+#include <iterator>
 #include <map>
+#include <string_view>
+#include <vector>
 
 namespace marigold::bench {
 
@@ -45,13 +47,12 @@ void report(benchmark::State& state, const std::string& name, double floorSecond
 
 // With "--check" the exit status tells whether every ratio kept its budget.
 int main(int count, char** arguments) {
-  const auto* const end = std::remove_if(arguments, arguments + count, [](const char* text) {
-    return std::strcmp(text, "--check") == 0;
-  });
-  const bool check = end != arguments + count;
-  count = static_cast<int>(end - arguments);
-  benchmark::Initialize(&count, arguments);
-  if (benchmark::ReportUnrecognizedArguments(count, arguments)) {
+  std::vector<char*> own(arguments, std::next(arguments, count));
+  const bool check =
+      std::erase_if(own, [](const char* text) { return std::string_view(text) == "--check"; }) > 0;
+  count = static_cast<int>(own.size());
+  benchmark::Initialize(&count, own.data());
+  if (benchmark::ReportUnrecognizedArguments(count, own.data())) {
     return 2;
   }
   benchmark::RunSpecifiedBenchmarks();

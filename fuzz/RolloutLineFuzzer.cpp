@@ -3,7 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <string_view>
+#include <span>
+#include <string>
 
 #include "CodexRecords.h"
 #include "DiskCache.h"
@@ -20,7 +21,9 @@ void require(bool holds) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace marigold;
-  const auto line = CodexRolloutLine::decode({reinterpret_cast<const char*>(data), size});
+  const std::span input(data, size);
+  const std::string text(input.begin(), input.end());
+  const auto line = CodexRolloutLine::decode(text);
   if (!line || !line->payload || !line->payload->rateLimits) {
     return 0;
   }

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -47,9 +49,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 2) {
     return 0;
   }
-  const bool startsMidFile = (data[0] & 1U) != 0;
-  const std::size_t maxLine = std::size_t{data[1]} * 16;
-  const std::string_view bytes(reinterpret_cast<const char*>(data) + 2, size - 2);
+  const std::span input(data, size);
+  const bool startsMidFile = (input[0] & 1U) != 0;
+  const std::size_t maxLine = std::size_t{input[1]} * 16;
+  const auto rest = input.subspan(2);
+  const std::string bytes(rest.begin(), rest.end());
   const auto found = lastRecordIn(bytes, startsMidFile, Date{}, maxLine);
   const auto expected = lastRecordLineByLine(bytes, startsMidFile, maxLine);
   if (found.has_value() != expected.has_value() ||

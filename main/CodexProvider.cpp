@@ -140,7 +140,11 @@ std::optional<CodexRecord> lastRateLimits(const std::string& path, Date fallback
 }
 
 const CodexRecord* CodexSearch::best() const {
-  return outcomes.empty() || !outcomes[winner] ? nullptr : &*outcomes[winner];
+  if (outcomes.empty()) {
+    return nullptr;
+  }
+  const auto& outcome = outcomes[winner];
+  return outcome ? &*outcome : nullptr;
 }
 
 CodexSearch searchRollouts(const std::vector<RolloutFile>& files, SearchEnd end) {

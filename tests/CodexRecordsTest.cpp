@@ -23,17 +23,18 @@ UsageWindow window(std::string label, double percent, std::optional<Date> resets
 }
 
 TEST(CodexRecords, DecodesALineOfTheTool) {
-  const auto line = CodexRolloutLine::decode(
+  const auto decoded = CodexRolloutLine::decode(
       R"({"timestamp":"2026-06-12T13:40:42.000Z","type":"event_msg","payload":{"type":"token_count",)"
       R"("rate_limits":{"limit_id":"codex","limit_name":null,)"
       R"("primary":{"used_percent":16.0,"window_minutes":300,"resets_at":1781273445},)"
       R"("secondary":{"used_percent":5.0,"window_minutes":10080,"resets_at":1781745034},)"
       R"("credits":null,"plan_type":"plus","rate_limit_reached_type":null}}})");
-  ASSERT_TRUE(line && line->payload && line->payload->rateLimits);
-  const CodexRateLimits& record = *line->payload->rateLimits;
+  const auto line = decoded.value_or(CodexRolloutLine{});
+  const auto payload = line.payload.value_or(CodexRolloutLine::Payload{});
+  const auto record = payload.rateLimits.value_or(CodexRateLimits{});
   EXPECT_EQ(record.limitId, "codex");
   const Date captured = dateFromEpoch(1781271642.0);
-  EXPECT_EQ(line->timestamp, captured);
+  EXPECT_EQ(line.timestamp, captured);
   const ProviderSnapshot expected{.provider = ProviderID::codex,
                                   .windows = {window("5h", 16, dateFromEpoch(1781273445.0)),
                                               window("Weekly", 5, dateFromEpoch(1781745034.0))},
