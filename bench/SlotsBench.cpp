@@ -1,0 +1,36 @@
+#include <benchmark/benchmark.h>
+
+#include "MenuBarSlots.h"
+#include "support/FixedLocalTimeText.h"
+
+namespace marigold::bench {
+namespace {
+
+// What each redraw resolves: three providers, two windows each, every text on.
+void everySlot(benchmark::State& state) {
+  const Date now = dateFromEpoch(1781271642.0);
+  const test::FixedLocalTimeText times;
+  const MenuBarTextPrefs prefs{
+      .percent = MenuBarTextScope::both, .reset = MenuBarTextScope::both, .labels = true};
+  std::vector<ProviderSnapshot> snapshots;
+  for (const ProviderID provider : allProviders) {
+    snapshots.push_back(
+        {.provider = provider,
+         .windows = {{.label = "5h", .percent = 37, .resetsAt = now + Seconds{7000}},
+                     {.label = "Weekly", .percent = 92, .resetsAt = now + Seconds{300'000}}},
+         .capturedAt = now - Seconds{30}});
+  }
+  for (auto _ : state) {
+    for (const ProviderSnapshot& snapshot : snapshots) {
+      const MenuGauge gauge =
+          resolveMenuGauge(snapshot, MenuBarWindowKind::automatic, prefs, MenuBarStyle::rings,
+                           ProviderAccent::automatic, RingColorMode::byWindow, now);
+      const MenuBarSegment segment = menuBarSegment(gauge, MenuBarStyle::rings, now);
+      benchmark::DoNotOptimize(menuSegmentLines(gauge, segment, now, times));
+    }
+  }
+}
+BENCHMARK(everySlot)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+}  // namespace marigold::bench
