@@ -1,4 +1,3 @@
-#include <string>
 #include <tuple>
 #include <vector>
 
@@ -12,39 +11,19 @@ namespace {
 using Kind = MenuBarWindowKind;
 using enum MenuBarTextScope;
 
-TEST(MenuBarPreferences, ScopesCoverWindows) {
-  for (const auto& [scope, expected] : std::vector<std::pair<MenuBarTextScope, std::string>>{
-           {off, "0000"}, {fiveHour, "1100"}, {weekly, "1010"}, {both, "1111"}}) {
-    std::string covered;
-    std::string coveredByEither;
-    for (const std::optional<std::string_view> label :
-         std::vector<std::optional<std::string_view>>{{}, "5h", "Weekly", "Opus"}) {
-      covered += covers(scope, label) ? '1' : '0';
-      const bool either = MenuBarTextPrefs{.percent = scope, .reset = off}.covers(label) &&
-                          MenuBarTextPrefs{.percent = off, .reset = scope}.covers(label);
-      coveredByEither += either ? '1' : '0';
-    }
-    EXPECT_EQ(covered, expected);
-    EXPECT_EQ(coveredByEither, expected);
-  }
-}
-
-TEST(MenuBarPreferences, OlderTextChoicesMigrate) {
-  using Row =
-      std::tuple<std::optional<std::string_view>, std::optional<bool>, Kind, MenuBarTextScope>;
+TEST(MenuBarPreferences, StoredScopesMigrateAndCoverTheirWindow) {
+  using Text = std::optional<std::string_view>;
   for (const auto& [stored, legacy, window, expected] :
-       std::vector<Row>{{"gauge", false, Kind::weekly, weekly},
-                        {"gauge", {}, Kind::automatic, fiveHour},
-                        {"both", false, Kind::automatic, both},
-                        {"off", true, Kind::automatic, off},
-                        {"fiveHour", {}, Kind::weekly, fiveHour},
-                        {"Gauge", true, Kind::weekly, weekly},
-                        {{}, true, Kind::automatic, fiveHour},
-                        {{}, false, Kind::automatic, off},
-                        {"", {}, Kind::automatic, both}}) {
-    EXPECT_EQ(migratedTextScope(stored, legacy, window, both), expected)
-        << stored.value_or("nothing");
+       std::vector<std::tuple<Text, std::optional<bool>, Kind, MenuBarTextScope>>{
+           {"gauge", false, Kind::weekly, weekly},
+           {"gauge", {}, Kind::automatic, fiveHour},
+           {"off", true, Kind::automatic, off},
+           {"Gauge", true, Kind::weekly, weekly},
+           {{}, false, Kind::automatic, off},
+           {"", {}, Kind::automatic, both}}) {
+    EXPECT_EQ(migratedTextScope(stored, legacy, window, both), expected) << stored.value_or("-");
   }
+  EXPECT_TRUE(covers(weekly, {}) && !covers(weekly, "5h") && !covers(off, {}));
 }
 
 }  // namespace
