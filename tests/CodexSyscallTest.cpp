@@ -1,152 +1,94 @@
-// Counts what a read of the Codex tool's files asks of the system. Linked with the calls below
-// wrapped, hence a program of its own.
+// Counts what a read of the Codex tool's files asks of the system; the linker wraps the calls.
 
-#include <filesystem>
 #include <functional>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "support/CodexHome.h"
 
+// NOLINTBEGIN(*-reserved-identifier, *-global-variables, cert-dcl50-cpp, *-identifier-naming)
 namespace {
 
-struct Calls {
-  int opens = 0;  // of rollout files
-  int directories = 0;
-  int stats = 0;
-  int reads = 0;
-  std::size_t bytes = 0;
-
-  bool operator==(const Calls&) const = default;
-};
-// NOLINTBEGIN(*-avoid-non-const-global-variables): the wrapped calls have no other way to know.
-Calls calls;
-
-// Runs before a rollout file is looked at or a directory is entered; an errno that it returns fails
-// the call.
-std::function<int(std::string_view)> interfere;
-// NOLINTEND(*-avoid-non-const-global-variables)
-
-int failed(std::string_view name) {
-  errno = interfere ? interfere(name) : 0;
-  return errno;
-}
-
-bool isRollout(std::string_view path) {
-  return path.ends_with(".jsonl");
-}
+std::map<std::string_view, std::size_t> made;  // calls by name, and the bytes asked for
+std::function<void(const std::string&)> interfere = [](auto&) {};  // before openat and fstatat
 
 }  // namespace
 
-// The names are the linker's.
-// NOLINTBEGIN(*-reserved-identifier, cert-dcl*, readability-identifier-naming)
-extern "C" {
-// Where the mode is not passed, nobody looks at it.
-int __real_open(const char* path, int flags, mode_t mode);
-int __real_openat(int directory, const char* path, int flags, mode_t mode);
+extern "C" {  // the names are the linker's
+int __real_open(const char* path, int flags, ...);
+int __real_openat(int directory, const char* path, int flags, ...);
 int __real_fstatat(int directory, const char* path, struct stat* status, int flags);
 ssize_t __real_pread(int descriptor, void* into, size_t size, off_t offset);
 
-int __wrap_open(const char* path, int flags, mode_t mode) {
-  calls.opens += isRollout(path) ? 1 : 0;
-  return __real_open(path, flags, mode);
+int __wrap_open(const char* path, int flags, ...) {
+  made["open"] += std::size_t{std::string_view(path).ends_with(".jsonl")};
+  return __real_open(path, flags, 0600);  // the mode is of a new file: the cache
 }
-int __wrap_openat(int directory, const char* path, int flags, mode_t mode) {
-  ++calls.directories;
-  return failed(path) != 0 ? -1 : __real_openat(directory, path, flags, mode);
+int __wrap_openat(int directory, const char* path, int flags, ...) {
+  ++made["openat"];
+  interfere(path);
+  return __real_openat(directory, path, flags);
 }
 int __wrap_fstatat(int directory, const char* path, struct stat* status, int flags) {
-  ++calls.stats;
-  return failed(path) != 0 ? -1 : __real_fstatat(directory, path, status, flags);
+  ++made["fstatat"];
+  interfere(path);
+  return __real_fstatat(directory, path, status, flags);
 }
 ssize_t __wrap_pread(int descriptor, void* into, size_t size, off_t offset) {
-  ++calls.reads;
-  calls.bytes += size;
+  ++made["pread"];
+  made["bytes"] += size;
   return __real_pread(descriptor, into, size, offset);
 }
 }
-// NOLINTEND(*-reserved-identifier, cert-dcl*, readability-identifier-naming)
+// NOLINTEND(*-reserved-identifier, *-global-variables, cert-dcl50-cpp, *-identifier-naming)
 
 namespace marigold {
 namespace {
 
-namespace fs = std::filesystem;
+using test::at, test::recordLine, testing::ElementsAre, testing::Field;
 
-struct CodexSyscalls : testing::Test {
-  test::CodexHome home;
-  CodexProvider provider = home.provider();
-  Date now = test::codexEpoch + Seconds{1000};
-
-  void TearDown() override { interfere = nullptr; }
-};
-
-// What `work` calls.
-template <class Work>
-Calls counting(const Work& work) {
-  calls = {};
-  work();
-  return calls;
-}
-
-TEST_F(CodexSyscalls, AnUnchangedRefreshOpensNoFile) {
+TEST(CodexSyscalls, AreFew) {
+  const test::CodexHome home;
   for (int i = 0; i < 100; ++i) {
     home.write("2027/d" + std::to_string(i % 5) + "/rollout-" + std::to_string(i) + ".jsonl",
-               test::recordLine(i, i), i);
-    home.write("2027/other-" + std::to_string(i), "", i);
+               recordLine(i, i), i);
   }
-  const Calls first = counting([&] { ASSERT_EQ(provider.fetch(now).headlinePercent(), 99); });
-  EXPECT_EQ(first, (Calls{.opens = 1,
-                          .directories = 6,
-                          .stats = 100,
-                          .reads = 1,
-                          .bytes = test::recordLine(99, 99).size()}));
-  const Calls second = counting([&] { ASSERT_TRUE(provider.fetch(now).isUsable()); });
-  EXPECT_EQ(second, (Calls{.directories = 6, .stats = 100}));
-}
-
-TEST_F(CodexSyscalls, AFileIsOpenedOnceAndItsTailReadOnce) {
-  const std::string early(3UL << 20, 'x');
-  const auto file = home.write("rollout-a.jsonl", early + "\n" + test::recordLine(5, 0), 0);
-  Calls read = counting([&] { ASSERT_TRUE(provider.fetch(now).isUsable()); });
-  EXPECT_EQ(read.opens, 1);
-  EXPECT_EQ(read.reads, 1);
-  home.write("rollout-a.jsonl", test::recordLine(5, 0) + early, 1);
-  read = counting([&] { ASSERT_FALSE(lastRateLimits(file, now)); });
-  EXPECT_EQ(read.opens, 1);
-  EXPECT_EQ(read.bytes, codexTailWindow);
-}
-
-TEST_F(CodexSyscalls, AtMostFortyFilesAreOpened) {
-  for (int i = 0; i < 50; ++i) {
-    home.write("rollout-" + std::to_string(i) + ".jsonl", "{}\n", i);
-  }
-  EXPECT_EQ(counting([&] { ASSERT_FALSE(provider.rescan(now).isUsable()); }).opens, 40);
-}
-
-TEST_F(CodexSyscalls, TheTreeMayChangeWhileItIsWalked) {
-  const std::string gone = home.write("a/rollout-gone.jsonl", test::recordLine(1, 1), 1);
-  home.write("a/rollout-linked.jsonl", test::recordLine(2, 2), 2);
-  home.write("b/rollout-moved.jsonl", test::recordLine(3, 3), 3);
-  home.write("c/rollout-shut.jsonl", test::recordLine(4, 4), 4);
-  home.write("d/rollout-kept.jsonl", test::recordLine(5, 0), 0);
-  const std::string sessions = home.sessions();
-  interfere = [&](std::string_view name) {
-    if (name == "rollout-gone.jsonl") {
-      fs::remove(gone);
-    } else if (name == "rollout-linked.jsonl") {
-      fs::remove(sessions + "/a/rollout-linked.jsonl");
-      fs::create_symlink(sessions + "/d/rollout-kept.jsonl", sessions + "/a/rollout-linked.jsonl");
-    } else if (name == "b") {  // becomes a link to itself, elsewhere
-      fs::rename(sessions + "/b", home.path() + "/b");
-      fs::create_directory_symlink(home.path() + "/b", sessions + "/b");
-    }
-    return name == "c" ? EACCES : 0;
+  CodexProvider provider = home.provider();
+  const auto callsOfFetch = [&] {
+    made = {};
+    EXPECT_EQ(provider.fetch(at(1000)).headlinePercent(), 99);
+    return std::vector{made["openat"], made["fstatat"], made["open"], made["pread"], made["bytes"]};
   };
-  EXPECT_EQ(provider.fetch(now).headlinePercent(), 5);
-  EXPECT_EQ(provider.lastSource(), sessions + "/d/rollout-kept.jsonl");
+  const std::size_t line = recordLine(99, 99).size();
+  EXPECT_THAT(callsOfFetch(), ElementsAre(6, 100, 1, 1, line));
+  EXPECT_THAT(callsOfFetch(), ElementsAre(6, 100, 0, 0, 0)) << "nothing changed";
+  home.write("rollout-long.jsonl", std::string(3UL << 20, 'x'), 100);
+  EXPECT_THAT(callsOfFetch(), ElementsAre(6, 101, 2, 3, codexTailWindow + line));
+  for (int i = 0; i < 50; ++i) {
+    home.write("rollout-none-" + std::to_string(i) + ".jsonl", "{}\n", 101);
+  }
+  EXPECT_THAT(callsOfFetch(), ElementsAre(6, 151, 40, 40, 40 * 3)) << "at most 40 files";
+}
+
+TEST(CodexSyscalls, TheTreeMayChangeWhileItIsWalked) {
+  const test::CodexHome home;
+  home.write("rollout-gone.jsonl", recordLine(1, 1), 1);
+  home.write("rollout-linked.jsonl", recordLine(2, 2), 2);
+  home.write("linked/rollout-b.jsonl", recordLine(3, 3), 3);
+  const std::string kept = home.write("rollout-kept.jsonl", recordLine(5, 0), 0);
+  interfere = [&](const std::string& name) {
+    const std::string path = home.sessions + "/" + name;
+    const std::string elsewhere = home.home.path() + "/" + name;
+    if (name == "rollout-linked.jsonl" || name == "linked") {
+      std::filesystem::rename(path, elsewhere);
+      std::filesystem::create_symlink(elsewhere, path);
+    } else if (name != "rollout-kept.jsonl") {
+      std::filesystem::remove(path);
+    }
+  };
+  EXPECT_THAT(home.provider().recentRolloutFiles(9), ElementsAre(Field(&RolloutFile::path, kept)));
+  interfere = [](auto&) {};
 }
 
 }  // namespace

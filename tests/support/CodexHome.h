@@ -1,56 +1,45 @@
 #pragma once
 
-#include <array>
-#include <string>
-#include <string_view>
-
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <filesystem>
 
 #include "CodexProvider.h"
-#include "Surroundings.h"
 #include "TemporaryDirectory.h"
 
 namespace marigold::test {
 
-/// The moment that the times of a CodexHome count from.
-inline constexpr Date codexEpoch{Seconds{1.8e9}};
-
-/// A line with a usable 5-hour window, its timestamp `at` seconds after `codexEpoch`.
-inline std::string recordLine(double percent, int at) {
-  const std::string time = isoText(codexEpoch + Seconds{static_cast<double>(at)});
-  return R"({"timestamp":")" + time + R"(","payload":{"rate_limits":{"primary":{"used_percent":)" +
-         std::to_string(percent) + R"(,"window_minutes":300},"plan_type":"plus"}}})" + "\n";
+/// `seconds` after a moment that the tests count from.
+inline Date at(double seconds) {
+  return Date{Seconds{1.8e9 + seconds}};
 }
 
-/// Sets a file's modification time to `at` seconds after `codexEpoch`.
-inline void setModified(const std::string& path, double at) {
-  timespec time{};
-  time.tv_sec = static_cast<time_t>((codexEpoch + Seconds{at}).time_since_epoch().count());
-  const std::array times{time, time};
-  ::utimensat(AT_FDCWD, path.c_str(), times.data(), AT_SYMLINK_NOFOLLOW);
+/// A line with a usable 5-hour window and the timestamp `at(time)`.
+inline std::string recordLine(double percent, double time) {
+  return R"({"timestamp":")" + isoText(at(time)) +
+         R"(","payload":{"rate_limits":{"primary":{"used_percent":)" + std::to_string(percent) +
+         R"(,"window_minutes":300},"plan_type":"plus"}}})" + "\n";
+}
+
+inline void setModified(const std::string& path, Date date) {
+  const auto whole = std::chrono::floor<std::chrono::seconds>(date);
+  std::filesystem::last_write_time(path, std::chrono::file_clock::from_sys(whole));
 }
 
 /// A user's home with the files of the Codex tool in it.
-class CodexHome {
- public:
-  [[nodiscard]] std::string path() const { return home_.path(); }
-  [[nodiscard]] std::string sessions() const { return home_.path() + "/.codex/sessions"; }
-  [[nodiscard]] Surroundings surroundings() const {
-    return {.home = home_.path(), .environment = {{"MARIGOLD_CACHE_DIR", "~/cache"}}};
-  }
+struct CodexHome {
+  TemporaryDirectory home;
+  std::string sessions = home.path() + "/.codex/sessions";
+  Surroundings surroundings{.home = home.path(),
+                            .environment = {{"MARIGOLD_CACHE_DIR", "~/cache"}}};
+
   [[nodiscard]] CodexProvider provider() const {
-    return {CodexPaths(surroundings()), DiskCache(surroundings()), codexEpoch};
+    return {CodexPaths(surroundings), DiskCache(surroundings), at(0)};
   }
-  /// Writes a file below the sessions, `at` seconds after `codexEpoch`; gives its path.
-  std::string write(const std::string& relative, std::string_view content, double at) {
-    std::string path = home_.write(".codex/sessions/" + relative, content);
-    setModified(path, at);
+  /// Writes a file below the sessions, modified `at(time)`; gives its path.
+  std::string write(const std::string& relative, std::string_view content, double time) const {
+    std::string path = home.write(".codex/sessions/" + relative, content);
+    setModified(path, at(time));
     return path;
   }
-
- private:
-  TemporaryDirectory home_;
 };
 
 }  // namespace marigold::test
