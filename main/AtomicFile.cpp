@@ -12,6 +12,8 @@ namespace marigold {
 
 namespace {
 
+constexpr std::string_view temporarySuffix = ".XXXXXX";  // mkostemp replaces the X
+
 std::unexpected<std::error_code> lastError() {
   return std::unexpected(std::error_code(errno, std::generic_category()));
 }
@@ -50,8 +52,13 @@ void syncDirectory(const std::string& path) {
 
 }  // namespace
 
+bool isTemporaryOf(std::string_view path, std::string_view target) {
+  return path.size() == target.size() + temporarySuffix.size() && path.starts_with(target) &&
+         path[target.size()] == '.';
+}
+
 std::expected<void, std::error_code> replaceFile(const std::string& path, std::string_view bytes) {
-  std::string temporary = path + ".XXXXXX";
+  std::string temporary = path + std::string(temporarySuffix);
   const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);  // mode 0600
   if (descriptor < 0) {
     return lastError();

@@ -14,6 +14,9 @@ namespace marigold {
 [[nodiscard]] std::expected<void, std::error_code> replaceFile(const std::string& path,
                                                                std::string_view bytes);
 
+/// Whether `path` is a temporary file that an interrupted replacement of `target` left behind.
+[[nodiscard]] bool isTemporaryOf(std::string_view path, std::string_view target);
+
 /// Creates the directory at `path` with all missing parents, for the user alone.
 [[nodiscard]] std::expected<void, std::error_code> createDirectories(const std::string& path);
 

@@ -77,7 +77,7 @@ std::string filesText(const std::vector<RolloutFile>& files, const CodexSearch& 
 std::string snapshotText(const ProviderSnapshot& snapshot, Date now) {
   std::string text;
   for (const UsageWindow& window : snapshot.windows) {
-    text += "  " + window.label + ": " + numberText(window.percent) + "% used, resets " +
+    text += "  " + printable(window.label) + ": " + numberText(window.percent) + "% used, resets " +
             (window.resetsAt ? isoText(*window.resetsAt) : "at a time not told") + "\n";
   }
   if (snapshot.windows.empty()) {
@@ -85,7 +85,7 @@ std::string snapshotText(const ProviderSnapshot& snapshot, Date now) {
   }
   text += "  captured: " + timeAndAge(snapshot.capturedAt, now) + "\n";
   text += "  plan: " + printable(snapshot.planLabel.value_or("none")) + "\n";
-  text += "  note: " + snapshot.extraNote.value_or("none") + "\n";
+  text += "  note: " + printable(snapshot.extraNote.value_or("none")) + "\n";
   text += "  health: " + healthText(snapshot.health) + "\n";
   return text;
 }

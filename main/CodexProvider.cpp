@@ -69,6 +69,10 @@ ProviderSnapshot aged(const ProviderSnapshot& reading, Date now) {
   return reading.withHealth(codexHealth(secondsBetween(reading.capturedAt, now)));
 }
 
+CodexProvider::Processed processed(const RolloutFile& file) {
+  return {.path = file.path, .mtime = file.modified, .size = file.size};
+}
+
 std::string withoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) {
     path.pop_back();
@@ -211,12 +215,15 @@ ProviderSnapshot CodexProvider::fetch(const std::set<std::string>& changed, Date
   if (record == nullptr) {
     return read(now, false);
   }
+  if (lastGood_->capturedAt > now) {
+    return read(now, false);  // read under a wrong clock; it keeps nothing out
+  }
   if (record->timestamp <= lastGood_->capturedAt) {
     return aged(*lastGood_, now);
   }
   // Only forwards: the newest file of all need not be among the changed ones.
   if (files.front().modified > lastProcessed_->mtime) {
-    lastProcessed_ = {.path = files.front().path, .mtime = files.front().modified};
+    lastProcessed_ = processed(files.front());
   }
   return accept(*record, files[search.winner].path, now);
 }
@@ -238,7 +245,7 @@ ProviderSnapshot CodexProvider::read(Date now, bool force) {
   if (files.empty()) {
     return withoutRecord(listing.rootExists, now);
   }
-  Processed newest{.path = files.front().path, .mtime = files.front().modified};
+  Processed newest = processed(files.front());
   if (!force && lastGood_ && lastProcessed_ == newest) {
     return aged(*lastGood_, now);
   }
@@ -248,11 +255,6 @@ ProviderSnapshot CodexProvider::read(Date now, bool force) {
     return withoutRecord(true, now);
   }
   lastProcessed_ = std::move(newest);
-  // The newer record may lie out of reach by now, its file deleted or grown by a long answer. A
-  // reading from the future shows that the clock was wrong and keeps nothing out.
-  if (lastGood_ && record->timestamp < lastGood_->capturedAt && lastGood_->capturedAt <= now) {
-    return aged(*lastGood_, now);
-  }
   return accept(*record, files[search.winner].path, now);
 }
 

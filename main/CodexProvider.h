@@ -89,6 +89,7 @@ class CodexProvider final : public UsageProvider {
   struct Processed {
     std::string path;
     Date mtime;
+    std::int64_t size = 0;  ///< bytes; two appends may share one tick of the file system's clock
 
     bool operator==(const Processed&) const = default;
   };

@@ -1,5 +1,6 @@
 #include "DiskCache.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -93,7 +94,14 @@ std::optional<CachedSnapshot> DiskCache::load(ProviderID provider) const {
 }
 
 void DiskCache::remove(ProviderID provider) const {
-  ::unlink(file(provider).c_str());
+  const std::string path = file(provider);
+  ::unlink(path.c_str());
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(dir(), ignored)) {
+    if (isTemporaryOf(entry.path().string(), path)) {
+      ::unlink(entry.path().c_str());
+    }
+  }
 }
 
 std::optional<std::string> encodeCachedSnapshot(const CachedSnapshot& snapshot) {
@@ -156,11 +164,21 @@ std::optional<CachedSnapshot> decodeCachedSnapshot(std::string_view content) {
 }
 
 void purgeLegacyNetworkCache(const std::string& cachesBase, const std::string& httpStorage,
-                             const std::string& bundleID) {
+                             const std::string& bundleID, const std::vector<std::string>& kept) {
+  namespace fs = std::filesystem;
   for (const std::string& base : {cachesBase, httpStorage}) {
-    if (!base.empty() && !bundleID.empty()) {
-      std::error_code ignored;
-      std::filesystem::remove_all(std::filesystem::path(base) / bundleID, ignored);
+    if (base.empty() || bundleID.empty()) {
+      continue;
+    }
+    std::error_code error;
+    const fs::path entry = fs::path(base) / bundleID;
+    const fs::path place = fs::weakly_canonical(entry, error);
+    const bool holdsKept = std::ranges::any_of(kept, [&](const std::string& path) {
+      const fs::path resolved = fs::weakly_canonical(path, error);
+      return std::ranges::mismatch(place, resolved).in1 == place.end();
+    });
+    if (!error && !holdsKept) {
+      fs::remove_all(entry, error);  // of a link, the link alone
     }
   }
 }

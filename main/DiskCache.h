@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ProviderSnapshot.h"
 #include "Surroundings.h"
@@ -27,6 +28,7 @@ class DiskCache {
 
   void save(const CachedSnapshot& snapshot) const;
   [[nodiscard]] std::optional<CachedSnapshot> load(ProviderID provider) const;
+  /// Also removes what an interrupted save may have left behind.
   void remove(ProviderID provider) const;
 
  private:
@@ -42,8 +44,9 @@ class DiskCache {
 [[nodiscard]] std::optional<CachedSnapshot> decodeCachedSnapshot(std::string_view content);
 
 /// Deletes what the system's URL loading may have kept for this application: its own entry, named
-/// by `bundleID`, under each of the two directories.
+/// by `bundleID`, under each of the two directories. An entry that holds one of the directories
+/// `kept` is left alone: people may have pointed several of these at one place.
 void purgeLegacyNetworkCache(const std::string& cachesBase, const std::string& httpStorage,
-                             const std::string& bundleID);
+                             const std::string& bundleID, const std::vector<std::string>& kept);
 
 }  // namespace marigold

@@ -454,7 +454,9 @@ std::optional<double> decimalNumber(std::string_view text) {
   }
   double value = 0;
   const auto [end, error] = fast_float::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) {
+  // Out of range is no failure: the value is infinite, or zero when it is too small.
+  if ((error != std::errc() && error != std::errc::result_out_of_range) ||
+      end != text.data() + text.size()) {
     return std::nullopt;
   }
   return value;

@@ -16,6 +16,12 @@ void QueuedEventLoop::post(Work work) {
 }
 
 Timer QueuedEventLoop::callAt(Instant when, Work work) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (closed_) {
+      return {};
+    }
+  }
   auto pending = std::make_shared<Work>(std::move(work));
   timers_.emplace(when, pending);
   wakeAt(nextDeadline());

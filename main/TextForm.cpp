@@ -1,6 +1,7 @@
 #include "TextForm.h"
 
 #include <algorithm>
+#include <cmath>
 #include <optional>
 #include <string_view>
 
@@ -27,7 +28,40 @@ std::string tokens(const MenuBarSegment& segment) {
   return text;
 }
 
+// A provider without a window and without a gauge (off, not installed, never read) has no place in
+// the mark; its tooltip still says why.
+bool isDrawn(const MenuGauge& gauge) {
+  const auto shows = [](const MenuSlot& slot) { return slot.rendersGauge || slot.windowLabel; };
+  return shows(gauge.outer) || (gauge.inner && shows(*gauge.inner));
+}
+
 }  // namespace
+
+std::optional<Date> nextTextChange(const std::vector<MenuBarItem>& items, Date now) {
+  std::optional<Date> next;
+  const auto offer = [&](Date date) {
+    if (date > now && (!next || date < *next)) {
+      next = date;
+    }
+  };
+  const auto offerSlot = [&](const MenuSlot& slot, bool countsDown) {
+    if (!slot.resetsAt) {
+      return;
+    }
+    offer(*slot.resetsAt);
+    if (countsDown) {
+      offer(now + Seconds{std::fmod(secondsBetween(now, *slot.resetsAt), 60)});
+      offer(now + Seconds{60});
+    }
+  };
+  for (const MenuBarItem& item : items) {
+    offerSlot(item.gauge.outer, item.segment.reset.has_value());
+    if (item.gauge.inner) {
+      offerSlot(*item.gauge.inner, item.segment.innerReset.has_value());
+    }
+  }
+  return next;
+}
 
 std::vector<MenuBarItem> resolveMenuBar(const UsageStore& store, Date now) {
   const Preferences& chosen = store.preferences();
@@ -43,8 +77,8 @@ std::vector<MenuBarItem> resolveMenuBar(const UsageStore& store, Date now) {
   return items;
 }
 
-std::string textForm(const UsageStore& store, Date now, const LocalTimeText& times) {
-  const auto items = resolveMenuBar(store, now);
+std::string textForm(const std::vector<MenuBarItem>& items, const UsageStore& store, Date now,
+                     const LocalTimeText& times) {
   if (items.empty()) {
     const bool anyPresent = std::ranges::any_of(
         allProviders, [&](ProviderID provider) { return store.isPresent(provider); });
@@ -58,9 +92,11 @@ std::string textForm(const UsageStore& store, Date now, const LocalTimeText& tim
       append(line, "; ", tooltip);
     }
     text += line + "\n";
-    append(mark, " | ", tokens(item.segment));
+    if (const std::string texts = isDrawn(item.gauge) ? tokens(item.segment) : ""; !texts.empty()) {
+      append(mark, " | ", texts);
+    }
   }
-  return text + "mark: " + mark + "\n";
+  return mark.empty() ? text : text + "mark: " + mark + "\n";
 }
 
 }  // namespace marigold

@@ -10,9 +10,11 @@ namespace {
 // Between the end of one periodic refresh and the start of the next, in seconds.
 constexpr Seconds refreshPeriod{180};
 
-bool isOlder(const ProviderSnapshot& fresh, const std::optional<ProviderSnapshot>& published) {
+// A published reading from the future was captured under a wrong clock and keeps nothing out.
+bool isOlder(const ProviderSnapshot& fresh, const std::optional<ProviderSnapshot>& published,
+             Date now) {
   return published && published->isUsable() && fresh.isUsable() &&
-         fresh.capturedAt < published->capturedAt;
+         fresh.capturedAt < published->capturedAt && published->capturedAt <= now;
 }
 
 }  // namespace
@@ -42,18 +44,23 @@ UsageStore::UsageStore(Services services)
   preferences_.onChange = [this] { stateChanged(); };
   const Date now = loop_.date();
   for (const ProviderID provider : allProviders) {
-    if (const auto cached = cache_.load(provider)) {
+    // What nothing reads any more must not stand for ever.
+    if (const auto cached = hasReader(provider) ? cache_.load(provider) : std::nullopt) {
       reading(provider).published = cached->restored(now);
     }
   }
   if (!claudeReadsThisCycle(preferences_.claudeTurnedOff())) {
     reading(ProviderID::claude).published = turnedOffClaudeSnapshot(now);
   }
-  purgeLegacyNetworkCache(surroundings_.caches, surroundings_.httpStorages, cache_.bundleID());
+  purgeNetworkCache();
 }
 
 UsageStore::~UsageStore() {
   shutdown();
+  // A read that was running while its provider was cleared may have saved once more.
+  for (const ProviderID provider : cleared_) {
+    cache_.remove(provider);
+  }
 }
 
 void UsageStore::start() {
@@ -100,24 +107,27 @@ void UsageStore::startWatchers() {
   // The callbacks come on the watchers' threads; only the hop to the main loop happens there.
   const auto watch = [this](std::unique_ptr<CodexWatcher>& watcher, const std::string& path,
                             WatchCoalescer& events) {
-    if (watcher || path.empty()) {
-      return;
-    }
-    watcher = CodexWatcher::make(
-        eventStreams_, path,
-        [this, &events, &loop = loop_, alive = std::weak_ptr(alive_)](const WatchBatch& batch) {
-          loop.post([this, &events, alive, batch] {
-            if (!alive.expired() && engineRuns_) {
-              events.submit(batch);
-            }
+    if (!watcher) {
+      watcher = CodexWatcher::make(
+          eventStreams_, path,
+          [this, &events, &loop = loop_, alive = std::weak_ptr(alive_)](const WatchBatch& batch) {
+            loop.post([this, &events, alive, batch] {
+              if (!alive.expired() && engineRuns_) {
+                events.submit(batch);
+              }
+            });
           });
-        });
+    }
     if (watcher) {
-      watcher->start();
+      watcher->start();  // again where the system refused before
     }
   };
-  watch(watcher_, codexSessionsDir_, codexEvents_);
-  watch(grokWatcher_, grokLogsDir_, grokEvents_);
+  if (codex_) {
+    watch(watcher_, codexSessionsDir_, codexEvents_);
+  }
+  if (grok_) {
+    watch(grokWatcher_, grokLogsDir_, grokEvents_);
+  }
 }
 
 void UsageStore::refreshNow() {
@@ -192,12 +202,12 @@ void UsageStore::finish(const std::shared_ptr<SideTask>& task) {
 
 void UsageStore::applyClaude(const Answer& answer, bool sampledRead) {
   Reading& claude = reading(ProviderID::claude);
-  if (!answer.snapshot || answer.ask <= claude.applied ||
+  if (!answer.snapshot || answer.ask <= claude.floor ||
       !claudePublishesThisResult(sampledRead,
                                  claudeReadsThisCycle(preferences_.claudeTurnedOff()))) {
     return;
   }
-  claude.applied = answer.ask;
+  cleared_.erase(ProviderID::claude);
   if (sampledRead) {
     set(claudeYetFetched_, true);
   }
@@ -208,11 +218,12 @@ void UsageStore::applyClaude(const Answer& answer, bool sampledRead) {
 
 void UsageStore::applyCodex(ProviderID provider, const Answer& answer) {
   Reading& current = reading(provider);
-  if (!answer.snapshot || answer.ask <= current.applied) {
+  if (!answer.snapshot || answer.ask <= current.floor) {
     return;
   }
-  current.applied = answer.ask;
-  if (!isOlder(*answer.snapshot, current.published)) {
+  current.floor = answer.ask;
+  cleared_.erase(provider);
+  if (!isOlder(*answer.snapshot, current.published, loop_.date())) {
     set(current.published, answer.snapshot);
   }
 }
@@ -265,7 +276,7 @@ void UsageStore::turnOnClaude() {
   set(reading(ProviderID::claude).published, {});
   claudeCadence_.observe({});
   // A reading asked for before Claude was turned off must not come back now.
-  reading(ProviderID::claude).applied = reading(ProviderID::claude).asked;
+  reading(ProviderID::claude).floor = reading(ProviderID::claude).asked;
   stateChanged();
   retryClaudeRead();
 }
@@ -290,7 +301,12 @@ void UsageStore::clearStoredUsage(const std::set<ProviderID>& providers) {
           std::optional(turnedOffClaudeSnapshot(loop_.date())));
     }
   }
-  purgeLegacyNetworkCache(surroundings_.caches, surroundings_.httpStorages, cache_.bundleID());
+  purgeNetworkCache();
+}
+
+void UsageStore::purgeNetworkCache() const {
+  purgeLegacyNetworkCache(surroundings_.caches, surroundings_.httpStorages, cache_.bundleID(),
+                          {cache_.dir(), surroundings_.configuration});
 }
 
 void UsageStore::forgetLastGood(const std::set<ProviderID>& providers) {
@@ -298,9 +314,15 @@ void UsageStore::forgetLastGood(const std::set<ProviderID>& providers) {
     // The file goes now, whatever the reader is busy with; if that is saving a reading, the file
     // goes again when the reader forgets.
     cache_.remove(provider);
+    cleared_.insert(provider);
     if (provider == ProviderID::claude) {
       if (claude_ != nullptr) {
         claude_->forgetCache();
+      }
+      // An answer that waits for the other providers is one of the readings to forget; one that is
+      // still out is new.
+      for (const auto& [key, task] : sideTasks_) {
+        task->claude.snapshot.reset();
       }
     } else {
       const auto& reader = provider == ProviderID::codex ? codex_ : grok_;
@@ -308,7 +330,7 @@ void UsageStore::forgetLastGood(const std::set<ProviderID>& providers) {
         reader->tell([](UsageProvider& it) { it.forgetCache(); });
       }
       // What is still being read may come from memory that is now forgotten.
-      reading(provider).applied = reading(provider).asked;
+      reading(provider).floor = reading(provider).asked;
     }
     set(reading(provider).published, {});
   }
@@ -333,6 +355,18 @@ std::vector<ProviderID> UsageStore::menuBarBars() const {
   return menuBarProviders(preferences_.providerOrder(), [this](ProviderID provider) {
     return preferences_.showsInMenuBarEffective(provider) && isPresent(provider);
   });
+}
+
+bool UsageStore::hasReader(ProviderID provider) const {
+  switch (provider) {
+    case ProviderID::claude:
+      return claude_ != nullptr;
+    case ProviderID::codex:
+      return codex_ != nullptr;
+    case ProviderID::grok:
+      return grok_ != nullptr;
+  }
+  return false;
 }
 
 double UsageStore::claudeMinInterval(ClaudeCadence cadence, Date now) {

@@ -110,12 +110,14 @@ class UsageStore {
   [[nodiscard]] double claudeMinInterval(ClaudeCadence cadence, Date now);
 
  private:
-  // The reads of one provider, numbered as they are asked for. A reading asked for earlier never
-  // replaces one asked for later, whatever order they arrive in.
+  // The reads of one provider, numbered as they are asked for. Codex and Grok answer in order, but
+  // a refresh waits for all three: a reading asked for earlier never replaces one asked for later.
+  // Claude may answer a later question from memory while an earlier request is out, so there only
+  // what was asked before it was turned off and on is late.
   struct Reading {
     std::optional<ProviderSnapshot> published;
     std::uint64_t asked = 0;
-    std::uint64_t applied = 0;
+    std::uint64_t floor = 0;  // answers up to this one come too late
   };
   // One answer of a provider, and which ask it answers.
   struct Answer {
@@ -137,6 +139,8 @@ class UsageStore {
 
   [[nodiscard]] bool stillValid(int generation) const;
   [[nodiscard]] Reading& reading(ProviderID provider);
+  [[nodiscard]] bool hasReader(ProviderID provider) const;
+  void purgeNetworkCache() const;
   std::shared_ptr<SideTask> beginSideTask(SideTask::Kind kind);
   void endSideTasks(const std::function<bool(const SideTask&)>& which);
   void runLoop();
@@ -175,6 +179,7 @@ class UsageStore {
   std::string grokLogsDir_;
 
   std::map<ProviderID, Reading> readings_;
+  std::set<ProviderID> cleared_;  // nothing new was published since they were cleared
   bool claudeYetFetched_ = false;
   bool claudeReadLatched_ = false;
   bool claudeRetrying_ = false;

@@ -1,5 +1,6 @@
 #include "Worker.h"
 
+#include <system_error>
 #include <utility>
 
 namespace marigold {
@@ -16,7 +17,11 @@ void Worker::post(Work work) {
     }
     queue_.push_back(std::move(work));
     if (!thread_.joinable()) {
-      thread_ = std::thread([this] { run(); });
+      try {
+        thread_ = std::thread([this] { run(); });
+      } catch (const std::system_error&) {
+        return;  // no thread to be had now; the work waits for the next post
+      }
     }
   }
   changed_.notify_one();

@@ -232,7 +232,7 @@ void InotifyStream::drain() {
   std::array<char, 16384> buffer{};
   constexpr std::size_t largest = sizeof(inotify_event) + NAME_MAX + 1;
   // A read that leaves room for another event has emptied the queue.
-  for (std::size_t count = buffer.size(); count + largest > buffer.size();) {
+  for (std::size_t count = buffer.size(); count + largest > buffer.size() && wait(false, 0);) {
     const ssize_t result = ::read(queue_.get(), buffer.data(), buffer.size());
     count = result > 0 ? static_cast<std::size_t>(result) : 0;
     for (std::span<const char> rest(buffer.data(), count); !rest.empty();) {

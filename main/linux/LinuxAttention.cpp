@@ -48,7 +48,8 @@ class LinuxAttention::Signals final : public QObject {
     for (const auto& entry : told) {
       // A callback may have ended another registration; that one is not called any more.
       if (entry->event == event && entry->callback) {
-        entry->callback();
+        const auto callback = entry->callback;  // a callback may end its own registration
+        callback();
       }
     }
   }
@@ -119,6 +120,9 @@ LinuxAttention::~LinuxAttention() {
 
 std::unique_ptr<AttentionObserver> LinuxAttention::observe(AttentionEvent event,
                                                            std::function<void()> callback) {
+  if (event == AttentionEvent::spaceChange) {
+    return nullptr;  // nothing tells without a display
+  }
   auto entry = std::make_shared<Signals::Entry>(
       Signals::Entry{.event = event, .callback = std::move(callback)});
   receiver_->entries.push_back(entry);

@@ -1,5 +1,6 @@
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -8,6 +9,7 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>
+#include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -53,16 +55,34 @@ sigset_t blockEndingSignals() {
   return ending;
 }
 
-void printLines(const std::string& lines) {
-  std::size_t done = 0;
-  while (done < lines.size()) {
-    const ssize_t count = ::write(STDOUT_FILENO, lines.data() + done, lines.size() - done);
-    if (count <= 0) {
-      return;  // nobody listens; the readings go on
-    }
-    done += static_cast<std::size_t>(count);
+// Standard output, which may be a terminal that was stopped or a pipe that nobody empties: what
+// does not fit waits, and only the newest text does.
+class TextOutput {
+ public:
+  explicit TextOutput(EventLoop& loop) : loop_(loop) {}
+
+  void print(std::string text) {
+    waiting_ = std::move(text);
+    flush();
   }
-}
+
+ private:
+  void flush() {
+    pollfd writable{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
+    // A pipe that is writable takes PIPE_BUF bytes at once, more than a text has.
+    if (::poll(&writable, 1, 0) == 0) {
+      retry_ = loop_.callAfter(Seconds{1}, [this] { flush(); });
+      return;
+    }
+    retry_.cancel();
+    [[maybe_unused]] const ssize_t ignored =
+        ::write(STDOUT_FILENO, waiting_.data(), waiting_.size());
+  }
+
+  EventLoop& loop_;
+  std::string waiting_;
+  Timer retry_;
+};
 
 // The form for a machine without a display: the mark as text on standard output.
 int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
@@ -94,12 +114,21 @@ int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
                     .codexSessionsDir = CodexPaths(surroundings).sessionsDir(),
                     .grokLogsDir = GrokPaths(surroundings).logsDir()});
 
+  TextOutput output(loop);
   std::string shown;
-  const auto show = [&] {
-    std::string lines = textForm(store, loop.date(), times);
-    if (lines != shown) {
-      printLines(lines);
+  Timer nextChange;
+  std::function<void()> show;
+  show = [&] {
+    const Date now = loop.date();
+    const std::vector<MenuBarItem> items = resolveMenuBar(store, now);
+    if (std::string lines = textForm(items, store, now, times); lines != shown) {
+      output.print(lines);
       shown = std::move(lines);
+    }
+    nextChange.cancel();
+    if (const auto next = nextTextChange(items, now)) {
+      // A little late rather than a little early, when nothing would have changed yet.
+      nextChange = loop.callAfter(*next - now + Seconds{0.25}, show);
     }
   };
   store.onStateChange = show;
@@ -114,6 +143,7 @@ int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
   const QSocketNotifier turn(loop.descriptor(), QSocketNotifier::Read);
   QObject::connect(&turn, &QSocketNotifier::activated, [&loop] { loop.dispatch(); });
 
+  const auto clockChanges = attention.observe(AttentionEvent::clockChange, show);
   log.note("launched (pid " + std::to_string(::getpid()) + ")");
   show();
   store.start();

@@ -33,7 +33,7 @@ class TemporaryDirectory {
   [[nodiscard]] std::string path() const { return path_; }
 
   /// Writes the file at `relative`, creating its directories; gives its absolute path.
-  std::string write(std::string_view relative, std::string_view content) {
+  std::string write(std::string_view relative, std::string_view content) const {
     const auto file = path_ / relative;
     std::filesystem::create_directories(file.parent_path());
     std::ofstream(file, std::ios::binary)
