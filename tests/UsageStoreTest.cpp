@@ -221,15 +221,16 @@ TEST_F(UsageStoreTest, ClearingForgetsEverythingAtOnceAndTheNextRefreshFillsItAg
   cache.save(shown(ProviderID::codex)->cached());
   store->refreshOnUserAttention();
   codexWorker.settle();  // a Codex answer is on its way while the user clears
+  claude.reply(0, reading(ProviderID::claude, 6, loop.date()));  // and Claude's waits for it
   store->clearStoredData();
   for (const ProviderID provider : allProviders) {
     EXPECT_FALSE(store->isPresent(provider));
     EXPECT_FALSE(cache.load(provider).has_value());
   }
   EXPECT_FALSE(std::filesystem::exists(directory.path() + "/caches/test.marigold"));
-  claude.reply(0, reading(ProviderID::claude, 6, loop.date()));
   settle();
   EXPECT_FALSE(store->isPresent(ProviderID::codex)) << "it may be what was just forgotten";
+  EXPECT_FALSE(store->isPresent(ProviderID::claude));
   EXPECT_EQ(codex->calls.back(), "forget");
   EXPECT_EQ(claude.forgets, 1);
   store->refreshOnUserAttention();
@@ -251,7 +252,7 @@ TEST_F(UsageStoreTest, ADestroyedStoreIsNotReachedByLateAnswers) {
 }
 
 // Random interleavings of everything that can happen, one piece of work at a time. Each reading
-// carries the engine generation and the number of the read it came from.
+// of Claude carries the era it was asked in.
 class PublicationRules : public testing::TestWithParam<unsigned>, protected StoreFixture {};
 
 TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
@@ -261,7 +262,7 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
   };
   const auto chance = [&](int outOf) { return below(outOf) == 0; };
   makeStore();
-  int generation = 0;
+  int era = 0;  // changes with each start and each switch of Claude
   const auto tagged = [&](ProviderID id) {
     return [&, id](Date now) {
       const Date captured = now - Seconds{1.0 * below(4)};
@@ -289,7 +290,7 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
     ++notified;
     told = state();
   };
-  std::vector<int> askedUnder;  // the generation that each waiting question of Claude belongs to
+  std::vector<int> askedUnder;  // the era of each waiting question of Claude
   bool userAct = false;
   bool wiped = false;
   const auto rarely = [&](auto act) {
@@ -309,7 +310,7 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
       [&] {
         if (!store->engineRuns() || chance(10)) {
           store->start();
-          ++generation;
+          ++era;
         }
       },
       rarely([&] {
@@ -319,6 +320,7 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
       rarely([&] {
         const bool off = store->preferences().claudeTurnedOff();
         off ? store->turnOnClaude() : store->turnOffClaude();
+        ++era;
         wiped = true;
       }),
       [&] { loop.advance(Seconds{1.0 * below(200)}); },
@@ -342,7 +344,7 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
     const std::size_t act = generator() % acts.size();
     userAct = act < byTheUser;
     acts.at(act)();
-    askedUnder.resize(claude.waiting.size(), generation);
+    askedUnder.resize(claude.waiting.size(), era);
 
     const auto after = state();
     for (std::size_t p = 0; p < allProviders.size() && !wiped; ++p) {
@@ -353,7 +355,7 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
       }
       ASSERT_TRUE(store->engineRuns() || userAct) << "published after shutdown, step " << i;
       if (fresh && fresh->extraNote.value_or("").starts_with("asked under")) {
-        ASSERT_EQ(fresh->extraNote, "asked under " + std::to_string(generation)) << "step " << i;
+        ASSERT_EQ(fresh->extraNote, "asked under " + std::to_string(era)) << "step " << i;
         ASSERT_FALSE(store->preferences().claudeTurnedOff());
       } else if (old && fresh && old->isUsable() && fresh->isUsable()) {
         ASSERT_GE(fresh->capturedAt, old->capturedAt) << "step " << i;
