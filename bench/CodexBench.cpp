@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <fstream>
 #include <vector>
 
 #include <fcntl.h>
@@ -12,11 +13,11 @@
 namespace marigold::bench {
 namespace {
 
-constexpr Date now = test::codexEpoch + Seconds{20000};
+const Date now = test::at(20000);
 
 // A year of heavy use: nothing has changed since the last read.
 void unchangedRefresh(benchmark::State& state) {
-  test::CodexHome home;
+  const test::CodexHome home;
   for (int i = 0; i < 10'000; ++i) {
     const int day = i % 365;
     home.write("2027/" + std::to_string(day / 31) + "/" + std::to_string(day % 31) +
@@ -31,14 +32,14 @@ void unchangedRefresh(benchmark::State& state) {
   }
   measureRatio(
       state, "unchanged refresh to a bare walk", 1.25,
-      [root = home.sessions()] { return bareWalk(root); }, [&] { return provider.fetch(now); });
+      [root = home.sessions] { return bareWalk(root); }, [&] { return provider.fetch(now); });
 }
 BENCHMARK(unchangedRefresh)->UseManualTime()->Unit(benchmark::kMicrosecond)->MinTime(3);
 
 // The first read of a long session whose record is followed by so many bytes of other lines.
 void firstRead(benchmark::State& state) {
   const auto after = static_cast<std::size_t>(state.range(0));
-  test::CodexHome home;
+  const test::CodexHome home;
   const std::string path = home.write("rollout-long.jsonl", "", 0);
   std::filesystem::resize_file(path, 100UL << 20);
   std::string lines = "\n";
