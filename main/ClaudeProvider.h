@@ -2,22 +2,16 @@
 
 #include <functional>
 
+#include "Pinned.h"
 #include "ProviderSnapshot.h"
 
 namespace marigold {
 
 /// What the usage store asks of the reader of Claude's usage. Lives on the main loop; answers come
 /// later on the same loop, exactly once each, and never fail: a failure is a snapshot's health.
-class ClaudeReader {
+class ClaudeReader : public Pinned {
  public:
   using Answer = std::function<void(ProviderSnapshot)>;
-
-  ClaudeReader() = default;
-  ClaudeReader(const ClaudeReader&) = delete;
-  ClaudeReader& operator=(const ClaudeReader&) = delete;
-  ClaudeReader(ClaudeReader&&) = delete;
-  ClaudeReader& operator=(ClaudeReader&&) = delete;
-  virtual ~ClaudeReader() = default;
 
   /// A reading, from memory while less than `minInterval` seconds have passed since the last
   /// request.

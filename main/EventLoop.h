@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "Pinned.h"
 #include "Time.h"
 
 namespace marigold {
@@ -11,15 +12,8 @@ namespace marigold {
 using Work = std::function<void()>;
 
 /// Something that runs work one piece after another on one thread: the main loop or a worker.
-class Executor {
+class Executor : public Pinned {
  public:
-  Executor() = default;
-  Executor(const Executor&) = delete;
-  Executor& operator=(const Executor&) = delete;
-  Executor(Executor&&) = delete;
-  Executor& operator=(Executor&&) = delete;
-  virtual ~Executor() = default;
-
   /// Queues `work`. Callable from any thread; never runs it inline. Dropped once closed.
   virtual void post(Work work) = 0;
 };

@@ -3,6 +3,7 @@
 #include <set>
 #include <string>
 
+#include "Pinned.h"
 #include "ProviderSnapshot.h"
 #include "Time.h"
 
@@ -11,15 +12,8 @@ namespace marigold {
 /// A source of readings that lie in files on this computer. Every read is synchronous, may block on
 /// the disk and never fails: what goes wrong is told by the snapshot's health. Not safe to share
 /// between threads; whoever owns one confines it.
-class UsageProvider {
+class UsageProvider : public Pinned {
  public:
-  UsageProvider() = default;
-  UsageProvider(const UsageProvider&) = delete;
-  UsageProvider& operator=(const UsageProvider&) = delete;
-  UsageProvider(UsageProvider&&) = delete;
-  UsageProvider& operator=(UsageProvider&&) = delete;
-  virtual ~UsageProvider() = default;
-
   /// The regular read; cheap when nothing changed since the last one.
   [[nodiscard]] virtual ProviderSnapshot fetch(Date now) = 0;
   /// A read that trusts nothing it remembers about the files.

@@ -4,32 +4,19 @@
 #include <functional>
 #include <memory>
 
+#include "Pinned.h"
+
 namespace marigold {
 
 /// Moments at which the user is likely to look, or time has moved by itself.
 enum class AttentionEvent : std::uint8_t { wake, screenWake, spaceChange, clockChange };
 
 /// A registration with `Attention`. Destroying it ends the calls.
-class AttentionObserver {
- public:
-  AttentionObserver() = default;
-  AttentionObserver(const AttentionObserver&) = delete;
-  AttentionObserver& operator=(const AttentionObserver&) = delete;
-  AttentionObserver(AttentionObserver&&) = delete;
-  AttentionObserver& operator=(AttentionObserver&&) = delete;
-  virtual ~AttentionObserver() = default;
-};
+class AttentionObserver : public Pinned {};
 
 /// The desktop's notifications of such moments.
-class Attention {
+class Attention : public Pinned {
  public:
-  Attention() = default;
-  Attention(const Attention&) = delete;
-  Attention& operator=(const Attention&) = delete;
-  Attention(Attention&&) = delete;
-  Attention& operator=(Attention&&) = delete;
-  virtual ~Attention() = default;
-
   /// Calls `callback` on the main loop's thread at each `event` while the result lives. Null when
   /// this desktop cannot tell.
   [[nodiscard]] virtual std::unique_ptr<AttentionObserver> observe(

@@ -7,6 +7,8 @@
 #include <variant>
 #include <vector>
 
+#include "Pinned.h"
+
 namespace marigold {
 
 /// A stored preference: absent, a boolean or a text.
@@ -14,15 +16,8 @@ using DefaultsValue = std::variant<std::monostate, bool, std::string>;
 using DefaultsChange = std::pair<std::string, DefaultsValue>;
 
 /// The user's stored preferences: typed values under flat keys.
-class Defaults {
+class Defaults : public Pinned {
  public:
-  Defaults() = default;
-  Defaults(const Defaults&) = delete;
-  Defaults& operator=(const Defaults&) = delete;
-  Defaults(Defaults&&) = delete;
-  Defaults& operator=(Defaults&&) = delete;
-  virtual ~Defaults() = default;
-
   /// The value under `key`; absent also when something other than a boolean or a text is stored.
   [[nodiscard]] virtual DefaultsValue value(std::string_view key) const = 0;
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Pinned.h"
 #include "Time.h"
 
 namespace marigold {
@@ -33,29 +34,14 @@ struct FileEvent {
 
 /// A running recursive watch on one directory. Destroying it ends the watch: once the destructor
 /// returns, the callback is not called again.
-class EventStream {
- public:
-  EventStream() = default;
-  EventStream(const EventStream&) = delete;
-  EventStream& operator=(const EventStream&) = delete;
-  EventStream(EventStream&&) = delete;
-  EventStream& operator=(EventStream&&) = delete;
-  virtual ~EventStream() = default;
-};
+class EventStream : public Pinned {};
 
 /// The system's file-change notification.
-class EventStreamSource {
+class EventStreamSource : public Pinned {
  public:
   /// Called with the events of one delivery, in order, on a thread of the stream's own. No events
   /// at all means that something changed and nothing more is known.
   using Callback = std::function<void(const std::vector<FileEvent>&)>;
-
-  EventStreamSource() = default;
-  EventStreamSource(const EventStreamSource&) = delete;
-  EventStreamSource& operator=(const EventStreamSource&) = delete;
-  EventStreamSource(EventStreamSource&&) = delete;
-  EventStreamSource& operator=(EventStreamSource&&) = delete;
-  virtual ~EventStreamSource() = default;
 
   /// Watches `path` and everything below it from now on. The first event after a quiet time is
   /// delivered at once, later ones no sooner than `latency` after the delivery before. Null when

@@ -2,18 +2,13 @@
 
 #include <string_view>
 
+#include "Pinned.h"
+
 namespace marigold {
 
 /// The system's log, where messages about the application's own life go. Never given a secret.
-class Log {
+class Log : public Pinned {
  public:
-  Log() = default;
-  Log(const Log&) = delete;
-  Log& operator=(const Log&) = delete;
-  Log(Log&&) = delete;
-  Log& operator=(Log&&) = delete;
-  virtual ~Log() = default;
-
   /// One line at default level. Callable from any thread.
   virtual void note(std::string_view line) = 0;
   /// One line at error level. Callable from any thread.

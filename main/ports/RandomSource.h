@@ -1,16 +1,11 @@
 #pragma once
 
+#include "Pinned.h"
+
 namespace marigold {
 
-class RandomSource {
+class RandomSource : public Pinned {
  public:
-  RandomSource() = default;
-  RandomSource(const RandomSource&) = delete;
-  RandomSource& operator=(const RandomSource&) = delete;
-  RandomSource(RandomSource&&) = delete;
-  RandomSource& operator=(RandomSource&&) = delete;
-  virtual ~RandomSource() = default;
-
   /// A uniform fraction in the closed range 0 to 1, with 53 random bits.
   [[nodiscard]] virtual double fraction() = 0;
 };

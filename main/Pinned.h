@@ -1,0 +1,17 @@
+#pragma once
+
+namespace marigold {
+
+/// The base of every interface: what has an identity is neither copied nor moved, and may be
+/// destroyed through any of its bases.
+class Pinned {
+ public:
+  Pinned() = default;
+  Pinned(const Pinned&) = delete;
+  Pinned& operator=(const Pinned&) = delete;
+  Pinned(Pinned&&) = delete;
+  Pinned& operator=(Pinned&&) = delete;
+  virtual ~Pinned() = default;
+};
+
+}  // namespace marigold
