@@ -22,6 +22,7 @@ TEST(LinuxEventLoop, RunsTimersPostsAndDescriptorsOfRealTime) {
     std::array<int, 2> pipe{};
     ASSERT_EQ(::pipe(pipe.data()), 0);
     std::string ran;
+    const Instant start = loop.now();
     const Timer late = loop.callAfter(Seconds{0.03}, [&] {
       ran += 'l';
       loop.quit();
@@ -35,7 +36,6 @@ TEST(LinuxEventLoop, RunsTimersPostsAndDescriptorsOfRealTime) {
       ran += byte;
       loop.unwatch(pipe[0]);
     });
-    const Instant start = loop.now();
     std::thread other([&] { loop.post([&] { EXPECT_EQ(::write(pipe[1], "p", 1), 1); }); });
     loop.run();
     other.join();
