@@ -1,3 +1,4 @@
+#include <array>
 #include <random>
 #include <string>
 
@@ -277,10 +278,9 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
   grok->answer = tagged(ProviderID::grok);
 
   const auto state = [&] {
-    std::vector<std::optional<ProviderSnapshot>> published;
-    for (const ProviderID provider : allProviders) {
-      published.push_back(store->snapshot(provider));
-    }
+    const std::array published{store->snapshot(ProviderID::claude),
+                               store->snapshot(ProviderID::codex),
+                               store->snapshot(ProviderID::grok)};
     return std::tuple(published, store->claudeYetFetched(), store->claudeReadLatched(),
                       store->claudeRetrying(), store->refreshInFlight(), store->engineRuns(),
                       store->preferences().claudeTurnedOff());

@@ -205,8 +205,8 @@ struct StoreFixture {
   /// Moves time on; the readers answer at once.
   void advance(double seconds) {
     settle();
-    for (double left = seconds; left > 0; left -= 0.25) {
-      loop.advance(Seconds{std::min(left, 0.25)});
+    for (int quarters = static_cast<int>(seconds * 4); quarters > 0; --quarters) {
+      loop.advance(Seconds{0.25});
       settle();
     }
   }
