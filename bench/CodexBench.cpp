@@ -13,7 +13,7 @@
 namespace marigold::bench {
 namespace {
 
-const Date now = test::at(20000);
+constexpr Date now = test::at(20000);
 
 // A year of heavy use: nothing has changed since the last read.
 void unchangedRefresh(benchmark::State& state) {
@@ -76,7 +76,7 @@ void winningLine(benchmark::State& state) {
       R"("primary":{"used_percent":8.0,"window_minutes":300,"resets_at":1795387326},)"
       R"("secondary":{"used_percent":55.0,"window_minutes":10080,"resets_at":1795680126},)"
       R"("credits":{"has_credits":true,"unlimited":false,"balance":"12.40"},"plan_type":"pro"}}})";
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(CodexRolloutLine::decode(line));
   }
 }

@@ -17,6 +17,9 @@ namespace {
 // Entries lie in the buffer as the kernel wrote them, one behind the other.
 // NOLINTBEGIN(*-reinterpret-cast, *-array-to-pointer-decay)
 std::size_t walk(int directory) {
+  if (directory < 0) {
+    return 0;
+  }
   std::size_t files = 0;
   alignas(dirent64) std::array<char, 32768> entries{};
   long length = 0;

@@ -27,7 +27,7 @@ void measureRatio(benchmark::State& state, const std::string& name, double budge
   };
   double fastestFloor = std::numeric_limits<double>::infinity();
   double fastestSubject = fastestFloor;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     fastestFloor = std::min(fastestFloor, seconds(floor));
     const double time = seconds(subject);
     fastestSubject = std::min(fastestSubject, time);

@@ -13,6 +13,7 @@ void everySlot(benchmark::State& state) {
   const MenuBarTextPrefs prefs{
       .percent = MenuBarTextScope::both, .reset = MenuBarTextScope::both, .labels = true};
   std::vector<ProviderSnapshot> snapshots;
+  snapshots.reserve(allProviders.size());
   for (const ProviderID provider : allProviders) {
     snapshots.push_back(
         {.provider = provider,
@@ -20,7 +21,7 @@ void everySlot(benchmark::State& state) {
                      {.label = "Weekly", .percent = 92, .resetsAt = now + Seconds{300'000}}},
          .capturedAt = now - Seconds{30}});
   }
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     for (const ProviderSnapshot& snapshot : snapshots) {
       const MenuGauge gauge =
           resolveMenuGauge(snapshot, MenuBarWindowKind::automatic, prefs, MenuBarStyle::rings,

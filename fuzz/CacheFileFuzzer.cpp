@@ -4,12 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <string_view>
+#include <span>
+#include <string>
 
 #include "DiskCache.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto snapshot = marigold::decodeCachedSnapshot({reinterpret_cast<const char*>(data), size});
+  const std::span bytes(data, size);
+  const auto snapshot = marigold::decodeCachedSnapshot(std::string(bytes.begin(), bytes.end()));
   if (snapshot) {
     const auto content = marigold::encodeCachedSnapshot(*snapshot);
     if (!content || marigold::decodeCachedSnapshot(*content) != snapshot) {

@@ -104,12 +104,12 @@ class Walk {
 
  private:
   void read(const Directory& directory, unsigned depth) {
-    if (!directory) {
+    const int descriptor = directory ? ::dirfd(directory.get()) : -1;
+    if (descriptor < 0) {
       ++listing_.skipped;
       return;
     }
     ++listing_.directories;
-    const int descriptor = ::dirfd(directory.get());
     // The stream is this call's own, which makes readdir safe among threads.
     // NOLINTNEXTLINE(concurrency-mt-unsafe)
     while (const dirent* entry = ::readdir(directory.get())) {

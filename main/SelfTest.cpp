@@ -49,11 +49,11 @@ bool runSelfTest(std::ostream& out) {
                    sanitizePercent(100.7) == 100.0 && sanitizePercent(-0.5) == 0.0);
 
   const auto line = CodexRolloutLine::decode(sampleLine);
-  const bool decoded = line && line->payload && line->payload->rateLimits;
-  checks.check("a Codex line decodes", decoded && line->timestamp == captured);
-  if (!decoded) {
+  if (!line || !line->payload || !line->payload->rateLimits) {
+    checks.check("a Codex line decodes", false);
     return false;
   }
+  checks.check("a Codex line decodes", line->timestamp == captured);
   const ProviderSnapshot codex = line->payload->rateLimits->snapshot(captured, now);
   checks.check("its windows and plan are read", codex.percent("5h") == 16.0 &&
                                                     codex.percent("Weekly") == 5.0 &&

@@ -13,7 +13,7 @@ namespace marigold {
 
 /// One provider of the menu bar, resolved for drawing.
 struct MenuBarItem {
-  ProviderID provider;
+  ProviderID provider = ProviderID::claude;
   MenuGauge gauge;
   MenuBarSegment segment;
 };

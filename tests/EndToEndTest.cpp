@@ -37,7 +37,7 @@ std::string tokenCount(double fiveHour, double weekly) {
   std::string stamp = isoText(now);
   stamp.insert(stamp.size() - 1,
                std::to_string(seconds - std::floor(seconds)).substr(1, 4));  // ".123" before "Z"
-  const auto reset = static_cast<long long>(now.time_since_epoch().count()) + 4 * 86400;
+  const auto reset = static_cast<long long>(now.time_since_epoch().count()) + 4LL * 86400;
   return R"({"timestamp":")" + stamp +
          R"(","type":"event_msg","payload":{"type":"token_count","rate_limits":{"primary":{)" +
          R"("used_percent":)" + std::to_string(fiveHour) + R"(,"window_minutes":300,"resets_at":)" +

@@ -55,13 +55,12 @@ class LinuxAttention::Signals final : public QObject {
   }
 
  private Q_SLOTS:
-  // NOLINTNEXTLINE(readability-convert-member-functions-to-static): called through its name
-  void sleepChanged(bool goingToSleep) {
+  void sleepChanged(bool goingToSleep) const {
     if (!goingToSleep) {
       tell(AttentionEvent::wake);
     }
   }
-  void screenSaverChanged(bool active) {
+  void screenSaverChanged(bool active) const {
     if (!active) {
       tell(AttentionEvent::screenWake);
     }
@@ -94,7 +93,7 @@ namespace {
 void armClock(int descriptor) {
   itimerspec never = {};
   never.it_value.tv_sec = std::numeric_limits<time_t>::max();
-  ::timerfd_settime(descriptor, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &never, nullptr);
+  (void)::timerfd_settime(descriptor, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &never, nullptr);
 }
 
 }  // namespace

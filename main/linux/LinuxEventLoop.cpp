@@ -56,7 +56,7 @@ LinuxEventLoop::~LinuxEventLoop() {
 
 Instant LinuxEventLoop::now() const {
   timespec time = {};
-  ::clock_gettime(CLOCK_BOOTTIME, &time);
+  (void)::clock_gettime(CLOCK_BOOTTIME, &time);
   return Instant(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
@@ -109,7 +109,7 @@ void LinuxEventLoop::wakeAt(std::optional<Instant> when) {
     setting.it_value.tv_sec = seconds.count();
     setting.it_value.tv_nsec = (since - seconds).count();
   }
-  ::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &setting, nullptr);
+  (void)::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
 void LinuxEventLoop::turn(int timeoutMilliseconds) {

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -37,10 +38,10 @@ using namespace marigold;
 // Ends the process after half a second, whatever still blocks: a worker stuck in a read of a dead
 // network file system must not keep the session from ending.
 void leaveSoonRegardless() {
-  std::signal(SIGALRM, [](int) { ::_exit(EXIT_SUCCESS); });
+  (void)std::signal(SIGALRM, [](int) { ::_exit(EXIT_SUCCESS); });
   itimerval soon = {};
   soon.it_value.tv_usec = 500'000;
-  ::setitimer(ITIMER_REAL, &soon, nullptr);
+  (void)::setitimer(ITIMER_REAL, &soon, nullptr);
 }
 
 // SIGINT, SIGTERM and SIGHUP as readable events. Blocked before any thread exists, so that every
@@ -161,10 +162,11 @@ int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
 
 int main(int argc, char** argv) {
   // A reader of our output that goes away, and a full disk quota, are errors of a write, not ends.
-  std::signal(SIGPIPE, SIG_IGN);
-  std::signal(SIGXFSZ, SIG_IGN);
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
 
-  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  const std::span<char*> words(argv, static_cast<std::size_t>(argc));
+  const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
   const marigold::Surroundings surroundings = marigold::linuxSurroundings();
   const marigold::Command command = marigold::parseCommandLine(arguments);
   const marigold::Date now = std::chrono::system_clock::now();

@@ -37,7 +37,7 @@ class ChildProcess {
     std::vector<std::string> words = command;
     std::vector<std::string> settings;
     for (const auto& [name, value] : environment) {
-      settings.push_back(name + "=" + value);
+      settings.emplace_back(name).append("=").append(value);
     }
     if (::posix_spawn(&pid_, words.front().c_str(), &actions, nullptr, pointers(words).data(),
                       pointers(settings).data()) != 0) {

@@ -8,7 +8,7 @@
 namespace marigold::test {
 
 /// `seconds` after a moment that the tests count from.
-inline Date at(double seconds) {
+constexpr Date at(double seconds) {
   return Date{Seconds{1.8e9 + seconds}};
 }
 
