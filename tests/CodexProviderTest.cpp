@@ -1,3 +1,4 @@
+#include <fstream>
 #include <iostream>
 
 #include <gmock/gmock.h>
@@ -5,6 +6,7 @@
 
 #include "CodexDump.h"
 #include "support/CodexHome.h"
+#include "support/OrdinaryUser.h"
 
 namespace marigold {
 namespace {
@@ -93,6 +95,17 @@ TEST(CodexProvider, ReadsNothingButRolloutFiles) {
   home.write("a/rollout-a.jsonl", recordLine(5, 1), 1);
   EXPECT_EQ(provider.fetch(at(60)).headlinePercent(), 5);
   EXPECT_EQ(provider.fetch(others, at(60)).headlinePercent(), 5) << *provider.lastSource();
+}
+
+TEST(CodexProvider, PassesOverAnUnreadableFileAndReadsTheEndOfAHugeOne) {
+  const test::CodexHome home;
+  const auto unreadable = home.write("rollout-a.jsonl", recordLine(1, 90), 90);
+  fs::permissions(unreadable, fs::perms::none);
+  const auto huge = home.write("rollout-b.jsonl", "", 0);
+  fs::resize_file(huge, 1ULL << 32U);  // sparse
+  std::ofstream(huge, std::ios::app) << "\n" << recordLine(2, 10);
+  test::setModified(huge, at(10));
+  test::asOrdinaryUser([&] { EXPECT_EQ(home.provider().fetch(at(100)).headlinePercent(), 2); });
 }
 
 TEST(CodexProvider, TheLatestRecordOfAllFilesWins) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "DiskCache.h"
+#include "support/OrdinaryUser.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {
@@ -52,6 +53,22 @@ TEST_F(DiskCacheTest, ABadFileLoadsAsNothingAndIsReplacedByTheNextSave) {
   reading.extraNote = "\xff";  // has no form in JSON
   cache.save(reading);
   EXPECT_FALSE(std::filesystem::exists(root + "/new/cache/codex.json"));
+}
+
+TEST_F(DiskCacheTest, APlaceThatTakesNoFilesCostsOnlyTheRestoring) {
+  cache.save(reading);
+  const CachedSnapshot before = reading;
+  reading.planLabel = "Pro";
+  std::filesystem::permissions(cache.dir(), std::filesystem::perms{0500});
+  test::asOrdinaryUser([&] { cache.save(reading); });
+  std::filesystem::permissions(cache.dir(), std::filesystem::perms::owner_all);
+  EXPECT_EQ(cache.load(ProviderID::codex), before);
+  const DiskCache inAFile(
+      {.home = root, .environment = {{"MARIGOLD_CACHE_DIR", directory.write("file", "x")}}});
+  inAFile.save(reading);
+  inAFile.remove(ProviderID::codex);
+  EXPECT_EQ(inAFile.load(ProviderID::codex), std::nullopt);
+  EXPECT_TRUE(std::filesystem::is_regular_file(root + "/file"));
 }
 
 TEST_F(DiskCacheTest, ThePurgeTakesTheApplicationsOwnEntriesOnly) {
