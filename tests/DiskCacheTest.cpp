@@ -59,7 +59,8 @@ TEST_F(DiskCacheTest, APlaceThatTakesNoFilesCostsOnlyTheRestoring) {
   cache.save(reading);
   const CachedSnapshot before = reading;
   reading.planLabel = "Pro";
-  std::filesystem::permissions(cache.dir(), std::filesystem::perms{0500});
+  std::filesystem::permissions(
+      cache.dir(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
   test::asOrdinaryUser([&] { cache.save(reading); });
   std::filesystem::permissions(cache.dir(), std::filesystem::perms::owner_all);
   EXPECT_EQ(cache.load(ProviderID::codex), before);
