@@ -73,19 +73,10 @@ CodexProvider::Processed processed(const RolloutFile& file) {
   return {.path = file.path, .mtime = file.modified, .size = file.size};
 }
 
-std::string withoutTrailingSlashes(std::string path) {
-  while (path.size() > 1 && path.ends_with('/')) {
-    path.pop_back();
-  }
-  return path;
-}
-
 }  // namespace
 
-CodexPaths::CodexPaths(const Surroundings& surroundings) {
-  const std::string chosen = surroundings.variable("CODEX_HOME");
-  home_ = withoutTrailingSlashes(surroundings.expandingTilde(chosen.empty() ? "~/.codex" : chosen));
-}
+CodexPaths::CodexPaths(const Surroundings& surroundings)
+    : home_(surroundings.toolHome("CODEX_HOME", "~/.codex")) {}
 
 std::string CodexPaths::sessionsDir() const {
   return home_.ends_with('/') ? home_ + "sessions" : home_ + "/sessions";

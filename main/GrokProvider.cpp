@@ -2,9 +2,7 @@
 
 namespace marigold {
 
-GrokPaths::GrokPaths(const Surroundings& surroundings) {
-  const std::string chosen = surroundings.variable("GROK_HOME");
-  home_ = surroundings.expandingTilde(chosen.empty() ? "~/.grok" : chosen);
-}
+GrokPaths::GrokPaths(const Surroundings& surroundings)
+    : home_(surroundings.toolHome("GROK_HOME", "~/.grok")) {}
 
 }  // namespace marigold

@@ -14,4 +14,16 @@ std::string Surroundings::expandingTilde(std::string_view path) const {
   return std::string(path);
 }
 
+std::string Surroundings::toolHome(std::string_view name, std::string_view otherwise) const {
+  const std::string chosen = variable(name);
+  return withoutTrailingSlashes(expandingTilde(chosen.empty() ? otherwise : chosen));
+}
+
+std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.ends_with('/')) {
+    path.pop_back();
+  }
+  return path;
+}
+
 }  // namespace marigold

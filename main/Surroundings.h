@@ -22,6 +22,12 @@ struct Surroundings {
   [[nodiscard]] std::string variable(std::string_view name) const;
   /// `path` with a leading "~" or "~/" replaced by the home directory.
   [[nodiscard]] std::string expandingTilde(std::string_view path) const;
+  /// The directory that the environment variable `name` holds when set and not empty, else
+  /// `otherwise`; a leading "~" is expanded and no slash left at the end.
+  [[nodiscard]] std::string toolHome(std::string_view name, std::string_view otherwise) const;
 };
+
+/// `path` without slashes at its end; "/" stays.
+[[nodiscard]] std::string withoutTrailingSlashes(std::string path);
 
 }  // namespace marigold

@@ -25,6 +25,8 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include "OwnedDescriptor.h"
+
 namespace marigold {
 
 namespace {
@@ -54,32 +56,8 @@ bool isShortage(int error) {
   return error == ENOSPC || error == ENOMEM;
 }
 
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-  ~Descriptor() { close(); }
-
-  [[nodiscard]] int get() const { return number_; }
-  [[nodiscard]] bool isOpen() const { return number_ >= 0; }
-  void close() {
-    if (const int number = std::exchange(number_, -1); number >= 0) {
-      ::close(number);
-    }
-  }
-
- private:
-  int number_;
-};
-
-Descriptor openQueue() {
-  return Descriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+OwnedDescriptor openQueue() {
+  return OwnedDescriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
 }
 
 // Blocks all signals in this thread, and so in the threads it starts.
@@ -141,7 +119,7 @@ class Delivery {
 class InotifyStream final : public EventStream {
  public:
   InotifyStream(Log& log, std::size_t watchLimit, std::string root, Seconds latency,
-                EventStreamSource::Callback callback, Descriptor stop, Descriptor queue)
+                EventStreamSource::Callback callback, OwnedDescriptor stop, OwnedDescriptor queue)
       : log_(log),
         watchLimit_(watchLimit),
         root_(root),
@@ -187,10 +165,10 @@ class InotifyStream final : public EventStream {
   const fs::path root_;  // absolute
   const Seconds latency_;
   const EventStreamSource::Callback callback_;
-  const Descriptor stop_;
+  const OwnedDescriptor stop_;
 
   // Everything below belongs to the thread.
-  Descriptor queue_;
+  OwnedDescriptor queue_;
   Delivery delivery_;
   Root state_ = Root::absent;
   bool noEventWillTell_ = false;               // of a change of the state
@@ -464,8 +442,8 @@ std::expected<int, int> InotifyStream::addWatch(const fs::path& path, std::uint3
 
 std::unique_ptr<EventStream> InotifyStreamSource::open(const std::string& path, Seconds latency,
                                                        Callback callback) {
-  Descriptor stop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  Descriptor queue = openQueue();
+  OwnedDescriptor stop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  OwnedDescriptor queue = openQueue();
   std::error_code failure;
   std::string root = fs::absolute(path, failure);
   while (root.ends_with('/')) {

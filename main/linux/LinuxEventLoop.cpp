@@ -22,20 +22,6 @@ void drain(int descriptor) {
 
 }  // namespace
 
-OwnedDescriptor::OwnedDescriptor(OwnedDescriptor&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-OwnedDescriptor& OwnedDescriptor::operator=(OwnedDescriptor&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  return *this;
-}
-
-OwnedDescriptor::~OwnedDescriptor() {
-  if (descriptor_ >= 0) {
-    ::close(descriptor_);
-  }
-}
-
 LinuxEventLoop::LinuxEventLoop()
     : epoll_(::epoll_create1(EPOLL_CLOEXEC)),
       wakeups_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),

@@ -6,26 +6,10 @@
 #include <memory>
 #include <optional>
 
+#include "OwnedDescriptor.h"
 #include "QueuedEventLoop.h"
 
 namespace marigold {
-
-/// A file descriptor that is closed when this is destroyed.
-class OwnedDescriptor {
- public:
-  OwnedDescriptor() = default;
-  explicit OwnedDescriptor(int descriptor) : descriptor_(descriptor) {}
-  OwnedDescriptor(OwnedDescriptor&& other) noexcept;
-  OwnedDescriptor& operator=(OwnedDescriptor&& other) noexcept;
-  OwnedDescriptor(const OwnedDescriptor&) = delete;
-  OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
-  ~OwnedDescriptor();
-
-  [[nodiscard]] int get() const noexcept { return descriptor_; }
-
- private:
-  int descriptor_ = -1;
-};
 
 /// The main loop on Linux: everything it waits for is behind one epoll descriptor, so that it runs
 /// by itself or inside another toolkit's loop. Timers count through sleep (CLOCK_BOOTTIME).

@@ -21,13 +21,6 @@ std::string variable(const char* name) {
   return value == nullptr ? std::string() : std::string(value);
 }
 
-std::string withoutTrailingSlashes(std::string path) {
-  while (path.size() > 1 && path.ends_with('/')) {
-    path.pop_back();
-  }
-  return path;
-}
-
 std::string homeDirectory() {
   if (std::string home = variable("HOME"); home.starts_with('/')) {
     return withoutTrailingSlashes(std::move(home));
