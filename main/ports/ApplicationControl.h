@@ -1,0 +1,18 @@
+#pragma once
+
+#include "Pinned.h"
+
+namespace marigold {
+
+/// The application as the desktop sees it.
+class ApplicationControl : public Pinned {
+ public:
+  /// Installs the application's main menu, where the desktop has such a thing.
+  virtual void installMainMenu() = 0;
+  /// Brings the application to the front, so that a window it opens gets the keyboard.
+  virtual void activate() = 0;
+  /// Ends the event loop; the application then shuts down in order.
+  virtual void quit() = 0;
+};
+
+}  // namespace marigold

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "Drawing.h"
+#include "Pinned.h"
+#include "PopoverView.h"
+
+namespace marigold {
+
+/// The window with the providers' cards that opens at the status item. The desktop closes it on
+/// Escape, on losing the focus and on a click outside. Lives on the main loop's thread.
+class Popover : public Pinned {
+ public:
+  /// Called after the popover closed, whoever closed it.
+  std::function<void()> onClosed;
+
+  /// What is shown, also while it is open.
+  virtual void setCards(std::vector<ProviderCard> cards) = 0;
+  /// Opens it and gives it the keyboard, near `at` where that is plausible.
+  virtual void open(std::optional<Point> at) = 0;
+  virtual void close() = 0;
+  [[nodiscard]] virtual bool isShown() const = 0;
+};
+
+}  // namespace marigold

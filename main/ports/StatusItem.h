@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Drawing.h"
+#include "MenuItem.h"
+#include "Pinned.h"
+
+namespace marigold {
+
+/// What the status item shows, in every form that some desktop's bar can show it.
+struct StatusItemContent {
+  Drawing mark;                    ///< the whole mark with its texts
+  Drawing square;                  ///< the gauges alone, for bars that only take square icons
+  std::string label;               ///< the texts of the mark, for bars that draw text themselves
+  std::string tooltip;             ///< lines separated by line feeds
+  std::string accessibilityLabel;  ///< name
+  std::string accessibilityValue;  ///< spoken description
+  /// The tooltip without the ages of readings, for a form that tells each change once: an age that
+  /// moves on is none.
+  std::string tooltipWithoutAges;
+
+  bool operator==(const StatusItemContent&) const = default;
+};
+
+/// A click on the status item, told when the button is released.
+struct StatusItemClick {
+  enum class Button : std::uint8_t { left, right };
+  Button button = Button::left;
+  bool controlHeld = false;   ///< false also where the desktop does not tell modifiers
+  std::optional<Point> at{};  ///< in screen coordinates; absent where the desktop does not tell
+};
+
+/// The item in the desktop's status bar. Lives on the main loop's thread.
+class StatusItem : public Pinned {
+ public:
+  std::function<void(const StatusItemClick&)> onClick;
+  /// Asked for the menu's current items whenever the desktop is about to open the menu by itself.
+  std::function<std::vector<MenuItem>()> onMenuOpening;
+
+  virtual void show(const StatusItemContent& content) = 0;
+  /// Opens a menu at the item, or at `at` where the desktop cannot say where the item is.
+  virtual void openMenu(std::vector<MenuItem> items, std::optional<Point> at) = 0;
+};
+
+/// The desktop's status bar.
+class StatusBar : public Pinned {
+ public:
+  /// A new item of variable width; null while the bar has no room for one.
+  [[nodiscard]] virtual std::unique_ptr<StatusItem> makeItem() = 0;
+};
+
+}  // namespace marigold

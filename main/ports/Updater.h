@@ -1,0 +1,14 @@
+#pragma once
+
+#include "Pinned.h"
+
+namespace marigold {
+
+/// Software updates. This base stands in where the package manager does them.
+class Updater : public Pinned {
+ public:
+  [[nodiscard]] virtual bool canCheckForUpdates() const { return false; }
+  virtual void checkForUpdates() {}
+};
+
+}  // namespace marigold
