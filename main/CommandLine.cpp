@@ -53,7 +53,7 @@ std::string_view helpText() noexcept {
          "usage: marigold [FLAG]\n"
          "\n"
          "Without a flag it runs until it is told to quit. Without a display it prints, at each\n"
-         "change, one line per provider and then the texts of the mark.\n"
+         "change of the mark, its tooltip, a line per window, and then its texts.\n"
          "\n"
          "  --selftest             check the program's own rules; exit status 1 on failure\n"
          "  --dump-codex           explain the Codex reading: files considered, record chosen\n"

@@ -337,7 +337,10 @@ std::optional<std::string_view> menuSlotColorWord(const GaugeBar& bar) noexcept 
 
 MenuBarSegment menuBarSegment(const MenuGauge& gauge, MenuBarStyle style, Date now) {
   const SlotTexts outer = printedTexts(gauge.outer, gauge.prefs, now);
-  MenuBarSegment segment{.bar = gauge.outer.bar, .token = outer.token, .reset = outer.reset};
+  MenuBarSegment segment{.bar = gauge.outer.bar,
+                         .token = outer.token,
+                         .reset = outer.reset,
+                         .rendersBar = gauge.outer.rendersGauge};
   if (gauge.prefs.labels && outer.any()) {
     segment.label = menuWindowShortLabel(gauge.outer.windowLabel);
   }
@@ -348,6 +351,7 @@ MenuBarSegment menuBarSegment(const MenuGauge& gauge, MenuBarStyle style, Date n
       segment.innerLabel = menuWindowShortLabel(gauge.inner->windowLabel);
     }
     segment.inner = gauge.inner->bar;
+    segment.rendersInner = gauge.inner->rendersGauge;
     segment.innerToken = std::move(inner.token);
     segment.innerReset = std::move(inner.reset);
   }
@@ -362,6 +366,22 @@ std::vector<MenuBarSegment> menuBarSegments(std::span<const MenuGauge> gauges, M
     segments.push_back(menuBarSegment(gauge, style, now));
   }
   return segments;
+}
+
+bool isDrawn(const MenuGauge& gauge) noexcept {
+  const auto shows = [](const MenuSlot& slot) { return slot.rendersGauge || slot.windowLabel; };
+  return shows(gauge.outer) || (gauge.inner && shows(*gauge.inner));
+}
+
+std::string segmentText(const MenuBarSegment& segment) {
+  std::string text;
+  for (const auto* part : {&segment.label, &segment.token, &segment.reset, &segment.innerLabel,
+                           &segment.innerToken, &segment.innerReset}) {
+    if (*part) {
+      text += (text.empty() ? "" : " ") + **part;
+    }
+  }
+  return text;
 }
 
 MenuSegmentLines menuSegmentLines(const MenuGauge& gauge, const MenuBarSegment& segment, Date now,

@@ -70,6 +70,9 @@ struct MenuBarSegment {
   std::optional<std::string> innerReset;
   std::optional<std::string> label;
   std::optional<std::string> innerLabel;
+  // A bar that its slot does not render is kept, for a drain, but not drawn.
+  bool rendersBar = true;
+  bool rendersInner = true;
 
   bool operator==(const MenuBarSegment&) const = default;
 };
@@ -140,6 +143,11 @@ struct MenuBarEmptyState {
 [[nodiscard]] MenuBarSegment menuBarSegment(const MenuGauge& gauge, MenuBarStyle style, Date now);
 [[nodiscard]] std::vector<MenuBarSegment> menuBarSegments(std::span<const MenuGauge> gauges,
                                                           MenuBarStyle style, Date now);
+/// Whether a provider has a place in the mark: some slot has a window or renders a gauge. One that
+/// is off, not installed or never read keeps its tooltip only.
+[[nodiscard]] bool isDrawn(const MenuGauge& gauge) noexcept;
+/// The printed texts in the order the mark draws them, separated by spaces; may be empty.
+[[nodiscard]] std::string segmentText(const MenuBarSegment& segment);
 /// The lines of the outer and of the inner slot, each with its reset where `segment` prints it.
 [[nodiscard]] MenuSegmentLines menuSegmentLines(const MenuGauge& gauge,
                                                 const MenuBarSegment& segment, Date now,

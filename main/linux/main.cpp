@@ -1,6 +1,5 @@
 #include <csignal>
 #include <cstdint>
-#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -15,12 +14,14 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "AppDelegate.h"
 #include "CodexProvider.h"
 #include "CommandLine.h"
 #include "GrokProvider.h"
 #include "IcuLocalTimeText.h"
 #include "InotifyStream.h"
 #include "JsonDefaults.h"
+#include "LinuxApplicationControl.h"
 #include "LinuxAttention.h"
 #include "LinuxEventLoop.h"
 #include "LinuxRandomSource.h"
@@ -85,10 +86,24 @@ class TextOutput {
   Timer retry_;
 };
 
-// The form for a machine without a display: the mark as text on standard output.
-int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
-  const sigset_t ending = blockEndingSignals();
-  const QCoreApplication application(argc, argv);
+// What shows the application: chosen by whether there is a display.
+struct Face {
+  std::unique_ptr<StatusBar> statusBar;
+  std::unique_ptr<Popover> popover = std::make_unique<Popover>();
+  std::unique_ptr<Appearance> appearance = std::make_unique<Appearance>();
+  std::unique_ptr<TextMeasurer> textMeasurer = std::make_unique<TextMeasurer>();
+};
+
+// The mark as text on standard output.
+Face textFace(EventLoop& loop) {
+  const auto output = std::make_shared<TextOutput>(loop);
+  return {.statusBar = std::make_unique<TextStatusBar>(
+              [output](std::string text) { output->print(std::move(text)); })};
+}
+
+// The application, from its launch to its end, inside the loop of the toolkit's running
+// application.
+int runApplication(const Surroundings& surroundings, const sigset_t& ending) {
   StandardErrorLog log;
   LinuxEventLoop loop;
   LinuxAttention attention(loop);
@@ -115,43 +130,40 @@ int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
                     .codexSessionsDir = CodexPaths(surroundings).sessionsDir(),
                     .grokLogsDir = GrokPaths(surroundings).logsDir()});
 
-  TextOutput output(loop);
-  std::string shown;
-  Timer nextChange;
-  std::function<void()> show;
-  show = [&] {
-    const Date now = loop.date();
-    const std::vector<MenuBarItem> items = resolveMenuBar(store, now);
-    if (std::string lines = textForm(items, store, now, times); lines != shown) {
-      output.print(lines);
-      shown = std::move(lines);
-    }
-    nextChange.cancel();
-    if (const auto next = nextTextChange(items, now)) {
-      // A little late rather than a little early, when nothing would have changed yet.
-      nextChange = loop.callAfter(*next - now + Seconds{0.25}, show);
-    }
-  };
-  store.onStateChange = show;
+  const Face face = textFace(loop);
+  LinuxApplicationControl application;
+  LoginItem loginItem;
+  Updater updater;
+  AppDelegate delegate({.store = store,
+                        .loop = loop,
+                        .log = log,
+                        .attention = attention,
+                        .statusBar = *face.statusBar,
+                        .popover = *face.popover,
+                        .appearance = *face.appearance,
+                        .application = application,
+                        .loginItem = loginItem,
+                        .updater = updater,
+                        .localTime = times,
+                        .textMeasurer = *face.textMeasurer,
+                        .surroundings = surroundings,
+                        .processId = ::getpid()});
 
   const OwnedDescriptor signals(::signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK));
   loop.watch(signals.get(), [&] {
     signalfd_siginfo received = {};
     if (::read(signals.get(), &received, sizeof received) > 0) {
-      QCoreApplication::quit();
+      application.quit();
     }
   });
   const QSocketNotifier turn(loop.descriptor(), QSocketNotifier::Read);
   QObject::connect(&turn, &QSocketNotifier::activated, [&loop] { loop.dispatch(); });
 
-  const auto clockChanges = attention.observe(AttentionEvent::clockChange, show);
-  log.note("launched (pid " + std::to_string(::getpid()) + ")");
-  show();
-  store.start();
+  delegate.applicationDidFinishLaunching();
   const int status = QCoreApplication::exec();
 
   leaveSoonRegardless();
-  store.shutdown();
+  delegate.applicationWillTerminate();
   codexWorker.stop();
   loop.unwatch(signals.get());
   loop.close();
@@ -174,5 +186,7 @@ int main(int argc, char** argv) {
           marigold::runOneShotMode(command, surroundings, now, std::cout, std::cerr)) {
     return *status;
   }
-  return runTextForm(argc, argv, surroundings);
+  const sigset_t ending = blockEndingSignals();
+  const QCoreApplication application(argc, argv);
+  return runApplication(surroundings, ending);
 }

@@ -15,13 +15,14 @@ struct AppearanceSettings {
   bool operator==(const AppearanceSettings&) const = default;
 };
 
-/// The desktop's appearance settings. Lives on the main loop's thread.
+/// The desktop's appearance settings. Lives on the main loop's thread. This base stands in where
+/// nothing is drawn.
 class Appearance : public Pinned {
  public:
   /// Called, on the main loop's thread, after `settings` changed.
   std::function<void()> onChange;
 
-  [[nodiscard]] virtual AppearanceSettings settings() const = 0;
+  [[nodiscard]] virtual AppearanceSettings settings() const { return {}; }
 };
 
 }  // namespace marigold

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "Drawing.h"
+#include "MenuBarSlots.h"
+
+// The gauges and glyphs of the menu bar as drawings. Each view is a value whose `draw` appends it
+// to a drawing, at a place in points.
+
+namespace marigold {
+
+/// Lengths of the mark in points, unless said otherwise.
+namespace menuBarMetrics {
+inline constexpr double glyph = 16;  ///< side of the square that holds a ring glyph
+inline constexpr double pillWidth = 6;
+inline constexpr double pillHeight = 12;
+inline constexpr double outerRadius = 7;
+inline constexpr double outerStroke = 2;
+inline constexpr double innerRadius = 4.1;
+inline constexpr double innerStroke = 1.8;
+inline constexpr double minArc = 0.03;    ///< smallest drawn fraction of a gauge: it stays visible
+inline constexpr double numberGap = 3;    ///< between a gauge and its texts
+inline constexpr double providerGap = 6;  ///< between two providers' marks
+inline constexpr double sidePad = 0;      ///< at both ends of the mark
+inline constexpr double windowGap = 4.5;  ///< between the two windows' texts
+inline constexpr double labelSize = 9.5;  ///< font size of "5h" and "wk"
+inline constexpr double height = 18;      ///< of the whole mark
+inline constexpr double numberSize = 11;  ///< font size of percentages and countdowns
+}  // namespace menuBarMetrics
+
+/// One ring around `center`.
+struct MenuBarRing {
+  GaugeBar bar;
+  double radius = menuBarMetrics::outerRadius;
+  double stroke = menuBarMetrics::outerStroke;
+  bool darkMenuBar = true;
+  bool highContrast = false;
+  bool dashWhenHollow = true;  ///< a hollow ring has a dashed track, not a whole one
+
+  /// A stale gauge is drawn with this opacity.
+  static constexpr double staleOpacity = 0.55;
+
+  void draw(Drawing& drawing, Point center) const;
+};
+
+/// One or two concentric rings in a square of `menuBarMetrics::glyph`. A ring that is absent leaves
+/// its place empty.
+struct MenuBarRingGlyph {
+  std::optional<GaugeBar> outer;
+  std::optional<GaugeBar> inner;
+  bool darkMenuBar = true;
+  bool highContrast = false;
+
+  void draw(Drawing& drawing, Point origin) const;
+};
+
+/// An upright pill that fills from the bottom.
+struct MenuBarPill {
+  GaugeBar bar;
+  bool darkMenuBar = true;
+  bool highContrast = false;
+  Size size = {.width = menuBarMetrics::pillWidth, .height = menuBarMetrics::pillHeight};
+
+  void draw(Drawing& drawing, Point origin) const;
+};
+
+/// The outline of a flower: a circle whose radius swings by `amplitude` points, in `halves` half
+/// waves around it. An even number closes smoothly.
+struct PetalWave {
+  double amplitude = 0;
+  int halves = 0;
+
+  /// Its points around `center`, in order.
+  [[nodiscard]] std::vector<Point> points(Point center, double radius) const;
+};
+
+/// The dot that tells a development build from an installed one.
+struct MenuBarDevMarker {
+  void draw(Drawing& drawing, Point origin) const;
+};
+
+/// What stands in for the mark while there is nothing to show, in the square of a glyph.
+struct MenuBarIdleGlyph {
+  bool devMarker = false;
+  Color color;
+
+  void draw(Drawing& drawing, Point origin) const;
+};
+
+}  // namespace marigold

@@ -1,0 +1,218 @@
+#include "MenuBarRender.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <optional>
+#include <span>
+#include <string>
+#include <utility>
+
+#include "GaugeView.h"
+
+namespace marigold {
+
+namespace metrics = menuBarMetrics;
+
+namespace {
+
+constexpr FontStyle labelFont{.size = metrics::labelSize, .weight = FontStyle::Weight::semibold};
+constexpr FontStyle numberFont{
+    .size = metrics::numberSize, .weight = FontStyle::Weight::medium, .monospacedDigits = true};
+
+// The side of the smallest square that bars ask for.
+constexpr double squareSide = 22;
+
+// Sets the texts of one line from left to right.
+class Line {
+ public:
+  Line(Drawing& drawing, const TextMeasurer& measurer, Color color)
+      : drawing_(drawing),
+        measurer_(measurer),
+        color_(color),
+        // Centred by the height of digits, which every text here has.
+        baseline_((metrics::height + measurer.measure("0", numberFont).capHeight) / 2),
+        thin_(measurer.measure(thinSpace, numberFont).width) {}
+
+  // The texts of one window, from `x` on; gives where they end.
+  double window(double x, const std::optional<std::string>& label,
+                const std::optional<std::string>& token, const std::optional<std::string>& reset) {
+    const double start = x;
+    for (const auto& [text, font] : {std::pair(&label, labelFont), std::pair(&token, numberFont),
+                                     std::pair(&reset, numberFont)}) {
+      if (!*text) {
+        continue;
+      }
+      if (x > start) {
+        x += font == numberFont && text == &reset && token ? metrics::numberGap : thin_;
+      }
+      drawing_.add(Text{
+          .baseline = {.x = x, .y = baseline_}, .text = **text, .font = font, .color = color_});
+      x += measurer_.measure(**text, font).width;
+    }
+    return x;
+  }
+
+ private:
+  Drawing& drawing_;
+  const TextMeasurer& measurer_;
+  Color color_;
+  double baseline_;
+  double thin_;
+};
+
+std::optional<GaugeBar> outerBar(const MenuBarSegment& segment) {
+  return segment.rendersBar ? std::optional(segment.bar) : std::nullopt;
+}
+
+std::optional<GaugeBar> innerBar(const MenuBarSegment& segment) {
+  return segment.rendersInner ? segment.inner : std::nullopt;
+}
+
+// The one gauge of a segment where there is room for one only.
+std::optional<GaugeBar> leadingBar(const MenuBarSegment& segment) {
+  const auto outer = outerBar(segment);
+  return outer ? outer : innerBar(segment);
+}
+
+// Draws the gauge of one segment at the left end `x` of its place; gives where it ends.
+double drawGauge(Drawing& drawing, const MenuBarMark& mark, const MenuBarSegment& segment,
+                 double x) {
+  const auto leading = leadingBar(segment);
+  if (!leading) {
+    return x;
+  }
+  if (mark.style == MenuBarStyle::pills) {
+    MenuBarPill{.bar = *leading, .darkMenuBar = mark.darkMenuBar, .highContrast = mark.highContrast}
+        .draw(drawing, {.x = x, .y = (metrics::height - metrics::pillHeight) / 2});
+    return x + metrics::pillWidth;
+  }
+  MenuBarRingGlyph{.outer = outerBar(segment),
+                   .inner = innerBar(segment),
+                   .darkMenuBar = mark.darkMenuBar,
+                   .highContrast = mark.highContrast}
+      .draw(drawing, {.x = x, .y = (metrics::height - metrics::glyph) / 2});
+  return x + metrics::glyph;
+}
+
+Drawing glyphSquare(Drawing glyph) {
+  Drawing square{.size = {.width = squareSide, .height = squareSide}};
+  square.add(Layer{.scale = squareSide / metrics::glyph, .ops = std::move(glyph.ops)});
+  return square;
+}
+
+Drawing ringSquare(const MenuBarMark& mark, std::span<const GaugeBar> bars) {
+  // Discs that touch neither each other nor the edge: two on the diagonal, three in a triangle.
+  constexpr double radius = 4.75;
+  constexpr double stroke = 2.5;
+  constexpr std::array two{Point{.x = 6.5, .y = 6.5}, Point{.x = 15.5, .y = 15.5}};
+  constexpr std::array three{Point{.x = 5.5, .y = 6}, Point{.x = 16.5, .y = 6},
+                             Point{.x = 11, .y = 16}};
+  Drawing square{.size = {.width = squareSide, .height = squareSide}};
+  for (std::size_t i = 0; i < bars.size(); ++i) {
+    MenuBarRing{.bar = bars[i],
+                .radius = bars.size() == 2 ? radius : radius - 0.75,
+                .stroke = stroke,
+                .darkMenuBar = mark.darkMenuBar,
+                .highContrast = mark.highContrast}
+        .draw(square, bars.size() == 2 ? two.at(i) : three.at(i));
+  }
+  return square;
+}
+
+Drawing pillSquare(const MenuBarMark& mark, std::span<const GaugeBar> bars) {
+  constexpr double tall = 18;
+  const double width = bars.size() == 1 ? 9 : (bars.size() == 2 ? 8 : 6);
+  constexpr double gap = 2;
+  const auto count = static_cast<double>(bars.size());
+  double x = (squareSide - count * width - (count - 1) * gap) / 2;
+  Drawing square{.size = {.width = squareSide, .height = squareSide}};
+  for (const GaugeBar& bar : bars) {
+    MenuBarPill{.bar = bar,
+                .darkMenuBar = mark.darkMenuBar,
+                .highContrast = mark.highContrast,
+                .size = {.width = width, .height = tall}}
+        .draw(square, {.x = x, .y = (squareSide - tall) / 2});
+    x += width + gap;
+  }
+  return square;
+}
+
+}  // namespace
+
+Drawing menuBarRender::markImage(const MenuBarMark& mark, const TextMeasurer& measurer) {
+  Drawing drawing{.size = {.width = 0, .height = metrics::height}};
+  Line line(drawing, measurer, mark.textColor);
+  double x = metrics::sidePad;
+  for (const MenuBarSegment& segment : mark.segments) {
+    const double start = x;
+    x = drawGauge(drawing, mark, segment, x);
+    if (segment.token || segment.reset) {
+      x = line.window(x > start ? x + metrics::numberGap : x, segment.label, segment.token,
+                      segment.reset);
+    }
+    if (segment.innerToken || segment.innerReset) {
+      const bool first = !segment.token && !segment.reset;
+      const double gap = first ? metrics::numberGap : metrics::windowGap;
+      x = line.window(x > start ? x + gap : x, segment.innerLabel, segment.innerToken,
+                      segment.innerReset);
+    }
+    // Whole points keep the next gauge on the pixels of a screen at scale 1.
+    x = std::ceil(x) + metrics::providerGap;
+  }
+  drawing.size.width =
+      std::max(0.0, x - (mark.segments.empty() ? 0 : metrics::providerGap)) + metrics::sidePad;
+  if (mark.devMarker) {
+    MenuBarDevMarker{}.draw(drawing, {.x = 0, .y = 0});
+  }
+  return drawing;
+}
+
+Drawing menuBarRender::squareImage(const MenuBarMark& mark) {
+  std::vector<GaugeBar> bars;
+  for (const MenuBarSegment& segment : mark.segments) {
+    if (const auto bar = leadingBar(segment)) {
+      bars.push_back(*bar);
+    }
+  }
+  Drawing square;
+  if (mark.style == MenuBarStyle::pills) {
+    square = pillSquare(mark, bars);
+  } else if (bars.size() == 1) {
+    const auto only = std::ranges::find_if(
+        mark.segments, [](const auto& segment) { return leadingBar(segment).has_value(); });
+    Drawing glyph;
+    MenuBarRingGlyph{.outer = outerBar(*only),
+                     .inner = innerBar(*only),
+                     .darkMenuBar = mark.darkMenuBar,
+                     .highContrast = mark.highContrast}
+        .draw(glyph, {});
+    square = glyphSquare(std::move(glyph));
+  } else {
+    square = ringSquare(mark, bars);
+  }
+  if (mark.devMarker) {
+    MenuBarDevMarker{}.draw(square, {});
+  }
+  return square;
+}
+
+Drawing menuBarRender::idleImage(bool devMarker, Color color) {
+  Drawing drawing{.size = {.width = metrics::glyph, .height = metrics::height}};
+  MenuBarIdleGlyph{.devMarker = devMarker, .color = color}.draw(
+      drawing, {.x = 0, .y = (metrics::height - metrics::glyph) / 2});
+  return drawing;
+}
+
+Drawing menuBarRender::idleSquare(bool devMarker, Color color) {
+  Drawing glyph;
+  MenuBarIdleGlyph{.devMarker = devMarker, .color = color}.draw(glyph, {});
+  return glyphSquare(std::move(glyph));
+}
+
+Drawing menuBarRender::padded(Drawing drawing, double width) {
+  drawing.size.width = std::max(drawing.size.width, width);
+  return drawing;
+}
+
+}  // namespace marigold
