@@ -106,13 +106,13 @@ void MenuBarPill::draw(Drawing& drawing, Point origin) const {
 }
 
 std::vector<Point> PetalWave::points(Point center, double radius) const {
-  constexpr int perHalf = 8;  // smooth at twice the size it is drawn at
-  const int count = std::max(halves, 3) * perHalf;
+  constexpr int perHalf = 12;  // smooth at twice the size it is drawn at
+  const int count = std::max(halves, 1) * perHalf;
   std::vector<Point> outline;
   outline.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) {
     const double turn = 2 * std::numbers::pi * i / count;
-    const double reach = radius + amplitude * std::cos(turn * halves / 2);
+    const double reach = radius + amplitude * std::abs(std::cos(turn * halves / 2));
     outline.push_back(
         {.x = center.x + reach * std::sin(turn), .y = center.y - reach * std::cos(turn)});
   }
@@ -129,10 +129,10 @@ void MenuBarDevMarker::draw(Drawing& drawing, Point origin) const {
 }
 
 void MenuBarIdleGlyph::draw(Drawing& drawing, Point origin) const {
-  constexpr PetalWave petals{.amplitude = 1.1, .halves = 16};
-  constexpr double radius = 5.5;
+  constexpr PetalWave petals{.amplitude = 2, .halves = 8};
+  constexpr double radius = 4.9;
   constexpr double line = 1.5;
-  constexpr double heart = 3.5;
+  constexpr double heart = 4;
   const Point center{.x = origin.x + metrics::glyph / 2, .y = origin.y + metrics::glyph / 2};
   drawing.add(StrokeLoop{.points = petals.points(center, radius), .width = line, .color = color});
   drawing.add(FillRoundedRect{.origin = {.x = center.x - heart / 2, .y = center.y - heart / 2},

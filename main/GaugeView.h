@@ -66,8 +66,8 @@ struct MenuBarPill {
   void draw(Drawing& drawing, Point origin) const;
 };
 
-/// The outline of a flower: a circle whose radius swings by `amplitude` points, in `halves` half
-/// waves around it. An even number closes smoothly.
+/// The outline of a flower: around a circle lie `halves` half waves, each a petal that reaches
+/// `amplitude` points beyond it.
 struct PetalWave {
   double amplitude = 0;
   int halves = 0;

@@ -37,19 +37,20 @@ class Line {
   // The texts of one window, from `x` on; gives where they end.
   double window(double x, const std::optional<std::string>& label,
                 const std::optional<std::string>& token, const std::optional<std::string>& reset) {
-    const double start = x;
-    for (const auto& [text, font] : {std::pair(&label, labelFont), std::pair(&token, numberFont),
-                                     std::pair(&reset, numberFont)}) {
-      if (!*text) {
-        continue;
+    double gap = 0;
+    const auto set = [&](const std::optional<std::string>& text, const FontStyle& font,
+                         double gapAfter) {
+      if (text) {
+        x += gap;
+        drawing_.add(Text{
+            .baseline = {.x = x, .y = baseline_}, .text = *text, .font = font, .color = color_});
+        x += measurer_.measure(*text, font).width;
+        gap = gapAfter;
       }
-      if (x > start) {
-        x += font == numberFont && text == &reset && token ? metrics::numberGap : thin_;
-      }
-      drawing_.add(Text{
-          .baseline = {.x = x, .y = baseline_}, .text = **text, .font = font, .color = color_});
-      x += measurer_.measure(**text, font).width;
-    }
+    };
+    set(label, labelFont, thin_);
+    set(token, numberFont, metrics::numberGap);
+    set(reset, numberFont, 0);
     return x;
   }
 

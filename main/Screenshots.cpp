@@ -67,9 +67,7 @@ std::vector<Row> sampleRows() {
        .style = MenuBarStyle::pills},
       {.caption = "Own color", .samples = {claude, grok}, .accent = ProviderAccent::indigo},
       {.caption = "Gauges alone", .samples = {claude, codex, grok}, .prefs = noTexts},
-      {.caption = "Nearly spent, increased contrast",
-       .samples = {spent, codex},
-       .highContrast = true},
+      {.caption = "Increased contrast", .samples = {spent, codex}, .highContrast = true},
       {.caption = "Older reading", .samples = {stale, claude}},
       {.caption = "Older than a day", .samples = {old}},
       {.caption = "Older than a day, pill", .samples = {old}, .style = MenuBarStyle::pills},
@@ -108,7 +106,7 @@ void addPanel(Drawing& sheet, const std::vector<Row>& rows, const TextMeasurer& 
   constexpr double margin = 16;
   constexpr double top = 14;
   constexpr double rowHeight = 28;
-  constexpr double captions = 168;
+  constexpr double captions = 150;
   constexpr double square = 22;
   constexpr FontStyle captionFont{.size = 10};
   const double shade = dark ? 0.13 : 0.95;
