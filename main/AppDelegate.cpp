@@ -112,8 +112,10 @@ void AppDelegate::setUpStatusItem() {
     return;
   }
   statusItem_->onClick = [this](const StatusItemClick& click) { statusItemClicked(click); };
-  statusItem_->onMenuOpening = [this] {
-    s_.store.refreshOnUserAttention();
+  statusItem_->onMenuRead = [this](bool opening) {
+    if (opening) {
+      s_.store.refreshOnUserAttention();
+    }
     return menuItems();
   };
   s_.appearance.onChange = [this] { refreshStatusItem(); };

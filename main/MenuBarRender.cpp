@@ -211,6 +211,20 @@ Drawing menuBarRender::idleSquare(bool devMarker, Color color) {
   return glyphSquare(std::move(glyph));
 }
 
+std::vector<menuBarRender::TrayImage> menuBarRender::trayImages(const Drawing& square,
+                                                                const Drawing& mark,
+                                                                bool showsWide) {
+  std::vector<TrayImage> images;
+  for (const double pixels : {22, 24, 32, 48}) {
+    images.push_back({.drawing = square, .scale = pixels / square.size.width});
+  }
+  if (showsWide) {
+    constexpr double crisp = 2;  // scaled down by the tray rather than up
+    images.push_back({.drawing = mark, .scale = crisp});
+  }
+  return images;
+}
+
 Drawing menuBarRender::padded(Drawing drawing, double width) {
   drawing.size.width = std::max(drawing.size.width, width);
   return drawing;

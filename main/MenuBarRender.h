@@ -32,6 +32,16 @@ namespace menuBarRender {
 [[nodiscard]] Drawing idleImage(bool devMarker, Color color);
 [[nodiscard]] Drawing idleSquare(bool devMarker, Color color);
 
+/// One icon that a tray is offered: a drawing, and how many pixels a point of it is.
+struct TrayImage {
+  Drawing drawing;
+  double scale = 1;
+};
+/// What a tray is offered: the square in the sizes that bars use, 22, 24, 32 and 48 pixels, and the
+/// mark where the tray shows a wide icon wide. Most squeeze it, and take it for being the largest.
+[[nodiscard]] std::vector<TrayImage> trayImages(const Drawing& square, const Drawing& mark,
+                                                bool showsWide);
+
 /// `drawing` with room added on its right up to `width` points.
 [[nodiscard]] Drawing padded(Drawing drawing, double width);
 

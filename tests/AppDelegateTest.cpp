@@ -193,7 +193,12 @@ TEST_F(AppDelegateTest, ClicksOpenThePopoverOrTheMenuAndCountAsAttention) {
     EXPECT_EQ(ports.journal, row.journal);
     EXPECT_EQ(codex->calls.size(), reads + 1);
   }
-  EXPECT_EQ(ports.item->onMenuOpening().size(), ports.menu.size());
+  for (const bool opening : {false, true}) {
+    const std::size_t reads = codex->calls.size();
+    EXPECT_EQ(ports.item->onMenuRead(opening).size(), ports.menu.size());
+    settle();
+    EXPECT_EQ(codex->calls.size() > reads, opening);
+  }
   std::map<std::string, Journal> done;
   for (const MenuItem& item : ports.menu) {
     if (item.action) {

@@ -40,8 +40,9 @@ struct StatusItemClick {
 class StatusItem : public Pinned {
  public:
   std::function<void(const StatusItemClick&)> onClick;
-  /// Asked for the menu's current items whenever the desktop is about to open the menu by itself.
-  std::function<std::vector<MenuItem>()> onMenuOpening;
+  /// Asked for the menu's current items when a desktop that shows the menu by itself reads it;
+  /// `opening` when the user is about to see it.
+  std::function<std::vector<MenuItem>(bool opening)> onMenuRead;
 
   virtual void show(const StatusItemContent& content) = 0;
   /// Opens a menu at the item, or at `at` where the desktop cannot say where the item is.
