@@ -1,0 +1,44 @@
+#pragma once
+
+#include <array>
+#include <string>
+
+#include <QtCore/QEventLoop>
+#include <QtCore/QTimer>
+#include <QtWidgets/QApplication>
+
+namespace marigold::test {
+
+/// The toolkit's application on a platform of one's choice, by default one without a display.
+class OffscreenApplication {
+ public:
+  explicit OffscreenApplication(std::string platform = "offscreen")
+      : platform_(std::move(platform)) {
+    QApplication::setQuitOnLastWindowClosed(false);
+  }
+
+ private:
+  std::string platform_;
+  std::string name_ = "test";
+  std::string option_ = "-platform";
+  std::array<char*, 4> words_{name_.data(), option_.data(), platform_.data(), nullptr};
+  int count_ = 3;
+  QApplication application_{count_, words_.data()};
+};
+
+/// Turns the toolkit's loop until `holds` does, for some seconds at most; whether it then does.
+template <class Condition>
+bool eventually(Condition holds, int seconds = 10) {
+  QTimer limit;
+  limit.setSingleShot(true);
+  limit.start(seconds * 1000);
+  // Looked at after every event and, for what another program does, now and then.
+  QTimer look;
+  look.start(10);
+  while (!holds() && limit.isActive()) {
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+  }
+  return holds();
+}
+
+}  // namespace marigold::test
