@@ -25,7 +25,7 @@ void append(std::string& text, std::string_view separator, std::string_view more
 // `line` without the phrase for how old `slot`'s reading is.
 std::string withoutAge(std::string line, const MenuSlot& slot) {
   if (slot.age) {
-    if (const auto at = line.find(slot.age->phrase); at != std::string::npos) {
+    if (const auto at = line.rfind(slot.age->phrase); at != std::string::npos) {
       line.erase(at, slot.age->phrase.size());
     }
   }
@@ -33,11 +33,11 @@ std::string withoutAge(std::string line, const MenuSlot& slot) {
 }
 
 bool showsIdle(const std::vector<MenuBarItem>& items) {
-  std::vector<MenuSlot> outer;
-  std::vector<std::optional<MenuSlot>> inner;
+  std::vector<const MenuSlot*> outer;
+  std::vector<const MenuSlot*> inner;
   for (const MenuBarItem& item : items) {
-    outer.push_back(item.gauge.outer);
-    inner.push_back(item.gauge.inner);
+    outer.push_back(&item.gauge.outer);
+    inner.push_back(item.gauge.inner ? &*item.gauge.inner : nullptr);
   }
   return menuBarShowsIdle(outer, inner);
 }
@@ -48,13 +48,9 @@ std::vector<MenuBarItem> resolveMenuBar(const UsageStore& store, Date now) {
   const Preferences& chosen = store.preferences();
   std::vector<MenuBarItem> items;
   for (const ProviderID provider : store.menuBarBars()) {
-    const auto& snapshot = store.snapshot(provider);
-    if (!snapshot) {
-      continue;
-    }
-    MenuGauge gauge =
-        resolveMenuGauge(*snapshot, chosen.menuWindow(provider), chosen.textPrefs(provider),
-                         chosen.menuBarStyle(), chosen.accent(provider), chosen.ringColors(), now);
+    MenuGauge gauge = resolveMenuGauge(*store.snapshot(provider), chosen.menuWindow(provider),
+                                       chosen.textPrefs(provider), chosen.menuBarStyle(),
+                                       chosen.accent(provider), chosen.ringColors(), now);
     MenuBarSegment segment = menuBarSegment(gauge, chosen.menuBarStyle(), now);
     items.push_back(
         {.provider = provider, .gauge = std::move(gauge), .segment = std::move(segment)});
@@ -75,12 +71,8 @@ void AppDelegate::applicationDidFinishLaunching() {
   s_.application.installMainMenu();
   setUpStatusItem();
   setUpPopover();
-  s_.store.onStateChange = [this] {
-    refreshStatusItem();
-    updateCards();
-  };
-  clockObserver_ =
-      s_.attention.observe(AttentionEvent::clockChange, [this] { refreshStatusItem(); });
+  s_.store.onStateChange = [this] { refresh(); };
+  clockObserver_ = s_.attention.observe(AttentionEvent::clockChange, [this] { refresh(); });
   s_.loginItem.reregisterIfEnabled();
   s_.store.start();
   engineRunning_ = true;
@@ -128,7 +120,7 @@ void AppDelegate::setUpPopover() {
 void AppDelegate::statusItemClicked(const StatusItemClick& click) {
   s_.store.refreshOnUserAttention();
   if (click.button == StatusItemClick::Button::right || click.controlHeld) {
-    statusItem_->openMenu(menuItems(), click.at);
+    showMenu(click.at);
   } else if (s_.popover.isShown()) {
     s_.popover.close();
   } else {
@@ -142,8 +134,13 @@ void AppDelegate::showPopover(std::optional<Point> at) {
   }
   s_.loginItem.refreshStatus();
   s_.application.activate();
-  s_.popover.open(at);
   updateCards();
+  s_.popover.open(at);
+  refreshStatusItem();  // the countdowns of the cards count from now on
+}
+
+void AppDelegate::showMenu(std::optional<Point> at) {
+  statusItem_->openMenu(menuItems(), at);
 }
 
 void AppDelegate::popoverDidClose() {
@@ -171,16 +168,23 @@ std::vector<MenuItem> AppDelegate::menuItems() {
 }
 
 void AppDelegate::updateCards() {
-  if (!s_.popover.isShown()) {
-    return;
-  }
   const Date now = s_.loop.date();
   std::vector<ProviderCard> cards;
   for (const ProviderID provider : s_.store.visibleProviders()) {
     const auto& snapshot = s_.store.snapshot(provider);
     cards.push_back(providerCard(provider, snapshot ? &*snapshot : nullptr, now, s_.localTime));
   }
-  s_.popover.setCards(std::move(cards));
+  if (cards != cards_) {
+    cards_ = std::move(cards);
+    s_.popover.setCards(cards_);
+  }
+}
+
+void AppDelegate::refresh() {
+  refreshStatusItem();
+  if (s_.popover.isShown()) {
+    updateCards();
+  }
 }
 
 // Starts a drain for every window that reset since the last redraw, and ends those whose window has
@@ -208,6 +212,20 @@ void AppDelegate::followDrains(const MenuSlotMemos& memos, Date now, bool reduce
   }
 }
 
+// Every card counts down to the resets of its windows.
+void AppDelegate::addCardTimes(MenuRepaintTimes& times) const {
+  for (const ProviderID provider : s_.store.visibleProviders()) {
+    if (const auto& snapshot = s_.store.snapshot(provider)) {
+      for (const UsageWindow& window : snapshot->windows) {
+        if (window.resetsAt) {
+          times.countdowns.push_back(*window.resetsAt);
+          times.resets.push_back(*window.resetsAt);
+        }
+      }
+    }
+  }
+}
+
 void AppDelegate::stepDrains() {
   for (auto& [key, drain] : drains_) {
     ++drain.shown;
@@ -232,7 +250,11 @@ void AppDelegate::refreshStatusItem() {
   MenuRepaintTimes times;
   for (const MenuBarItem& item : items) {
     memos.merge(menuSlotMemos(item.provider, item.gauge));
-    addMenuRepaintTimes(times, item.gauge, item.segment, now);
+    addMenuRepaintTimes(times, s_.store.snapshot(item.provider)->windows, item.gauge, item.segment,
+                        now);
+  }
+  if (s_.popover.isShown()) {
+    addCardTimes(times);
   }
   followDrains(memos, now, appearance.reduceMotion);
 
@@ -271,7 +293,9 @@ StatusItemContent AppDelegate::content(const std::vector<MenuBarItem>& items, Da
       append(content.accessibilityValue, "; ", lines.spoken[i]);
     }
     if (isDrawn(item.gauge)) {
-      append(content.label, " | ", segmentText(item.segment));
+      if (const std::string texts = segmentText(item.segment); !texts.empty()) {
+        append(content.label, " | ", texts);
+      }
       mark.segments.push_back(drainedSegment(item.segment, item.gauge, item.provider, drains));
     }
   }
@@ -283,8 +307,11 @@ StatusItemContent AppDelegate::content(const std::vector<MenuBarItem>& items, Da
     content.accessibilityValue = empty.spoken;
   }
 
-  if (drains.empty() && showsIdle(items)) {
+  const bool idle = showsIdle(items);
+  if (idle) {
     content.label.clear();
+  }
+  if (idle && drains.empty()) {
     content.mark = menuBarRender::idleImage(devBuild, mark.textColor);
     content.square = menuBarRender::idleSquare(devBuild, mark.textColor);
   } else {
@@ -298,7 +325,7 @@ void AppDelegate::scheduleRepaint(std::optional<Date> date) {
   repaintTask_.cancel();
   if (date) {
     const double delay = std::max(secondsBetween(s_.loop.date(), *date), leastRepaintDelay);
-    repaintTask_ = s_.loop.callAfter(Seconds{delay}, [this] { refreshStatusItem(); });
+    repaintTask_ = s_.loop.callAfter(Seconds{delay}, [this] { refresh(); });
   }
 }
 

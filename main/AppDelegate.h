@@ -74,6 +74,7 @@ class AppDelegate {
   /// Draws the status item anew and plans the next time at which it must be.
   void refreshStatusItem();
   void showPopover(std::optional<Point> at);
+  void showMenu(std::optional<Point> at);
 
  private:
   // A gauge on its way to empty: its frames, and how many are shown already.
@@ -90,13 +91,17 @@ class AppDelegate {
   void followDrains(const MenuSlotMemos& memos, Date now, bool reduceMotion);
   void stepDrains();
   void scheduleRepaint(std::optional<Date> date);
+  void addCardTimes(MenuRepaintTimes& times) const;
   void updateCards();
+  // Everything that is shown.
+  void refresh();
   [[nodiscard]] StatusItemContent content(const std::vector<MenuBarItem>& items, Date now,
                                           const AppearanceSettings& appearance) const;
 
   Services s_;
   std::unique_ptr<StatusItem> statusItem_;
   std::optional<StatusItemContent> shown_;  // nothing until the item shows something
+  std::vector<ProviderCard> cards_;         // as the popover has them
   MenuSlotMemos lastMemos_;
   std::map<std::string, Drain> drains_;
   Timer drainTask_;

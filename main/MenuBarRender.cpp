@@ -145,6 +145,7 @@ Drawing menuBarRender::markImage(const MenuBarMark& mark, const TextMeasurer& me
   Drawing drawing{.size = {.width = 0, .height = metrics::height}};
   Line line(drawing, measurer, mark.textColor);
   double x = metrics::sidePad;
+  double end = x;  // of what is drawn so far
   for (const MenuBarSegment& segment : mark.segments) {
     const double start = x;
     x = drawGauge(drawing, mark, segment, x);
@@ -158,11 +159,13 @@ Drawing menuBarRender::markImage(const MenuBarMark& mark, const TextMeasurer& me
       x = line.window(x > start ? x + gap : x, segment.innerLabel, segment.innerToken,
                       segment.innerReset);
     }
-    // Whole points keep the next gauge on the pixels of a screen at scale 1.
-    x = std::ceil(x) + metrics::providerGap;
+    if (x > start) {
+      // Whole points keep the next gauge on the pixels of a screen at scale 1.
+      end = std::ceil(x);
+      x = end + metrics::providerGap;
+    }
   }
-  drawing.size.width =
-      std::max(0.0, x - (mark.segments.empty() ? 0 : metrics::providerGap)) + metrics::sidePad;
+  drawing.size.width = end + metrics::sidePad;
   if (mark.devMarker) {
     MenuBarDevMarker{}.draw(drawing, {.x = 0, .y = 0});
   }

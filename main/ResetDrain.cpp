@@ -11,22 +11,19 @@ std::string memoKey(ProviderID provider, const std::string& windowLabel) {
   return std::string(rawValue(provider)) + "|" + windowLabel;
 }
 
-// The next moment at which a reading of this age is worded or drawn otherwise: each whole minute,
-// hour or day as its phrase counts them, and the ages at which it stops being fresh and coloured.
-std::vector<double> nextAges(double age) {
+// The age, in seconds, at which a reading of this age is next worded or drawn otherwise: whole
+// minutes, hours or days as its phrase counts them. The ages at which it stops being fresh and
+// coloured are among them.
+double nextAge(double age) {
   constexpr double justNow = 90;
   constexpr double minute = 60;
   constexpr double hour = 3600;
   constexpr double day = 86400;
-  const double unit = age < hour ? minute : (age < day ? hour : day);
-  const double phrase = age < justNow ? justNow : (std::floor(age / unit) + 1) * unit;
-  std::vector<double> next{phrase};
-  for (const double boundary : {readingFreshWithin, day}) {
-    if (boundary > age) {
-      next.push_back(boundary);
-    }
+  if (age < justNow) {
+    return justNow;
   }
-  return next;
+  const double unit = age < hour ? minute : (age < day ? hour : day);
+  return (std::floor(age / unit) + 1) * unit;
 }
 
 }  // namespace
@@ -94,19 +91,20 @@ MenuBarSegment drainedSegment(MenuBarSegment segment, const MenuGauge& gauge, Pr
   return segment;
 }
 
-void addMenuRepaintTimes(MenuRepaintTimes& times, const MenuGauge& gauge,
-                         const MenuBarSegment& segment, Date now) {
+void addMenuRepaintTimes(MenuRepaintTimes& times, std::span<const UsageWindow> windows,
+                         const MenuGauge& gauge, const MenuBarSegment& segment, Date now) {
+  for (const UsageWindow& window : windows) {
+    if (window.resetsAt) {
+      times.countdowns.push_back(*window.resetsAt);
+    }
+  }
   const auto add = [&](const MenuSlot& slot, bool countsDown) {
-    if (slot.resetsAt) {
-      times.countdowns.push_back(*slot.resetsAt);
-      if (countsDown) {
-        times.resets.push_back(*slot.resetsAt);
-      }
+    if (slot.resetsAt && countsDown) {
+      times.resets.push_back(*slot.resetsAt);
     }
     if (slot.age) {
-      for (const double age : nextAges(slot.age->seconds)) {
-        times.countdowns.push_back(now + Seconds{age - slot.age->seconds});
-      }
+      const double age = slot.age->seconds;
+      times.countdowns.push_back(now + Seconds{nextAge(age) - age});
     }
   };
   add(gauge.outer, segment.reset.has_value());
@@ -137,10 +135,10 @@ std::optional<Date> nextMenuRepaint(Date now, std::span<const Date> countdowns,
   return next;
 }
 
-bool menuBarShowsIdle(std::span<const MenuSlot> outer,
-                      std::span<const std::optional<MenuSlot>> inner) noexcept {
-  return std::ranges::none_of(outer, &MenuSlot::rendersGauge) &&
-         std::ranges::none_of(inner, [](const auto& slot) { return slot && slot->rendersGauge; });
+bool menuBarShowsIdle(std::span<const MenuSlot* const> outer,
+                      std::span<const MenuSlot* const> inner) noexcept {
+  const auto renders = [](const MenuSlot* slot) { return slot != nullptr && slot->rendersGauge; };
+  return std::ranges::none_of(outer, renders) && std::ranges::none_of(inner, renders);
 }
 
 double pinnedMarkWidth(double natural, std::optional<double> current, bool popoverShown) noexcept {

@@ -55,17 +55,18 @@ struct MenuRepaintTimes {
   std::vector<Date> countdowns;  ///< something changes at this moment
   std::vector<Date> resets;      ///< a countdown to this moment is printed
 };
-/// Adds those of one provider: the resets of its windows, and when its readings' ages read
-/// otherwise.
-void addMenuRepaintTimes(MenuRepaintTimes& times, const MenuGauge& gauge,
-                         const MenuBarSegment& segment, Date now);
+/// Adds those of one provider: the resets of all its windows, of which any may change what is
+/// shown, and when its reading's age reads otherwise.
+void addMenuRepaintTimes(MenuRepaintTimes& times, std::span<const UsageWindow> windows,
+                         const MenuGauge& gauge, const MenuBarSegment& segment, Date now);
 /// When to redraw: a quarter of a second after the next change, so that it has surely happened.
 [[nodiscard]] std::optional<Date> nextMenuRepaint(Date now, std::span<const Date> countdowns,
                                                   std::span<const Date> resets);
 
-/// Whether the idle image stands in for the mark: no slot renders a gauge.
-[[nodiscard]] bool menuBarShowsIdle(std::span<const MenuSlot> outer,
-                                    std::span<const std::optional<MenuSlot>> inner) noexcept;
+/// Whether the idle image stands in for the mark: no slot renders a gauge. An absent inner slot is
+/// null.
+[[nodiscard]] bool menuBarShowsIdle(std::span<const MenuSlot* const> outer,
+                                    std::span<const MenuSlot* const> inner) noexcept;
 
 /// The width of the item: it never shrinks under an open popover, which would jump with it.
 [[nodiscard]] double pinnedMarkWidth(double natural, std::optional<double> current,

@@ -120,6 +120,12 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
     settle();
   }
   [[nodiscard]] const StatusItemContent& last() const { return ports.shown.back(); }
+  // Whether the idle glyph's flower is shown.
+  [[nodiscard]] static bool idle(const StatusItemContent& content) {
+    return std::ranges::any_of(content.mark.ops, [](const DrawOp& op) {
+      return std::holds_alternative<StrokeLoop>(op.shape);
+    });
+  }
   // The filled arc of the only ring; nothing while no ring is filled.
   [[nodiscard]] static std::optional<double> sweep(const StatusItemContent& content) {
     for (const DrawOp& op : content.mark.ops) {
@@ -162,6 +168,9 @@ TEST_F(AppDelegateTest, JoinsLinesOfSlotsAndProviders) {
             "Codex 5h 37%, updated just now; Codex Weekly 12%, updated just now; "
             "Grok 5h 20%, updated just now");
   EXPECT_EQ(last().label, "37% 12% | 20%");
+  store->preferences().setPercentScope(ProviderID::grok, MenuBarTextScope::off);
+  settle();
+  EXPECT_EQ(last().label, "37% 12%") << "no separator for nothing";
   EXPECT_EQ(last().accessibilityLabel, "Marigold Dev");
 }
 
@@ -245,13 +254,14 @@ TEST_F(AppDelegateTest, AResetDrainsOnceAndThenSaysSo) {
     if (const auto filled = sweep(ports.shown[i])) {
       sweeps.push_back(*filled);
       EXPECT_EQ(ports.shown[i].tooltip, "Codex: 5h window reset, no new reading yet");
+      EXPECT_FALSE(idle(ports.shown[i]));
     }
   }
   EXPECT_GE(sweeps.size(), 12U) << "frames that look the same are drawn once";
   EXPECT_LE(sweeps.size(), 24U);
   EXPECT_TRUE(std::ranges::is_sorted(sweeps, std::greater<>()));
   EXPECT_DOUBLE_EQ(sweeps.back(), 0.03);
-  EXPECT_EQ(sweep(last()), std::nullopt);
+  EXPECT_TRUE(idle(last()));
   const std::size_t after = ports.shown.size();
   advance(50);
   EXPECT_EQ(ports.shown.size(), after) << "a drain happens once";
@@ -279,15 +289,42 @@ TEST_F(AppDelegateTest, NothingDrainsWithReducedMotionOrANewReading) {
   EXPECT_EQ(sweep(last()), 0.03);
 }
 
-TEST_F(AppDelegateTest, AReadingThatComesDuringADrainEndsIt) {
+TEST_F(AppDelegateTest, WhatHappensDuringADrainEndsItOrGoesOn) {
   launch();
-  advance(100.5);
-  ASSERT_LT(sweep(last()).value_or(1), 0.8);
-  show({.label = "5h", .percent = 3, .resetsAt = loop.date() + Seconds{18000.0}});
-  store->refreshNow();
-  settle();
-  EXPECT_EQ(last().label, "3%");
-  EXPECT_EQ(sweep(last()), 0.03);
+  struct Row {
+    const char* name;
+    std::function<void()> happens;
+    std::optional<double> sweep;  // afterwards
+  };
+  const auto reset = [this] { return loop.date() + Seconds{18000.0}; };
+  for (const Row& row : {
+           Row{"a reading comes", [&] { show({.label = "5h", .percent = 3, .resetsAt = reset()}); },
+               0.03},
+           Row{"the provider goes",
+               [&] { store->preferences().setVisible(ProviderID::codex, false); }, std::nullopt},
+           Row{"motion is reduced", [&] { ports.appearance.now.reduceMotion = true; },
+               std::nullopt},
+       }) {
+    store->preferences().setVisible(ProviderID::codex, true);
+    ports.appearance.now.reduceMotion = false;
+    show({.label = "5h", .percent = 80, .resetsAt = loop.date() + Seconds{10.0}});
+    store->refreshNow();
+    settle();
+    ASSERT_EQ(sweep(last()), 0.8) << row.name;
+    advance(10.5);
+    const auto drained = sweep(last());
+    ASSERT_TRUE(drained && *drained < 0.8 && *drained > 0.03) << row.name;
+    ports.appearance.now.darkMenuBar = !ports.appearance.now.darkMenuBar;
+    ports.appearance.onChange();
+    EXPECT_EQ(sweep(last()), drained) << "redrawn where it is";
+    row.happens();
+    store->refreshNow();
+    settle();
+    ports.appearance.onChange();
+    EXPECT_EQ(sweep(last()), row.sweep) << row.name;
+    advance(1);
+    EXPECT_EQ(sweep(last()), row.sweep) << row.name;
+  }
 }
 
 TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
@@ -303,6 +340,12 @@ TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
   settle();
   EXPECT_EQ(ports.popover.cards.front().rows.front().value, "7%");
   EXPECT_EQ(last().mark.size.width, wide);
+  show({.label = "5h", .percent = 7, .resetsAt = loop.date() + Seconds{119.0}});
+  store->refreshNow();
+  settle();
+  EXPECT_EQ(ports.popover.cards.front().rows.front().subLabel, "in 1m");
+  advance(120);
+  EXPECT_EQ(ports.popover.cards.front().rows.front().subLabel, "") << "time goes by in it";
   ports.item->onClick({});
   EXPECT_LT(last().mark.size.width, wide);
 }

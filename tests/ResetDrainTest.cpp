@@ -84,12 +84,28 @@ TEST(ResetDrainTest, AsksForTheNextMomentThatLooksDifferent) {
                          Row{3600, 3600}, Row{86399, 1}, Row{86400, 86400}}) {
     MenuRepaintTimes times;
     const MenuGauge gauge{.outer = {.age = readingAge(row.age)}};
-    addMenuRepaintTimes(times, gauge, {}, now);
+    addMenuRepaintTimes(times, {}, gauge, {}, now);
     EXPECT_EQ(next(times.countdowns, times.resets), row.next + 0.25) << row.age;
     // Nothing that is shown may change before.
     EXPECT_EQ(relativeAge(row.age), relativeAge(row.age + row.next - 0.01)) << row.age;
     EXPECT_NE(relativeAge(row.age), relativeAge(row.age + row.next)) << row.age;
   }
+  MenuRepaintTimes times;
+  const UsageWindow notShown{.label = "Weekly", .resetsAt = in(7)};
+  addMenuRepaintTimes(times, {{notShown}}, {}, {}, now);
+  EXPECT_EQ(next(times.countdowns, times.resets), 7.25) << "its reset may change what is shown";
+}
+
+TEST(ResetDrainTest, IsIdleUntilSomeGaugeIsRendered) {
+  const MenuSlot renders{.rendersGauge = true};
+  const MenuSlot nothing;
+  const auto idle = [](std::vector<const MenuSlot*> outer, std::vector<const MenuSlot*> inner) {
+    return menuBarShowsIdle(outer, inner);
+  };
+  EXPECT_TRUE(idle({}, {}));
+  EXPECT_TRUE(idle({&nothing, &nothing}, {nullptr, &nothing}));
+  EXPECT_FALSE(idle({&nothing, &renders}, {nullptr, nullptr}));
+  EXPECT_FALSE(idle({&nothing}, {&renders}));
 }
 
 TEST(ResetDrainTest, KeepsTheWidthUnderAnOpenPopover) {

@@ -16,13 +16,13 @@ struct AppearanceSettings {
 };
 
 /// The desktop's appearance settings. Lives on the main loop's thread. This base stands in where
-/// nothing is drawn.
+/// nothing is drawn, nor anything moves.
 class Appearance : public Pinned {
  public:
   /// Called, on the main loop's thread, after `settings` changed.
   std::function<void()> onChange;
 
-  [[nodiscard]] virtual AppearanceSettings settings() const { return {}; }
+  [[nodiscard]] virtual AppearanceSettings settings() const { return {.reduceMotion = true}; }
 };
 
 }  // namespace marigold

@@ -11,8 +11,8 @@
 namespace marigold {
 
 /// The window with the providers' cards that opens at the status item. The desktop closes it on
-/// Escape, on losing the focus and on a click outside. Lives on the main loop's thread. This base
-/// stands in where there are no windows.
+/// Escape, on losing the focus and on a click outside, for which it watches while it is open. Lives
+/// on the main loop's thread. This base stands in where there are no windows.
 class Popover : public Pinned {
  public:
   /// Called after the popover closed, whoever closed it.
