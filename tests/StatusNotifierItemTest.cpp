@@ -1,0 +1,402 @@
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <limits>
+#include <optional>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <utility>
+
+#include <QtCore/QCoreApplication>
+#include <QtDBus/QDBusArgument>
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusMetaType>
+#include <QtDBus/QDBusVariant>
+#include <QtGui/QImage>
+#include <gmock/gmock.h>
+#include <sys/prctl.h>
+
+#include "StatusNotifierItem.h"
+#include "support/ChildProcess.h"
+
+namespace marigold {
+
+// A watcher with its host on a connection of its own, and what it hears of the item it was given.
+class FakeHost final : public QObject {
+  Q_OBJECT
+  Q_DISABLE_COPY_MOVE(FakeHost)
+  Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+  Q_PROPERTY(bool IsStatusNotifierHostRegistered MEMBER hosted_ CONSTANT)
+
+ public:
+  explicit FakeHost(const char* name, bool hosted = true)
+      : bus_(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name)), hosted_(hosted) {
+    bus_.registerObject("/StatusNotifierWatcher", this, QDBusConnection::ExportAllContents);
+    bus_.registerService("org.kde.StatusNotifierWatcher");
+  }
+  ~FakeHost() override { QDBusConnection::disconnectFromBus(bus_.name()); }
+
+  QString item;
+  std::vector<std::string> heard;  // members of the item's signals
+
+  void gainHost() {
+    hosted_ = true;
+    Q_EMIT StatusNotifierHostRegistered();
+  }
+  /// The answer of the item's process; the error's name when it refuses.
+  QVariantList ask(const char* path, const QString& interface, const QString& method,
+                   const QVariantList& arguments = {}) {
+    QDBusMessage call = QDBusMessage::createMethodCall(item, path, interface, method);
+    call.setArguments(arguments);
+    const QDBusMessage reply = bus_.call(call, QDBus::BlockWithGui, 5000);
+    return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments()
+                                                      : QVariantList{reply.errorName()};
+  }
+  QVariantList askItem(const QString& method, const QVariantList& arguments = {}) {
+    return ask("/StatusNotifierItem", "org.kde.StatusNotifierItem", method, arguments);
+  }
+  QVariantList askMenu(const QString& method, const QVariantList& arguments = {}) {
+    return ask("/MenuBar", "com.canonical.dbusmenu", method, arguments);
+  }
+  QVariantMap properties(const char* path, const QString& interface) {
+    return qdbus_cast<QVariantMap>(
+        ask(path, "org.freedesktop.DBus.Properties", "GetAll", {interface}).value(0));
+  }
+  QVariantMap itemProperties() {
+    return properties("/StatusNotifierItem", "org.kde.StatusNotifierItem");
+  }
+
+  Q_SLOT void RegisterStatusNotifierItem(const QString& service) {
+    item = service;
+    for (const char* interface : {"org.kde.StatusNotifierItem", "com.canonical.dbusmenu"}) {
+      bus_.connect(service, {}, interface, {}, this, SLOT(hear(QDBusMessage)));
+    }
+  }
+
+ Q_SIGNALS:
+  void StatusNotifierHostRegistered();
+
+ private:
+  Q_SLOT void hear(const QDBusMessage& signal) { heard.push_back(signal.member().toStdString()); }
+
+  QDBusConnection bus_;
+  bool hosted_;
+};
+
+namespace {
+
+using testing::ElementsAre;
+using testing::UnorderedElementsAre;
+
+/// The signature of a value as it came over the bus.
+std::string signatureOf(const QVariant& value) {
+  return value.metaType() == QMetaType::fromType<QDBusArgument>()
+             ? value.value<QDBusArgument>().currentSignature().toStdString()
+             : std::string(QDBusMetaType::typeToSignature(value.metaType()));
+}
+
+std::string signaturesOf(const QVariantMap& properties) {
+  std::string result;
+  for (auto each = properties.begin(); each != properties.end(); ++each) {
+    result += each.key().toStdString() + " " + signatureOf(each.value()) + "\n";
+  }
+  return result;
+}
+
+/// The last word of the error that refused a call.
+std::string refusal(const QVariantList& answer) {
+  return answer.value(0).toString().section('.', -1).toStdString();
+}
+
+/// Events as EventGroup takes them.
+QVariant events(const std::vector<std::pair<int, QString>>& all) {
+  QDBusArgument argument;
+  argument.beginArray(QMetaType::fromName("marigold::DBusMenuEvent"));
+  for (const auto& [id, name] : all) {
+    argument.beginStructure();
+    argument << id << name << QDBusVariant(0) << 0U;
+    argument.endStructure();
+  }
+  argument.endArray();
+  return QVariant::fromValue(argument);
+}
+
+/// A layout as text: "~" marks a disabled entry, "c" and "r" a toggle, "*" one that is on.
+std::string menuText(const QVariant& layout, QList<int>& ids) {
+  const auto argument = layout.value<QDBusArgument>();
+  int id = 0;
+  QVariantMap properties;
+  QVariantList children;
+  argument.beginStructure();
+  argument >> id >> properties >> children;
+  argument.endStructure();
+  ids.append(id);
+  std::string text = properties.value("label", properties.value("type")).toString().toStdString();
+  text += properties.value("enabled", true).toBool() ? "" : "~";
+  text += properties.value("toggle-type").toString().left(1).toStdString();
+  text += properties.value("toggle-state").toInt() == 1 ? "*" : "";
+  if (properties.contains("children-display")) {
+    text += "(";
+    for (const QVariant& child : children) {
+      text += menuText(child, ids) + ";";
+    }
+    text += ")";
+  }
+  return text;
+}
+
+template <class Condition>
+bool until(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!condition() && std::chrono::steady_clock::now() < deadline) {
+    QCoreApplication::processEvents();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return condition();
+}
+
+// An item with a host that came after it, on a bus that serves all tests here because a process
+// looks for its session's bus once.
+class StatusNotifier : public testing::Test {
+ protected:
+  static inline std::optional<test::ChildProcess> bus;
+  static void SetUpTestSuite() {
+    static int argc = 0;
+    static const QCoreApplication application(argc, nullptr);
+    if (bus) {
+      return;
+    }
+    bus.emplace(
+        std::vector<std::string>{MARIGOLD_DBUS_DAEMON, "--session", "--nofork", "--print-address"},
+        std::map<std::string, std::string>{});
+    const auto address = bus->outputLine([](const std::string&) { return true; }, 20);
+    qputenv("DBUS_SESSION_BUS_ADDRESS", address.value_or("").c_str());
+  }
+  void SetUp() override { ASSERT_TRUE(becomesAvailable()); }
+
+  bool becomesAvailable() {
+    return until([this] { return item->available(); });
+  }
+
+  std::unique_ptr<StatusNotifierItem> item = std::make_unique<StatusNotifierItem>(false);
+  std::optional<FakeHost> host{std::in_place, "host"};
+};
+
+TEST_F(StatusNotifier, OffersWhatHostsReadInTheTypesTheyExpect) {
+  QImage image(3, 2, QImage::Format_ARGB32);
+  image.fill(0x80402010);
+  image.setPixel(2, 1, 0x01020304);
+  item->setPixmaps({image});
+  item->setToolTip("R&D <5h>\nsecond\nthird");
+  item->setLabel("37%");
+
+  const QVariantMap properties = host->itemProperties();
+  EXPECT_EQ(signaturesOf(properties),
+            "AttentionIconName s\nAttentionIconPixmap a(iiay)\nAttentionMovieName s\nCategory s\n"
+            "IconAccessibleDesc s\nIconName s\nIconPixmap a(iiay)\nIconThemePath s\nId s\n"
+            "ItemIsMenu b\nMenu o\nOverlayIconName s\nOverlayIconPixmap a(iiay)\nStatus s\n"
+            "Title s\nToolTip (sa(iiay)ss)\nWindowId i\nXAyatanaLabel s\nXAyatanaLabelGuide s\n");
+  EXPECT_EQ(properties["Id"], "marigold");
+  EXPECT_EQ(properties["ItemIsMenu"], false);
+  EXPECT_EQ(properties["XAyatanaLabel"], "37%");
+  EXPECT_EQ(signaturesOf(host->properties("/MenuBar", "com.canonical.dbusmenu")),
+            "IconThemePath as\nStatus s\nTextDirection s\nVersion u\n");
+
+  int width = 0;
+  int height = 0;
+  QByteArray pixels;
+  const auto icon = properties["IconPixmap"].value<QDBusArgument>();
+  icon.beginArray();
+  icon.beginStructure();
+  icon >> width >> height >> pixels;
+  icon.endStructure();
+  icon.endArray();
+  EXPECT_EQ(width, 3);
+  EXPECT_EQ(height, 2);
+  EXPECT_EQ(pixels.toHex(' '),
+            "80 40 20 10 80 40 20 10 80 40 20 10 80 40 20 10 80 40 20 10 01 02 03 04");
+
+  QString name;
+  QString title;
+  QString text;
+  const auto tip = properties["ToolTip"].value<QDBusArgument>();
+  tip.beginStructure();
+  tip >> name;
+  tip.beginArray();
+  tip.endArray();
+  tip >> title >> text;
+  tip.endStructure();
+  EXPECT_EQ(title.toStdString(), "R+D ‹5h›");
+  EXPECT_EQ(text, "second\nthird");
+}
+
+TEST_F(StatusNotifier, TellsEachChangeOnceATurn) {
+  const auto heard = [&] {
+    until([&] { return !host->heard.empty(); });
+    host->itemProperties();  // answered after the signals of the same turn
+    return std::exchange(host->heard, {});
+  };
+  for (const uint shade : {1U, 2U, 3U}) {
+    QImage image(1, 1, QImage::Format_ARGB32);
+    image.fill(shade);
+    item->setPixmaps({image});
+  }
+  item->setToolTip("tip");
+  item->setLabel("2%");
+  EXPECT_THAT(heard(), UnorderedElementsAre("NewIcon", "NewToolTip", "XAyatanaNewLabel"));
+  item->setToolTip("another");
+  item->setToolTip("tip");
+  item->setLabel("2%");
+  item->setAccessibleDescription("Marigold");
+  EXPECT_THAT(heard(), ElementsAre("NewIcon")) << "it is read with the icon";
+}
+
+TEST_F(StatusNotifier, FindsWatchersThatComeBack) {
+  const QString name = host->item;
+  int told = 0;
+  item->onAvailabilityChange = [&] { ++told; };
+  EXPECT_FALSE(item->hostIsWaybar());
+  host.reset();
+  EXPECT_TRUE(until([&] { return told == 1; }));
+  EXPECT_FALSE(item->available());
+
+  ::prctl(PR_SET_NAME, "waybar");  // the watcher is this process
+  host.emplace("again", false);
+  EXPECT_TRUE(until([&] { return item->hostIsWaybar(); }));
+  host->itemProperties();
+  EXPECT_FALSE(item->available()) << "nobody shows the item";
+  host->gainHost();
+  EXPECT_TRUE(becomesAvailable());
+  EXPECT_EQ(host->item, name);
+  ::prctl(PR_SET_NAME, "tests");
+  item.reset();
+  EXPECT_EQ(refusal(host->askItem("Activate", {1, 2})), "ServiceUnknown");
+}
+
+TEST_F(StatusNotifier, HandsOnClicksThatMayEndTheItem) {
+  std::string clicks;
+  item->onContextMenu = [&](int x, int y) { clicks += "c" + std::to_string(x + y); };
+  item->onActivate = [&](int x, int y) {
+    clicks += "a" + std::to_string(x - y) + item->takeActivationToken();
+    item.reset();
+  };
+  host->askItem("ContextMenu", {1, 2});
+  host->askItem("SecondaryActivate", {1, 2});
+  host->askItem("Scroll", {120, "vertical"});
+  host->askItem("ProvideXdgActivationToken", {"token"});
+  host->askItem("ProvideXdgActivationToken", {""});
+  EXPECT_EQ(host->askItem("Activate", {7, -2}), QVariantList{});
+  EXPECT_TRUE(until([&] { return item == nullptr; }));
+  EXPECT_EQ(clicks, "c3a9token");
+}
+
+TEST_F(StatusNotifier, ExportsTheMenuAndFollowsItsChanges) {
+  std::string ran;
+  bool on = false;
+  int opened = 0;
+  std::string title = "one";
+  const auto radio = [&](const std::string& text, bool checked) {
+    return MenuItem{.kind = MenuItem::Kind::radio,
+                    .title = text,
+                    .checked = checked,
+                    .indent = 1,
+                    .action = [&ran, text] { ran += text; }};
+  };
+  item->onMenuReading = [&] {
+    MenuItem checkbox{.kind = MenuItem::Kind::checkbox, .title = "a_b & c", .checked = on};
+    checkbox.action = [&] { item.reset(); };
+    MenuItem sub{.kind = MenuItem::Kind::submenu, .title = "sub"};
+    sub.items = {radio(title, false), radio("two", true)};
+    return std::vector<MenuItem>{
+        checkbox,
+        MenuItem::separator(),
+        {.title = "off", .enabled = false, .action = [&] { ran += "disabled"; }},
+        sub};
+  };
+  item->onMenuOpening = [&] {
+    ++opened;
+    return item->onMenuReading();
+  };
+  QList<int> ids;
+  const auto layout = [&](int id = 0, int depth = -1, const QStringList& names = {}) {
+    ids.clear();
+    return menuText(host->askMenu("GetLayout", {id, depth, names}).value(1), ids);
+  };
+  EXPECT_EQ(layout(), "(a__b & cc;separator;off~;sub(    oner;    twor*;);)");
+  EXPECT_EQ(opened, 0) << "reading is not opening";
+  const QList<int> atFirst = ids;
+  EXPECT_EQ(layout(atFirst.value(4)), "sub(    oner;    twor*;)");
+  EXPECT_EQ(layout(0, 1, {"label", "children-display"}), "(a__b & c;;off;sub();)");
+
+  host->heard.clear();
+  EXPECT_EQ(host->askMenu("AboutToShow", {0}), QVariantList{false});
+  on = true;
+  EXPECT_EQ(host->askMenu("AboutToShow", {0}), QVariantList{true});
+  EXPECT_EQ(opened, 2);
+  EXPECT_THAT(host->heard, ElementsAre("ItemsPropertiesUpdated", "LayoutUpdated"));
+  title = "three";
+  EXPECT_EQ(layout(), "(a__b & cc*;separator;off~;sub(    threer;    twor*;);)");
+  EXPECT_EQ(ids.first(5), atFirst.first(5));
+  EXPECT_FALSE(ids.contains(atFirst[5]) || ids.contains(atFirst[6])) << "another level now";
+
+  const int stale = atFirst[6];
+  const QVariantList unknown = host->askMenu(
+      "EventGroup", {events({{stale, "clicked"}, {ids[3], "clicked"}, {ids[6], "hovered"}})});
+  EXPECT_EQ(qdbus_cast<QList<int>>(unknown.value(0)), QList<int>{stale});
+  host->askMenu("EventGroup", {events({{ids[6], "clicked"}, {ids[1], "clicked"}})});
+  EXPECT_TRUE(until([&] { return item == nullptr; })) << "an action may end the item";
+  EXPECT_EQ(ran, "two");
+}
+
+TEST_F(StatusNotifier, AnswersHostileCalls) {
+  item->onMenuOpening = [] { return std::vector<MenuItem>{{.title = "only"}}; };
+  constexpr int lowest = std::numeric_limits<int>::min();
+  const QStringList none;
+  QList<int> ids;
+  EXPECT_EQ(menuText(host->askMenu("GetLayout", {0, lowest, none}).value(1), ids), "(only;)");
+  const QVariant zeros = QVariant::fromValue(QList<int>(1000, 0));
+  EXPECT_EQ(signatureOf(host->askMenu("GetGroupProperties", {zeros, none}).value(0)), "a(ia{sv})");
+  const QVariantList strangers =
+      host->askMenu("AboutToShowGroup", {QVariant::fromValue(QList<int>{0, 99, lowest})});
+  EXPECT_EQ(qdbus_cast<QList<int>>(strangers.value(0)), QList<int>{});
+  EXPECT_EQ(qdbus_cast<QList<int>>(strangers.value(1)), (QList<int>{99, lowest}));
+
+  const QVariant value = QVariant::fromValue(QDBusVariant("x"));
+  const QVariant time = QVariant::fromValue(0U);
+  for (const auto& [method, arguments, word] :
+       {std::tuple<const char*, QVariantList, const char*>{
+            "GetLayout", {99, 1, none}, "InvalidArgs"},
+        {"GetProperty", {99, "label"}, "InvalidArgs"},
+        {"GetProperty", {0, "label"}, "InvalidArgs"},
+        {"AboutToShow", {lowest}, "InvalidArgs"},
+        {"Event", {99, "clicked", value, time}, "InvalidArgs"},
+        {"Event", {"clicked"}, "UnknownMethod"},
+        {"refresh", {true}, "UnknownMethod"}}) {
+    EXPECT_EQ(refusal(host->askMenu(method, arguments)), word) << method;
+  }
+  EXPECT_EQ(refusal(host->askItem("hostsChanged")), "UnknownMethod");
+  EXPECT_EQ(refusal(host->ask("/StatusNotifierItem", "org.freedesktop.DBus.Properties", "Set",
+                              {"org.kde.StatusNotifierItem", "Title", value})),
+            "PropertyReadOnly");
+}
+
+TEST_F(StatusNotifier, IsQuietlyUnavailableWithoutABus) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a process with a bus of its own
+  EXPECT_EXIT(
+      {
+        bus.reset();
+        const bool noticed = until([&] { return !item->available(); });
+        StatusNotifierItem late(true);
+        late.setLabel("37%");
+        QCoreApplication::processEvents();
+        std::_Exit(noticed && !late.available() ? EXIT_SUCCESS : EXIT_FAILURE);
+      },
+      testing::ExitedWithCode(EXIT_SUCCESS), "^$");
+}
+
+}  // namespace
+}  // namespace marigold
+
+#include "StatusNotifierItemTest.moc"
