@@ -20,70 +20,9 @@
 
 #include "StatusNotifierItem.h"
 #include "support/ChildProcess.h"
+#include "support/TrayHost.h"
 
 namespace marigold {
-
-// A watcher with its host on a connection of its own, and what it hears of the item it was given.
-class FakeHost final : public QObject {
-  Q_OBJECT
-  Q_DISABLE_COPY_MOVE(FakeHost)
-  Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-  Q_PROPERTY(bool IsStatusNotifierHostRegistered MEMBER hosted_ CONSTANT)
-
- public:
-  explicit FakeHost(const char* name, bool hosted = true)
-      : bus_(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name)), hosted_(hosted) {
-    bus_.registerObject("/StatusNotifierWatcher", this, QDBusConnection::ExportAllContents);
-    bus_.registerService("org.kde.StatusNotifierWatcher");
-  }
-  ~FakeHost() override { QDBusConnection::disconnectFromBus(bus_.name()); }
-
-  QString item;
-  std::vector<std::string> heard;  // members of the item's signals
-
-  void gainHost() {
-    hosted_ = true;
-    Q_EMIT StatusNotifierHostRegistered();
-  }
-  /// The answer of the item's process; the error's name when it refuses.
-  QVariantList ask(const char* path, const QString& interface, const QString& method,
-                   const QVariantList& arguments = {}) {
-    QDBusMessage call = QDBusMessage::createMethodCall(item, path, interface, method);
-    call.setArguments(arguments);
-    const QDBusMessage reply = bus_.call(call, QDBus::BlockWithGui, 5000);
-    return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments()
-                                                      : QVariantList{reply.errorName()};
-  }
-  QVariantList askItem(const QString& method, const QVariantList& arguments = {}) {
-    return ask("/StatusNotifierItem", "org.kde.StatusNotifierItem", method, arguments);
-  }
-  QVariantList askMenu(const QString& method, const QVariantList& arguments = {}) {
-    return ask("/MenuBar", "com.canonical.dbusmenu", method, arguments);
-  }
-  QVariantMap properties(const char* path, const QString& interface) {
-    return qdbus_cast<QVariantMap>(
-        ask(path, "org.freedesktop.DBus.Properties", "GetAll", {interface}).value(0));
-  }
-  QVariantMap itemProperties() {
-    return properties("/StatusNotifierItem", "org.kde.StatusNotifierItem");
-  }
-
-  Q_SLOT void RegisterStatusNotifierItem(const QString& service) {
-    item = service;
-    for (const char* interface : {"org.kde.StatusNotifierItem", "com.canonical.dbusmenu"}) {
-      bus_.connect(service, {}, interface, {}, this, SLOT(hear(QDBusMessage)));
-    }
-  }
-
- Q_SIGNALS:
-  void StatusNotifierHostRegistered();
-
- private:
-  Q_SLOT void hear(const QDBusMessage& signal) { heard.push_back(signal.member().toStdString()); }
-
-  QDBusConnection bus_;
-  bool hosted_;
-};
 
 namespace {
 
@@ -123,30 +62,6 @@ QVariant events(const std::vector<std::pair<int, QString>>& all) {
   return QVariant::fromValue(argument);
 }
 
-/// A layout as text: "~" marks a disabled entry, "c" and "r" a toggle, "*" one that is on.
-std::string menuText(const QVariant& layout, QList<int>& ids) {
-  const auto argument = layout.value<QDBusArgument>();
-  int id = 0;
-  QVariantMap properties;
-  QVariantList children;
-  argument.beginStructure();
-  argument >> id >> properties >> children;
-  argument.endStructure();
-  ids.append(id);
-  std::string text = properties.value("label", properties.value("type")).toString().toStdString();
-  text += properties.value("enabled", true).toBool() ? "" : "~";
-  text += properties.value("toggle-type").toString().left(1).toStdString();
-  text += properties.value("toggle-state").toInt() == 1 ? "*" : "";
-  if (properties.contains("children-display")) {
-    text += "(";
-    for (const QVariant& child : children) {
-      text += menuText(child, ids) + ";";
-    }
-    text += ")";
-  }
-  return text;
-}
-
 template <class Condition>
 bool until(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
@@ -176,12 +91,13 @@ class StatusNotifier : public testing::Test {
   }
   void SetUp() override { ASSERT_TRUE(becomesAvailable()); }
 
+  static QString sessionBus() { return qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"); }
   bool becomesAvailable() {
     return until([this] { return item->available(); });
   }
 
   std::unique_ptr<StatusNotifierItem> item = std::make_unique<StatusNotifierItem>(false);
-  std::optional<FakeHost> host{std::in_place, "host"};
+  std::optional<test::TrayHost> host{std::in_place, sessionBus(), "host"};
 };
 
 TEST_F(StatusNotifier, OffersWhatHostsReadInTheTypesTheyExpect) {
@@ -263,7 +179,7 @@ TEST_F(StatusNotifier, FindsWatchersThatComeBack) {
   EXPECT_FALSE(item->available());
 
   ::prctl(PR_SET_NAME, "waybar");  // the watcher is this process
-  host.emplace("again", false);
+  host.emplace(sessionBus(), "again", false);
   EXPECT_TRUE(until([&] { return item->hostIsWaybar(); }));
   host->itemProperties();
   EXPECT_FALSE(item->available()) << "nobody shows the item";
@@ -322,7 +238,7 @@ TEST_F(StatusNotifier, ExportsTheMenuAndFollowsItsChanges) {
   QList<int> ids;
   const auto layout = [&](int id = 0, int depth = -1, const QStringList& names = {}) {
     ids.clear();
-    return menuText(host->askMenu("GetLayout", {id, depth, names}).value(1), ids);
+    return test::menuText(host->askMenu("GetLayout", {id, depth, names}).value(1), ids);
   };
   EXPECT_EQ(layout(), "(a__b & cc;separator;off~;sub(    oner;    twor*;);)");
   EXPECT_EQ(opened, 0) << "reading is not opening";
@@ -355,7 +271,7 @@ TEST_F(StatusNotifier, AnswersHostileCalls) {
   constexpr int lowest = std::numeric_limits<int>::min();
   const QStringList none;
   QList<int> ids;
-  EXPECT_EQ(menuText(host->askMenu("GetLayout", {0, lowest, none}).value(1), ids), "(only;)");
+  EXPECT_EQ(test::menuText(host->askMenu("GetLayout", {0, lowest, none}).value(1), ids), "(only;)");
   const QVariant zeros = QVariant::fromValue(QList<int>(1000, 0));
   EXPECT_EQ(signatureOf(host->askMenu("GetGroupProperties", {zeros, none}).value(0)), "a(ia{sv})");
   const QVariantList strangers =
