@@ -1,18 +1,16 @@
 #pragma once
 
-#include <QtCore/QCoreApplication>
-
 #include "ports/ApplicationControl.h"
 
 namespace marigold {
 
-/// The application as the Qt event loop runs it. A Linux application has no main menu of its own,
-/// and its windows bring themselves to the front.
+/// The application as a Linux desktop sees it: a set of windows, each of which asks for the
+/// keyboard itself when it opens, without a menu of its own.
 class LinuxApplicationControl final : public ApplicationControl {
  public:
   void installMainMenu() override {}
   void activate() override {}
-  void quit() override { QCoreApplication::quit(); }
+  void quit() override;
 };
 
 }  // namespace marigold

@@ -101,7 +101,8 @@ void armClock(int descriptor) {
 LinuxAttention::LinuxAttention(LinuxEventLoop& loop)
     : loop_(loop),
       clock_(::timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK)),
-      receiver_(std::make_shared<Signals>()) {
+      receiver_(std::make_shared<Signals>()),
+      desktop_(CurrentDesktop::follow([this] { receiver_->tell(AttentionEvent::spaceChange); })) {
   armClock(clock_.get());
   loop_.watch(clock_.get(), [this] {
     std::uint64_t count = 0;
@@ -119,8 +120,8 @@ LinuxAttention::~LinuxAttention() {
 
 std::unique_ptr<AttentionObserver> LinuxAttention::observe(AttentionEvent event,
                                                            std::function<void()> callback) {
-  if (event == AttentionEvent::spaceChange) {
-    return nullptr;  // nothing tells without a display
+  if (event == AttentionEvent::spaceChange && !desktop_) {
+    return nullptr;
   }
   auto entry = std::make_shared<Signals::Entry>(
       Signals::Entry{.event = event, .callback = std::move(callback)});

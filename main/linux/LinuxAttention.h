@@ -2,14 +2,16 @@
 
 #include <memory>
 
+#include "CurrentDesktop.h"
 #include "LinuxEventLoop.h"
 #include "ports/Attention.h"
 
 namespace marigold {
 
 /// Attention on Linux: waking from logind, screen waking from the session's screen saver, both over
-/// D-Bus, and clock changes from the kernel. A bus that is not there simply tells nothing. Needs a
-/// running Qt application; lives on the main loop's thread.
+/// D-Bus, clock changes from the kernel, and on X11 another virtual desktop as a change of space. A
+/// bus that is not there simply tells nothing. Lives on the main loop's thread and no longer than
+/// the Qt application.
 class LinuxAttention final : public Attention {
  public:
   explicit LinuxAttention(LinuxEventLoop& loop);
@@ -29,6 +31,7 @@ class LinuxAttention final : public Attention {
   LinuxEventLoop& loop_;
   OwnedDescriptor clock_;  // becomes readable when the wall clock is set
   std::shared_ptr<Signals> receiver_;
+  std::unique_ptr<CurrentDesktop> desktop_;  // null where nothing tells of spaces
 };
 
 }  // namespace marigold

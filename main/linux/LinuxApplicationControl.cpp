@@ -1,0 +1,11 @@
+#include "LinuxApplicationControl.h"
+
+#include <QtCore/QCoreApplication>
+
+namespace marigold {
+
+void LinuxApplicationControl::quit() {
+  QCoreApplication::quit();
+}
+
+}  // namespace marigold
