@@ -8,7 +8,7 @@
 #include "Palette.h"
 #include "QtPainter.h"
 #include "Ratios.h"
-#include "support/OffscreenApplication.h"
+#include "support/ToolkitApplication.h"
 
 namespace marigold::bench {
 namespace {
@@ -16,7 +16,7 @@ namespace {
 // A whole redraw of three providers with every text on, from their readings to the pixels of the
 // mark at two pixels a point. A percentage moves each time, so that nothing can be remembered.
 void redraw(benchmark::State& state) {
-  const test::OffscreenApplication application;
+  const test::ToolkitApplication application;
   const QtTextMeasurer measurer;
   const Date now = dateFromEpoch(1781271642.0);
   const MenuBarTextPrefs prefs{

@@ -62,10 +62,10 @@ std::string_view helpText() noexcept {
          "  --shot-off PATH        the same with Claude turned off *\n"
          "  --shot-reconnect PATH  the same with a Claude login that needs attention *\n"
          "  --shot-held PATH       the same with that login held back *\n"
-         "  --shot-menubar PATH    draw the mark of the status bar to a PNG file *\n"
+         "  --shot-menubar PATH    draw the mark in all its looks to a PNG file\n"
          "  --help                 print this\n"
          "  --version              print the version\n"
-         "                         * this version cannot draw yet\n"
+         "                         * this version cannot draw the popover yet\n"
          "\n"
          "Environment: CODEX_HOME and GROK_HOME name the tools' directories (default ~/.codex\n"
          "and ~/.grok), MARIGOLD_CACHE_DIR the directory of the last readings.\n";

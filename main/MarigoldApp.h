@@ -10,7 +10,7 @@
 namespace marigold {
 
 /// Runs the one-shot mode that `command` asks for and gives the exit status of the process; nothing
-/// when the application itself is asked for.
+/// when the application itself is asked for, or a mode that takes the desktop's painter.
 [[nodiscard]] std::optional<int> runOneShotMode(const Command& command,
                                                 const Surroundings& surroundings, Date now,
                                                 std::ostream& out, std::ostream& err);

@@ -12,12 +12,15 @@
 
 #include "Time.h"
 #include "support/ChildProcess.h"
+#include "support/RolloutLines.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {
 namespace {
 
+using test::append;
 using test::ChildProcess;
+using test::tokenCount;
 namespace fs = std::filesystem;
 
 // From a change on disk to the printed line: the event latency, the pause between reads, and room
@@ -28,22 +31,6 @@ constexpr double patience = 20;
 
 std::function<bool(const std::string&)> has(const std::string& text) {
   return [text](const std::string& line) { return line.find(text) != std::string::npos; };
-}
-
-// A token-count line written now, to the millisecond like the real tool's.
-std::string tokenCount(double fiveHour, double weekly) {
-  const Date now = std::chrono::system_clock::now();
-  const double seconds = now.time_since_epoch().count();
-  std::string stamp = isoText(now);
-  stamp.insert(stamp.size() - 1,
-               std::to_string(seconds - std::floor(seconds)).substr(1, 4));  // ".123" before "Z"
-  const auto reset = static_cast<long long>(now.time_since_epoch().count()) + 4LL * 86400;
-  return R"({"timestamp":")" + stamp +
-         R"(","type":"event_msg","payload":{"type":"token_count","rate_limits":{"primary":{)" +
-         R"("used_percent":)" + std::to_string(fiveHour) + R"(,"window_minutes":300,"resets_at":)" +
-         std::to_string(reset) + R"(},"secondary":{"used_percent":)" + std::to_string(weekly) +
-         R"(,"window_minutes":10080,"resets_at":)" + std::to_string(reset) +
-         R"(},"plan_type":"plus"}}})" + "\n";
 }
 
 class EndToEnd : public testing::Test {
@@ -61,10 +48,6 @@ class EndToEnd : public testing::Test {
   [[nodiscard]] ChildProcess start(std::vector<std::string> arguments = {}) const {
     arguments.insert(arguments.begin(), MARIGOLD_PROGRAM);
     return {arguments, environment};
-  }
-  static void append(const std::string& path, const std::string& text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::app) << text;
   }
   static void endCleanly(ChildProcess& program, int signal) {
     program.tell(signal);
@@ -127,6 +110,10 @@ TEST_F(EndToEnd, OneShotModesPrintAndExit) {
     EXPECT_NE(printed.find(row.prints), std::string::npos) << row.arguments.front();
     EXPECT_EQ(status, row.status) << row.arguments.front();
   }
+  const std::string picture = home.path() + "/mark.png";
+  EXPECT_EQ(start({"--shot-menubar", picture}).finish(patience).second, 0);
+  EXPECT_GT(fs::file_size(picture), 50'000U);
+  EXPECT_EQ(start({"--shot-menubar", "/nowhere/mark.png"}).finish(patience).second, 1);
   EXPECT_FALSE(fs::exists(home.path() + "/.local")) << "a one-shot mode leaves nothing behind";
 }
 

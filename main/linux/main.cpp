@@ -1,3 +1,4 @@
+#include <array>
 #include <csignal>
 #include <cstdint>
 #include <iostream>
@@ -9,6 +10,9 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>
+#include <QtDBus/QDBusConnection>
+#include <QtGui/QImage>
+#include <QtWidgets/QApplication>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/time.h>
@@ -17,24 +21,30 @@
 #include "AppDelegate.h"
 #include "CodexProvider.h"
 #include "CommandLine.h"
+#include "DisplayProbe.h"
 #include "GrokProvider.h"
 #include "IcuLocalTimeText.h"
 #include "InotifyStream.h"
 #include "JsonDefaults.h"
+#include "LinuxAppearance.h"
 #include "LinuxApplicationControl.h"
 #include "LinuxAttention.h"
 #include "LinuxEventLoop.h"
 #include "LinuxRandomSource.h"
+#include "LinuxStatusItem.h"
 #include "LinuxSurroundings.h"
 #include "MarigoldApp.h"
+#include "PopoverWindow.h"
+#include "QtPainter.h"
+#include "Screenshots.h"
 #include "StandardErrorLog.h"
 #include "TextForm.h"
 #include "UsageStore.h"
 #include "Worker.h"
 
-namespace {
-
 using namespace marigold;
+
+namespace {
 
 // Ends the process after half a second, whatever still blocks: a worker stuck in a read of a dead
 // network file system must not keep the session from ending.
@@ -101,9 +111,18 @@ Face textFace(EventLoop& loop) {
               [output](std::string text) { output->print(std::move(text)); })};
 }
 
-// The application, from its launch to its end, inside the loop of the toolkit's running
-// application.
-int runApplication(const Surroundings& surroundings, const sigset_t& ending) {
+// The mark on a desktop.
+Face desktopFace(EventLoop& loop, Defaults& defaults, bool developmentBuild) {
+  auto appearance = std::make_unique<LinuxAppearance>(QDBusConnection::sessionBus());
+  auto statusBar = std::make_unique<LinuxStatusBar>(loop, defaults, *appearance, developmentBuild);
+  return {.statusBar = std::move(statusBar),
+          .popover = std::make_unique<PopoverWindow>(),
+          .appearance = std::move(appearance),
+          .textMeasurer = std::make_unique<QtTextMeasurer>()};
+}
+
+// The application, from its launch to its end, inside the loop of the toolkit's application.
+int runApplication(const Surroundings& surroundings, const sigset_t& ending, bool hasDisplay) {
   StandardErrorLog log;
   LinuxEventLoop loop;
   LinuxAttention attention(loop);
@@ -130,7 +149,9 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending) {
                     .codexSessionsDir = CodexPaths(surroundings).sessionsDir(),
                     .grokLogsDir = GrokPaths(surroundings).logsDir()});
 
-  const Face face = textFace(loop);
+  const Face face = hasDisplay
+                        ? desktopFace(loop, defaults, isDevBuild(surroundings.bundleIdentifier))
+                        : textFace(loop);
   LinuxApplicationControl application;
   LoginItem loginItem;
   Updater updater;
@@ -170,6 +191,21 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending) {
   return status;
 }
 
+// Draws the mark's looks to a PNG file, without a display.
+int renderMenuBarShot(const std::string& path) {
+  std::array<std::string, 3> texts{"marigold", "-platform", "offscreen"};
+  std::array<char*, 4> words{texts[0].data(), texts[1].data(), texts[2].data(), nullptr};
+  int count = static_cast<int>(texts.size());
+  const QGuiApplication application(count, words.data());
+  constexpr double scale = 2;
+  const QImage picture = rasterize(menuBarShot(QtTextMeasurer()), scale);
+  if (!picture.save(QString::fromStdString(path), "PNG")) {
+    std::cerr << "marigold: cannot write " << path << '\n';
+    return EXIT_FAILURE;
+  }
+  return EXIT_SUCCESS;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -179,14 +215,30 @@ int main(int argc, char** argv) {
 
   const std::span<char*> words(argv, static_cast<std::size_t>(argc));
   const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
-  const marigold::Surroundings surroundings = marigold::linuxSurroundings();
-  const marigold::Command command = marigold::parseCommandLine(arguments);
-  const marigold::Date now = std::chrono::system_clock::now();
-  if (const auto status =
-          marigold::runOneShotMode(command, surroundings, now, std::cout, std::cerr)) {
+  const Surroundings surroundings = linuxSurroundings();
+  const Command command = parseCommandLine(arguments);
+  const Date now = std::chrono::system_clock::now();
+  if (command.mode == Command::Mode::shotMenuBar) {
+    return renderMenuBarShot(command.path);
+  }
+  if (const auto status = runOneShotMode(command, surroundings, now, std::cout, std::cerr)) {
     return *status;
   }
+
   const sigset_t ending = blockEndingSignals();
-  const QCoreApplication application(argc, argv);
-  return runApplication(surroundings, ending);
+  StandardErrorLog log;
+  const auto platforms = usablePlatforms(displayEnvironment(), log);
+  if (!platforms) {
+    const QCoreApplication application(argc, argv);
+    return runApplication(surroundings, ending, false);
+  }
+  // As an argument, not in the environment: that would reach the programs we start.
+  std::string option = "-platform";
+  std::string chosen = *platforms;
+  std::vector<char*> forToolkit(words.begin(), words.end());
+  forToolkit.insert(forToolkit.end(), {option.data(), chosen.data(), nullptr});
+  int count = static_cast<int>(forToolkit.size()) - 1;
+  const QApplication application(count, forToolkit.data());
+  QApplication::setQuitOnLastWindowClosed(false);
+  return runApplication(surroundings, ending, true);
 }
