@@ -98,11 +98,16 @@ int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
       surroundings.configuration + "/" + surroundings.bundleIdentifier + "/preferences.json", log);
   const IcuLocalTimeText times(timeLocale());
   Worker codexWorker;
+  Worker grokWorker;
 
   auto codex = std::make_unique<Isolated<UsageProvider>>(
       codexWorker, loop,
       std::make_unique<CodexProvider>(CodexPaths(surroundings), DiskCache(surroundings),
                                       loop.date()));
+  auto grok = std::make_unique<Isolated<UsageProvider>>(
+      grokWorker, loop,
+      std::make_unique<GrokProvider>(GrokPaths(surroundings), DiskCache(surroundings),
+                                     loop.date()));
   UsageStore store({.loop = loop,
                     .defaults = defaults,
                     .eventStreams = eventStreams,
@@ -111,7 +116,7 @@ int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
                     .log = log,
                     .surroundings = surroundings,
                     .codex = std::move(codex),
-                    .grok = nullptr,
+                    .grok = std::move(grok),
                     .codexSessionsDir = CodexPaths(surroundings).sessionsDir(),
                     .grokLogsDir = GrokPaths(surroundings).logsDir()});
 
@@ -153,6 +158,7 @@ int runTextForm(int& argc, char** argv, const Surroundings& surroundings) {
   leaveSoonRegardless();
   store.shutdown();
   codexWorker.stop();
+  grokWorker.stop();
   loop.unwatch(signals.get());
   loop.close();
   return status;
