@@ -1,5 +1,6 @@
 #include "Floors.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -40,6 +41,13 @@ std::size_t walk(int directory) {
 }
 // NOLINTEND(*-reinterpret-cast, *-array-to-pointer-decay)
 
+std::string_view tail(int descriptor, std::span<char> into) {
+  const off_t size = ::lseek(descriptor, 0, SEEK_END);
+  const auto length = static_cast<off_t>(into.size());
+  const ssize_t count = ::pread(descriptor, into.data(), into.size(), size - length);
+  return {into.data(), static_cast<std::size_t>(count)};
+}
+
 }  // namespace
 
 std::size_t bareWalk(const std::string& root) {
@@ -47,10 +55,7 @@ std::size_t bareWalk(const std::string& root) {
 }
 
 bool bareTailRead(int descriptor, std::span<char> into, std::string_view mark) {
-  const off_t size = ::lseek(descriptor, 0, SEEK_END);
-  const auto length = static_cast<off_t>(into.size());
-  const ssize_t count = ::pread(descriptor, into.data(), into.size(), size - length);
-  std::string_view rest(into.data(), static_cast<std::size_t>(count));
+  std::string_view rest = tail(descriptor, into);
   const std::size_t anchor = mark.find('_');
   while (const void* found = ::memrchr(rest.data(), mark[anchor], rest.size())) {
     const auto at = static_cast<std::size_t>(static_cast<const char*>(found) - rest.data());
@@ -60,6 +65,14 @@ bool bareTailRead(int descriptor, std::span<char> into, std::string_view mark) {
     rest = rest.substr(0, at);
   }
   return false;
+}
+
+std::size_t bareSearch(int descriptor, std::span<char> into,
+                       std::span<const std::string_view> needles) {
+  const std::string_view bytes = tail(descriptor, into);
+  return static_cast<std::size_t>(std::ranges::count_if(needles, [&](std::string_view needle) {
+    return ::memmem(bytes.data(), bytes.size(), needle.data(), needle.size()) != nullptr;
+  }));
 }
 
 }  // namespace marigold::bench

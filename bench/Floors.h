@@ -17,4 +17,9 @@ std::size_t bareWalk(const std::string& root);
 /// holds a "_" and ends before the file does; true when it is there.
 bool bareTailRead(int descriptor, std::span<char> into, std::string_view mark);
 
+/// One read that fills `into` from the end of a file, and one search forwards for each of
+/// `needles`; the number of those that are there.
+std::size_t bareSearch(int descriptor, std::span<char> into,
+                       std::span<const std::string_view> needles);
+
 }  // namespace marigold::bench

@@ -58,17 +58,22 @@ std::expected<BoundedFile, FileFailure> BoundedFile::open(const std::string& pat
 }
 
 BoundedFile::BoundedFile(int descriptor, const struct stat& status) noexcept
-    : descriptor_(descriptor), size_(status.st_size), modified_(modificationDate(status)) {}
+    : descriptor_(descriptor),
+      size_(status.st_size),
+      modified_(modificationDate(status)),
+      fileNumber_(status.st_ino) {}
 
 BoundedFile::BoundedFile(BoundedFile&& other) noexcept
     : descriptor_(std::exchange(other.descriptor_, -1)),
       size_(other.size_),
-      modified_(other.modified_) {}
+      modified_(other.modified_),
+      fileNumber_(other.fileNumber_) {}
 
 BoundedFile& BoundedFile::operator=(BoundedFile&& other) noexcept {
   std::swap(descriptor_, other.descriptor_);
   size_ = other.size_;
   modified_ = other.modified_;
+  fileNumber_ = other.fileNumber_;
   return *this;
 }
 

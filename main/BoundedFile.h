@@ -39,6 +39,8 @@ class BoundedFile {
   [[nodiscard]] std::int64_t size() const noexcept { return size_; }
   /// Modification time, when it was opened.
   [[nodiscard]] Date modified() const noexcept { return modified_; }
+  /// What its file system knows it by: another file of the same name has another number.
+  [[nodiscard]] std::uint64_t fileNumber() const noexcept { return fileNumber_; }
 
   /// Reads up to `into.size()` bytes from `offset`; fewer only at the end of the file. Gives the
   /// number of bytes read.
@@ -51,6 +53,7 @@ class BoundedFile {
   int descriptor_;
   std::int64_t size_;
   Date modified_;
+  std::uint64_t fileNumber_;
 };
 
 /// The whole content of the regular file at `path`, which holds at most `limit` bytes.

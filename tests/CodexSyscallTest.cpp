@@ -1,52 +1,14 @@
-// Counts what a read of the Codex tool's files asks of the system; the linker wraps the calls.
-
-#include <functional>
+// Counts what a read of the Codex tool's files asks of the system.
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include "support/CodexHome.h"
-
-// NOLINTBEGIN(*-reserved-identifier, *-global-variables, cert-dcl50-cpp, *-identifier-naming)
-namespace {
-
-std::map<std::string_view, std::size_t> made;  // calls by name, and the bytes asked for
-std::function<void(const std::string&)> interfere = [](auto&) {};  // before openat and fstatat
-
-}  // namespace
-
-extern "C" {  // the names are the linker's
-int __real_open(const char* path, int flags, ...);
-int __real_openat(int directory, const char* path, int flags, ...);
-int __real_fstatat(int directory, const char* path, struct stat* status, int flags);
-ssize_t __real_pread(int descriptor, void* into, size_t size, off_t offset);
-
-int __wrap_open(const char* path, int flags, ...) {
-  made["open"] += std::size_t{std::string_view(path).ends_with(".jsonl")};
-  return __real_open(path, flags, 0600);  // the mode is of a new file: the cache
-}
-int __wrap_openat(int directory, const char* path, int flags, ...) {
-  ++made["openat"];
-  interfere(path);
-  return __real_openat(directory, path, flags);
-}
-int __wrap_fstatat(int directory, const char* path, struct stat* status, int flags) {
-  ++made["fstatat"];
-  interfere(path);
-  return __real_fstatat(directory, path, status, flags);
-}
-ssize_t __wrap_pread(int descriptor, void* into, size_t size, off_t offset) {
-  ++made["pread"];
-  made["bytes"] += size;
-  return __real_pread(descriptor, into, size, offset);
-}
-}
-// NOLINTEND(*-reserved-identifier, *-global-variables, cert-dcl50-cpp, *-identifier-naming)
+#include "support/CountedCalls.h"
 
 namespace marigold {
 namespace {
 
-using test::at, test::recordLine, testing::ElementsAre, testing::Field;
+using test::at, test::interfere, test::made, test::recordLine, testing::ElementsAre, testing::Field;
 
 TEST(CodexSyscalls, AreFew) {
   const test::CodexHome home;

@@ -132,11 +132,16 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending, boo
       surroundings.configuration + "/" + surroundings.bundleIdentifier + "/preferences.json", log);
   const IcuLocalTimeText times(timeLocale());
   Worker codexWorker;
+  Worker grokWorker;
 
   auto codex = std::make_unique<Isolated<UsageProvider>>(
       codexWorker, loop,
       std::make_unique<CodexProvider>(CodexPaths(surroundings), DiskCache(surroundings),
                                       loop.date()));
+  auto grok = std::make_unique<Isolated<UsageProvider>>(
+      grokWorker, loop,
+      std::make_unique<GrokProvider>(GrokPaths(surroundings), DiskCache(surroundings),
+                                     loop.date()));
   UsageStore store({.loop = loop,
                     .defaults = defaults,
                     .eventStreams = eventStreams,
@@ -145,7 +150,7 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending, boo
                     .log = log,
                     .surroundings = surroundings,
                     .codex = std::move(codex),
-                    .grok = nullptr,
+                    .grok = std::move(grok),
                     .codexSessionsDir = CodexPaths(surroundings).sessionsDir(),
                     .grokLogsDir = GrokPaths(surroundings).logsDir()});
 
@@ -186,6 +191,7 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending, boo
   leaveSoonRegardless();
   delegate.applicationWillTerminate();
   codexWorker.stop();
+  grokWorker.stop();
   loop.unwatch(signals.get());
   loop.close();
   return status;
