@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "QtPainter.h"
-#include "support/OffscreenApplication.h"
+#include "support/ToolkitApplication.h"
 
 namespace marigold {
 namespace {
@@ -60,7 +60,7 @@ class QtPainterTest : public testing::Test {
                Text{.baseline = {.x = x, .y = y}, .text = text, .font = font, .color = red});
   }
 
-  test::OffscreenApplication application;
+  test::ToolkitApplication application;
   QtTextMeasurer measurer;
 };
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <string>
+#include <utility>
 
 #include <QtCore/QEventLoop>
 #include <QtCore/QTimer>
@@ -9,11 +10,10 @@
 
 namespace marigold::test {
 
-/// The toolkit's application on a platform of one's choice, by default one without a display.
-class OffscreenApplication {
+/// The toolkit's application, by default without a display.
+class ToolkitApplication {
  public:
-  explicit OffscreenApplication(std::string platform = "offscreen")
-      : platform_(std::move(platform)) {
+  explicit ToolkitApplication(std::string platform = "offscreen") : platform_(std::move(platform)) {
     QApplication::setQuitOnLastWindowClosed(false);
   }
 
@@ -28,7 +28,7 @@ class OffscreenApplication {
 
 /// Turns the toolkit's loop until `holds` does, for some seconds at most; whether it then does.
 template <class Condition>
-bool eventually(Condition holds, int seconds = 10) {
+bool eventually(Condition holds, int seconds = 20) {
   QTimer limit;
   limit.setSingleShot(true);
   limit.start(seconds * 1000);
