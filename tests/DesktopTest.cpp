@@ -1,0 +1,261 @@
+// The widgets on a real X11 desktop: server, window manager, tray, mouse and keyboard.
+
+#include <csignal>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <QtCore/QPointer>
+#include <QtGui/QScreen>
+#include <QtGui/QWindow>
+#include <gtest/gtest.h>
+
+#include "NativeMenu.h"
+#include "PopoverWindow.h"
+#include "Strip.h"
+#include "TrayIcon.h"
+#include "X11.h"
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+#include "support/ToolkitApplication.h"
+
+namespace marigold {
+namespace {
+
+using test::ChildProcess;
+using test::eventually;
+
+class DesktopTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    // Ends by itself with its last client, whatever becomes of this test.
+    xserver_.emplace(std::vector<std::string>{MARIGOLD_XVFB, "-displayfd", "1", "-terminate",
+                                              "-nolisten", "tcp", "-screen", "0", "1280x800x24"},
+                     environment_);
+    const auto number = xserver_->outputLine([](const std::string&) { return true; }, 20);
+    environment_["DISPLAY"] = ":" + number.value_or("none");
+    for (const auto& [name, value] : environment_) {
+      qputenv(name.c_str(), QByteArray::fromStdString(value));
+    }
+    qunsetenv("WAYLAND_DISPLAY");
+    windowManager_.emplace(
+        std::vector<std::string>{MARIGOLD_OPENBOX, "--sm-disable", "--startup", "echo ready"},
+        environment_);
+    EXPECT_TRUE(windowManager_->outputLine([](const auto& line) { return line == "ready"; }, 20));
+    application_.emplace("xcb");
+  }
+  void TearDown() override {
+    windowManager_.reset();
+    application_.reset();
+    xserver_->tell(SIGTERM);  // it has files to remove
+    xserver_->finish(20);
+  }
+
+  /// Does something with the mouse or the keyboard; words as for xdotool.
+  void act(std::vector<std::string> words) const {
+    words.insert(words.begin(), MARIGOLD_XDOTOOL);
+    ChildProcess xdotool(words, environment_);
+    EXPECT_EQ(xdotool.finish(20).second, 0);
+  }
+  void point(const QPoint& at, std::vector<std::string> then = {}) const {
+    then.insert(then.begin(), {"mousemove", std::to_string(at.x()), std::to_string(at.y())});
+    act(then);
+  }
+  void startTray(std::optional<ChildProcess>& tray) const {
+    tray.emplace(std::vector<std::string>{MARIGOLD_TRAYER, "--edge", "bottom", "--align", "right",
+                                          "--widthtype", "request", "--height", "24"},
+                 environment_);
+  }
+  static QColor pixel(const QPoint& at) {
+    return QGuiApplication::primaryScreen()
+        ->grabWindow(0, at.x(), at.y(), 1, 1)
+        .toImage()
+        .pixel(0, 0);
+  }
+  static std::function<void(const StatusItemClick&)> noted(std::vector<std::string>& clicks) {
+    return [&clicks](const StatusItemClick& click) {
+      clicks.push_back(std::string(click.controlHeld ? "control " : "") +
+                       (click.button == StatusItemClick::Button::left ? "left " : "right ") +
+                       (click.at ? std::to_string(static_cast<int>(click.at->x)) + "," +
+                                       std::to_string(static_cast<int>(click.at->y))
+                                 : "somewhere"));
+    };
+  }
+  static StatusItemContent redContent() {
+    const Size size{.width = 48, .height = 18};
+    StatusItemContent content{.tooltip = "tip", .accessibilityLabel = "Marigold"};
+    content.mark = {.size = size, .ops = {{FillRoundedRect{.size = size, .color = {.red = 1}}}}};
+    content.square = {
+        .size = {.width = 22, .height = 22},
+        .ops = {{FillRoundedRect{.size = {.width = 22, .height = 22}, .color = {.green = 1}}}}};
+    return content;
+  }
+  /// A window that has the focus, as of some other program.
+  static std::unique_ptr<QWidget> focusedWindow() {
+    auto window = std::make_unique<QWidget>();
+    window->setGeometry(100, 500, 200, 100);
+    window->show();
+    EXPECT_TRUE(eventually([&] { return window->isActiveWindow(); }));
+    return window;
+  }
+
+ private:
+  test::TemporaryDirectory home_;
+  std::map<std::string, std::string> environment_{
+      {"HOME", home_.path()},
+      {"XDG_RUNTIME_DIR", home_.path()},
+      {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home_.path() + "/no-bus"}};
+  std::optional<ChildProcess> xserver_;
+  std::optional<test::ToolkitApplication> application_;
+  std::optional<ChildProcess> windowManager_;
+};
+
+TEST_F(DesktopTest, ThePopoverHasTheFocusAndClosesWhenItShould) {
+  const auto other = focusedWindow();
+  PopoverWindow popover;
+  int closed = 0;
+  popover.onClosed = [&] { ++closed; };
+  popover.setCards({{.title = "Codex", .message = "No usage data yet."}});
+  const auto opens = [&] {
+    // The click that closed it may still be on its way for a moment.
+    return eventually([&] {
+      if (!popover.isShown()) {
+        popover.open(Point{.x = 640, .y = 10});
+      }
+      return popover.isShown() && QApplication::activeWindow() != nullptr &&
+             QApplication::activeWindow() != other.get();
+    });
+  };
+  const auto closes = [&](int times) {
+    return eventually([&] { return !popover.isShown(); }) && closed == times;
+  };
+  ASSERT_TRUE(opens());
+  const QRect place = QApplication::activeWindow()->frameGeometry();
+  EXPECT_EQ(place.top(), 26);
+  EXPECT_NEAR(place.center().x(), 640, 1);
+  point(place.center(), {"click", "1", "key", "Escape"});
+  EXPECT_TRUE(closes(1));
+  popover.open(std::nullopt);
+  EXPECT_TRUE(popover.isShown());
+
+  // Outside, where nothing takes the focus; a click on the item would now be told.
+  point({20, 300}, {"mousedown", "1"});
+  EXPECT_TRUE(closes(2));
+  popover.open(std::nullopt);
+  EXPECT_FALSE(popover.isShown());
+  act({"mouseup", "1"});
+  popover.open(std::nullopt);
+  EXPECT_FALSE(popover.isShown());
+
+  ASSERT_TRUE(opens());
+  act({"windowactivate", std::to_string(other->winId())});
+  EXPECT_TRUE(closes(3));
+  ASSERT_TRUE(opens());
+  popover.close();
+  EXPECT_TRUE(closes(4));
+  popover.open(std::nullopt);
+  EXPECT_TRUE(popover.isShown());
+}
+
+TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
+  const auto other = focusedWindow();
+  std::vector<std::string> clicks;
+  std::string saved;
+  const auto makeStrip = [&] {
+    auto strip = std::make_unique<Strip>(Strip::Place{
+        .load = [&] { return saved; }, .save = [&](std::string text) { saved = std::move(text); }});
+    strip->onClick = noted(clicks);
+    strip->setContent(redContent());
+    strip->show();
+    EXPECT_TRUE(eventually([&] { return pixel(strip->geometry().center()) == QColor(Qt::red); }));
+    return strip;
+  };
+  auto strip = makeStrip();
+  const QRect place(1280 - 8 - 64, 8, 64, 26);
+  EXPECT_EQ(strip->frameGeometry(), place);
+  // No compositor runs, so its round corners are cut off.
+  EXPECT_EQ(pixel(place.topLeft()), QColor(Qt::black));
+  EXPECT_EQ(pixel({place.left() + 3, place.center().y()}), QColor(0x1C, 0x1C, 0x1F));
+
+  point(place.center(), {"click", "1", "keydown", "ctrl", "click", "1", "keyup", "ctrl", "click",
+                         "3", "click", "2"});
+  EXPECT_TRUE(eventually([&] { return clicks.size() == 3; }));
+  EXPECT_EQ(clicks,
+            (std::vector<std::string>{"left 1240,34", "control left 1240,34", "right 1240,34"}));
+  clicks.clear();
+  point(place.center(), {"mousedown", "1", "mousemove_relative", "2", "2", "mouseup", "1"});
+  EXPECT_TRUE(eventually([&] { return clicks.size() == 1; }));
+  EXPECT_EQ(saved, "");
+  point(place.center(), {"mousedown", "1", "mousemove_relative", "--", "-5", "5", "mousemove",
+                         "400", "300", "mouseup", "1"});
+  EXPECT_TRUE(eventually([&] { return !saved.empty(); }));
+  EXPECT_EQ(strip->pos(), QPoint(400, 300) - (place.center() - place.topLeft()));
+  EXPECT_EQ(clicks.size(), 1U);
+  EXPECT_TRUE(other->isActiveWindow());
+
+  const QPoint left = strip->pos();
+  strip.reset();
+  strip = makeStrip();
+  EXPECT_EQ(strip->pos(), left);
+}
+
+TEST_F(DesktopTest, TheTrayIconComesAndGoesWithTheTray) {
+  int changes = 0;
+  const X11Selection tray(xembedTraySelection, [&] { ++changes; });
+  EXPECT_FALSE(tray.owned());
+  for (int round = 1; round <= 2; ++round) {
+    std::optional<ChildProcess> host;
+    startTray(host);
+    EXPECT_TRUE(eventually([&] { return tray.owned(); }));
+    std::vector<std::string> clicks;
+    TrayIcon icon;
+    icon.onClick = noted(clicks);
+    icon.setContent(redContent());
+    const auto middle = [&] {
+      const Point place = icon.place().value_or(Point{});
+      return QPointF(place.x, place.y).toPoint();
+    };
+    ASSERT_TRUE(eventually([&] { return pixel(middle()) == QColor(Qt::green); }));
+    EXPECT_GT(middle().y(), 770);
+    const std::string at = std::to_string(middle().x()) + "," + std::to_string(middle().y());
+    point(middle(), {"click", "1", "click", "1", "click", "3", "keydown", "ctrl", "click", "1",
+                     "keyup", "ctrl"});
+    EXPECT_TRUE(eventually([&] { return clicks.size() == 4; }));
+    EXPECT_EQ(clicks, (std::vector<std::string>{"left " + at, "left " + at, "right " + at,
+                                                "control left " + at}));
+    host.reset();
+    EXPECT_TRUE(eventually([&] { return !tray.owned(); }));
+    EXPECT_TRUE(eventually([&] { return changes == 2 * round; }));
+  }
+}
+
+TEST_F(DesktopTest, AMenuRunsWhatIsChosenAndGoesAway) {
+  for (const bool choose : {true, false}) {
+    std::string chosen;
+    std::vector<MenuItem> items;
+    for (const char* const title : {"one", "two"}) {
+      items.push_back({.title = title, .action = [&chosen, title] {
+                         chosen += title;
+                         QApplication::quit();
+                       }});
+    }
+    openNativeMenu(std::move(items), QPoint(300, 200));
+    const QPointer<QWidget> menu = QApplication::activePopupWidget();
+    ASSERT_TRUE(menu && eventually([&] { return menu->windowHandle()->isExposed(); }));
+    EXPECT_EQ(menu->pos(), QPoint(300, 200));
+    if (choose) {
+      act({"key", "Down", "Down", "Return"});
+      EXPECT_EQ(QApplication::exec(), 0);
+    } else {
+      point({700, 700}, {"click", "1"});
+    }
+    EXPECT_TRUE(eventually([&] { return menu.isNull(); }));
+    EXPECT_EQ(chosen, choose ? "two" : "");
+  }
+}
+
+}  // namespace
+}  // namespace marigold
