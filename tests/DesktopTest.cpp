@@ -1,7 +1,9 @@
 // The widgets on a real X11 desktop: server, window manager, tray, mouse and keyboard.
 
 #include <csignal>
-#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -9,8 +11,6 @@
 #include <QtCore/QPointer>
 #include <QtGui/QScreen>
 #include <QtGui/QWindow>
-#include <QtWidgets/QMenu>
-#include <QtWidgets/QSystemTrayIcon>
 #include <gtest/gtest.h>
 
 #include "NativeMenu.h"
@@ -30,7 +30,7 @@ using test::eventually;
 
 class DesktopTest : public testing::Test {
  protected:
-  DesktopTest() {
+  void SetUp() override {
     // Ends by itself with its last client, whatever becomes of this test.
     xserver_.emplace(std::vector<std::string>{MARIGOLD_XVFB, "-displayfd", "1", "-terminate",
                                               "-nolisten", "tcp", "-screen", "0", "1280x800x24"},
@@ -47,7 +47,7 @@ class DesktopTest : public testing::Test {
     EXPECT_TRUE(windowManager_->outputLine([](const auto& line) { return line == "ready"; }, 20));
     application_.emplace("xcb");
   }
-  ~DesktopTest() override {
+  void TearDown() override {
     windowManager_.reset();
     application_.reset();
     xserver_->tell(SIGTERM);  // it has files to remove

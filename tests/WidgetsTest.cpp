@@ -1,4 +1,7 @@
+#include <algorithm>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <QtGui/QAccessible>
@@ -18,18 +21,19 @@ namespace {
 
 class WidgetsTest : public testing::Test {
  protected:
-  WidgetsTest() {
+  void SetUp() override {
     qunsetenv("WAYLAND_DISPLAY");
     qputenv("QT_SCALE_FACTOR", "2");
     application_.emplace();
   }
-  ~WidgetsTest() override { qunsetenv("QT_SCALE_FACTOR"); }
+  void TearDown() override { qunsetenv("QT_SCALE_FACTOR"); }
 
   /// All texts that are shown, from top to bottom.
   static QStringList texts(std::vector<QLabel*>* labels = nullptr) {
     std::vector<QLabel*> found;
     for (QWidget* const widget : QApplication::allWidgets()) {
-      if (auto* const label = qobject_cast<QLabel*>(widget); label && label->isVisible()) {
+      if (auto* const label = qobject_cast<QLabel*>(widget);
+          label != nullptr && label->isVisible()) {
         found.push_back(label);
       }
     }
@@ -37,8 +41,7 @@ class WidgetsTest : public testing::Test {
       const QPoint point = label->mapToGlobal(QPoint());
       return std::pair(point.y() / 4, point.x());
     };
-    std::sort(found.begin(), found.end(),
-              [&](const auto* a, const auto* b) { return place(a) < place(b); });
+    std::ranges::sort(found, {}, place);
     QStringList result;
     for (const QLabel* const label : found) {
       EXPECT_GE(label->width(), label->wordWrap() ? 0 : label->sizeHint().width());

@@ -164,6 +164,7 @@ class Card final : public QWidget {
     rows_->addWidget(row.label, line, 0);
     rows_->addWidget(row.value, line, 1, Qt::AlignRight);
     rows_->addWidget(row.subLabel, line + 1, 0, 1, 2);
+    message_->raise();  // to the end of what assistive technology reads, too
     if (line > 0) {
       rows_->setRowMinimumHeight(line - 1, rowGap);
     }

@@ -57,16 +57,16 @@ QRect roomNear(std::optional<Point> at) {
 
 QPoint placeNear(std::optional<Point> at, const QSize& size) {
   const QRect room = roomNear(at);
-  const QScreen* const screen = at ? screenOfItem(*at) : nullptr;
-  if (screen == nullptr) {
-    return within(room, {room.left() + room.width() - size.width(), room.top()}, size);
+  QPoint place(room.left() + room.width() - size.width(), room.top());
+  if (at) {
+    if (const QScreen* const screen = screenOfItem(*at)) {
+      const QPoint point = QPointF(at->x, at->y).toPoint();
+      const bool below = point.y() < screen->geometry().center().y();
+      place = {point.x() - size.width() / 2,
+               below ? point.y() + distance : point.y() - distance - size.height()};
+    }
   }
-  const QPoint point = QPointF(at->x, at->y).toPoint();
-  const bool below = point.y() < screen->geometry().center().y();
-  return within(room,
-                {point.x() - size.width() / 2,
-                 below ? point.y() + distance : point.y() - distance - size.height()},
-                size);
+  return within(room, place, size);
 }
 
 QPoint placeOnScreen(const QPoint& wanted, const QSize& size) {

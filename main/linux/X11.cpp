@@ -107,7 +107,7 @@ X11Buttons::~X11Buttons() {
 
 // The toolkit's own selection is for all devices, so that this one, for master devices, is apart.
 void X11Buttons::select(xcb_connection_t* connection, std::uint32_t events) {
-  struct {
+  const struct {
     xcb_input_event_mask_t head;
     std::uint32_t events;
   } mask = {.head = {.deviceid = XCB_INPUT_DEVICE_ALL_MASTER, .mask_len = 1}, .events = events};
