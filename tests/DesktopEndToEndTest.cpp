@@ -2,8 +2,10 @@
 // bars, and in the forms for desktops without one.
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -24,6 +26,7 @@
 #include <unistd.h>
 #include <xcb/xcb.h>
 
+#include "Time.h"
 #include "support/ChildProcess.h"
 #include "support/DesktopServices.h"
 #include "support/RolloutLines.h"
@@ -407,6 +410,80 @@ TEST_F(DesktopEndToEnd, AWindowThatResetsDrainsAndThenSaysSo) {
   EXPECT_TRUE(within(soon, [this] {
     return pixmaps(host->itemProperties()).back().count(green) == 0;
   })) << "nothing left of it";
+  endProgram();
+}
+
+// A line of Grok's log, written some seconds ago.
+std::string grokLine(const std::string& msg, double secondsAgo, const std::string& ctx) {
+  const Date time = Date(std::chrono::system_clock::now()) - Seconds{secondsAgo};
+  return R"({"ts":")" + isoText(time) + R"(","msg":")" + msg + R"(","ctx":)" + ctx + "}\n";
+}
+std::string billing(int percent, double secondsAgo) {
+  const Date end = Date(std::chrono::system_clock::now()) + Seconds{4 * 86400.0};
+  return grokLine("billing: fetched credits config", secondsAgo,
+                  R"({"config":{"creditUsagePercent":)" + std::to_string(percent) +
+                      R"(,"currentPeriod":{"end":")" + isoText(end) +
+                      R"("}},"subscriptionTier":"X Premium"})");
+}
+std::string exhaustion(int hours, double secondsAgo) {
+  return grokLine("shell.turn.failed", secondsAgo,
+                  R"({"kind":"rate_limited","message":"subscription: usage-exhausted, rolling )" +
+                      std::to_string(hours) + R"(-hour window"})");
+}
+
+class GrokEndToEnd : public DesktopEndToEnd {
+ protected:
+  GrokEndToEnd() {
+    environment["GROK_HOME"] = home.path() + "/grok";
+    home.write(".config/app.marigold.Marigold/preferences.json",
+               R"({"perProviderMigrated": true, "menubar.claude": false, "menubar.codex": false,
+                   "menubar.grok": true})");
+  }
+  bool tooltipBecomes(const std::string& text, double seconds) {
+    const bool is =
+        within(seconds, [&] { return host && tooltip(host->itemProperties()) == text + "\n"; });
+    EXPECT_TRUE(is) << tooltip(host->itemProperties());
+    return is;
+  }
+  std::string log = home.path() + "/grok/logs/unified.jsonl";
+};
+
+TEST_F(GrokEndToEnd, FollowsTheLogAsItGrowsGoesAndComesBack) {
+  test::append(log, billing(15, 3));
+  startHost();
+  startProgram();
+  ASSERT_TRUE(itemCame());
+  ASSERT_TRUE(tooltipBecomes("Grok: Weekly 15% used, updated just now", patience));
+  EXPECT_TRUE(labelBecomes("15%", soon));
+  EXPECT_EQ(host->itemProperties()["IconAccessibleDesc"], "Grok Weekly 15%, updated just now");
+
+  test::append(log, exhaustion(24, 2));
+  EXPECT_TRUE(tooltipBecomes("Grok: 24h 100% used, updated just now", soon));
+  EXPECT_TRUE(labelBecomes("100%", soon));
+  EXPECT_EQ(host->itemProperties()["IconAccessibleDesc"], "Grok 24h 100%, updated just now");
+  EXPECT_GT(pixmaps(host->itemProperties()).back().count(red), 20);
+
+  test::append(log, billing(16, 0));
+  EXPECT_TRUE(tooltipBecomes("Grok: Weekly 16% used, updated just now", soon));
+
+  std::filesystem::rename(log, log + ".away");
+  EXPECT_TRUE(tooltipBecomes("Grok: Weekly 16% used, data just now", soon)) << "not running";
+  std::filesystem::rename(log + ".away", log);
+  EXPECT_TRUE(tooltipBecomes("Grok: Weekly 16% used, updated just now", soon));
+  endProgram();
+}
+
+TEST_F(GrokEndToEnd, AnExhaustionEndsWithItsWindow) {
+  test::append(log, billing(15, 7200) + exhaustion(1, 3594));
+  startHost();
+  startProgram();
+  ASSERT_TRUE(itemCame());
+  ASSERT_TRUE(tooltipBecomes("Grok: 1h was 100% used, 59m ago", patience));
+  ASSERT_TRUE(tooltipBecomes("Grok: 1h window reset, no new reading yet", patience));
+  test::append(log, grokLine("shell.turn.inference_done", 0, "{}"));
+  EXPECT_TRUE(tooltipBecomes("Grok: no reading", soon));
+  test::append(log, billing(2, 0));
+  EXPECT_TRUE(tooltipBecomes("Grok: Weekly 2% used, updated just now", soon));
   endProgram();
 }
 
