@@ -17,4 +17,8 @@ std::size_t bareWalk(const std::string& root);
 /// holds a "_" and ends before the file does; true when it is there.
 bool bareTailRead(int descriptor, std::span<char> into, std::string_view mark);
 
+/// One look at every byte of `text`, copying it to `into` and telling what lies between quotes from
+/// the rest; gives the length of the rest.
+std::size_t bareScan(std::string_view text, std::span<char> into);
+
 }  // namespace marigold::bench

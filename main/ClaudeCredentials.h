@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -8,6 +9,8 @@
 #include "Time.h"
 
 namespace marigold {
+
+class JsonValue;
 
 /// Why the Claude login could not be read.
 struct KeychainReadError {
@@ -26,17 +29,28 @@ struct KeychainReadError {
   Kind kind = Kind::notInstalled;
   std::int32_t payload = 0;  ///< of the first three kinds, else 0
 
+  /// For diagnostics: the name of the kind, with the payload in brackets where it has one.
+  [[nodiscard]] std::string description() const;
+
   bool operator==(const KeychainReadError&) const = default;
 };
 
 /// The login that Claude Code keeps. The members that are not named here are never decoded.
 struct ClaudeCredentials {
   struct OAuth {
+    static constexpr std::size_t maxAccessTokenLength = 8192;     ///< characters
+    static constexpr std::size_t maxSubscriptionTypeLength = 64;  ///< characters
+
     Secret accessToken;
     std::optional<double> expiresAtMillis;  ///< milliseconds since 1970-01-01 UTC
     std::optional<std::string> subscriptionType;
   };
   OAuth claudeAiOauth;
+
+  /// Nothing without an access token of plausible length; any other bad member is absent.
+  [[nodiscard]] static std::optional<ClaudeCredentials> decode(JsonValue root);
+  /// Tells nothing of the login.
+  [[nodiscard]] static std::string description() { return "ClaudeCredentials(redacted)"; }
 
   [[nodiscard]] std::optional<Date> expiresAt() const noexcept {
     const auto& millis = claudeAiOauth.expiresAtMillis;
