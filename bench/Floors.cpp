@@ -75,4 +75,15 @@ std::size_t bareSearch(int descriptor, std::span<char> into,
   }));
 }
 
+std::size_t bareScan(std::string_view text, std::span<char> into) {
+  bool inside = false;
+  std::size_t outside = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    into[at] = text[at];
+    inside = inside != (text[at] == '"');
+    outside += inside ? 0U : 1U;
+  }
+  return outside;
+}
+
 }  // namespace marigold::bench

@@ -22,4 +22,8 @@ bool bareTailRead(int descriptor, std::span<char> into, std::string_view mark);
 std::size_t bareSearch(int descriptor, std::span<char> into,
                        std::span<const std::string_view> needles);
 
+/// One look at every byte of `text`, copying it to `into` and telling what lies between quotes from
+/// the rest; gives the length of the rest.
+std::size_t bareScan(std::string_view text, std::span<char> into);
+
 }  // namespace marigold::bench

@@ -30,9 +30,9 @@ Date modificationDate(const struct stat& status) noexcept {
 
 std::expected<BoundedFile, FileFailure> BoundedFile::open(const std::string& path) {
   // O_NONBLOCK: a FIFO without a writer must not hang the open. O_NOCTTY: nor a terminal adopt us.
-  const int descriptor =
-      ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-  if (descriptor < 0) {
+  OwnedDescriptor descriptor(
+      ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!descriptor.isOpen()) {
     switch (errno) {
       case ENOENT:
       case ENOTDIR:
@@ -46,49 +46,28 @@ std::expected<BoundedFile, FileFailure> BoundedFile::open(const std::string& pat
     }
   }
   struct stat status = {};
-  if (::fstat(descriptor, &status) != 0) {
-    ::close(descriptor);
+  if (::fstat(descriptor.get(), &status) != 0) {
     return std::unexpected(FileFailure::unreadable);
   }
   if (!S_ISREG(status.st_mode)) {
-    ::close(descriptor);
     return std::unexpected(FileFailure::notRegular);
   }
-  return BoundedFile(descriptor, status);
+  return BoundedFile(std::move(descriptor), status);
 }
 
-BoundedFile::BoundedFile(int descriptor, const struct stat& status) noexcept
-    : descriptor_(descriptor),
+BoundedFile::BoundedFile(OwnedDescriptor descriptor, const struct stat& status) noexcept
+    : descriptor_(std::move(descriptor)),
       size_(status.st_size),
       modified_(modificationDate(status)),
-      fileNumber_(status.st_ino) {}
-
-BoundedFile::BoundedFile(BoundedFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)),
-      size_(other.size_),
-      modified_(other.modified_),
-      fileNumber_(other.fileNumber_) {}
-
-BoundedFile& BoundedFile::operator=(BoundedFile&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  size_ = other.size_;
-  modified_ = other.modified_;
-  fileNumber_ = other.fileNumber_;
-  return *this;
-}
-
-BoundedFile::~BoundedFile() {
-  if (descriptor_ >= 0) {
-    ::close(descriptor_);
-  }
-}
+      fileNumber_(status.st_ino),
+      owner_(status.st_uid) {}
 
 std::expected<std::size_t, FileFailure> BoundedFile::readAt(std::int64_t offset,
                                                             std::span<char> into) const {
   std::size_t done = 0;
   while (done < into.size()) {
     const auto rest = into.subspan(done);
-    const ssize_t count = ::pread(descriptor_, rest.data(), rest.size(),
+    const ssize_t count = ::pread(descriptor_.get(), rest.data(), rest.size(),
                                   static_cast<off_t>(offset + static_cast<std::int64_t>(done)));
     if (count < 0) {
       if (errno == EINTR) {

@@ -6,6 +6,9 @@
 #include <span>
 #include <string>
 
+#include <sys/types.h>
+
+#include "OwnedDescriptor.h"
 #include "Time.h"
 
 struct stat;
@@ -17,7 +20,7 @@ enum class FileFailure : std::uint8_t {
   missing,     ///< nothing at the path
   notRegular,  ///< a link, directory, FIFO, socket or device
   tooLarge,    ///< larger than the caller allows
-  unreadable,  ///< no permission, or the system reported an error
+  unreadable,  ///< no permission, or the system reported an error, which errno names
 };
 
 /// The modification time in a `stat` result.
@@ -29,18 +32,14 @@ class BoundedFile {
  public:
   [[nodiscard]] static std::expected<BoundedFile, FileFailure> open(const std::string& path);
 
-  BoundedFile(BoundedFile&& other) noexcept;
-  BoundedFile& operator=(BoundedFile&& other) noexcept;
-  BoundedFile(const BoundedFile&) = delete;
-  BoundedFile& operator=(const BoundedFile&) = delete;
-  ~BoundedFile();
-
   /// Bytes, when it was opened.
   [[nodiscard]] std::int64_t size() const noexcept { return size_; }
   /// Modification time, when it was opened.
   [[nodiscard]] Date modified() const noexcept { return modified_; }
   /// What its file system knows it by: another file of the same name has another number.
   [[nodiscard]] std::uint64_t fileNumber() const noexcept { return fileNumber_; }
+  /// The user it belonged to, when it was opened.
+  [[nodiscard]] uid_t owner() const noexcept { return owner_; }
 
   /// Reads up to `into.size()` bytes from `offset`; fewer only at the end of the file. Gives the
   /// number of bytes read.
@@ -48,12 +47,13 @@ class BoundedFile {
                                                                std::span<char> into) const;
 
  private:
-  BoundedFile(int descriptor, const struct stat& status) noexcept;
+  BoundedFile(OwnedDescriptor descriptor, const struct stat& status) noexcept;
 
-  int descriptor_;
+  OwnedDescriptor descriptor_;
   std::int64_t size_;
   Date modified_;
   std::uint64_t fileNumber_;
+  uid_t owner_;
 };
 
 /// The whole content of the regular file at `path`, which holds at most `limit` bytes.

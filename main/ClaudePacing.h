@@ -1,21 +1,30 @@
 #pragma once
 
 #include <optional>
+#include <string_view>
 
+#include "ClaudeCredentials.h"
 #include "ProviderSnapshot.h"
 
-// Rules that pace the requests to Anthropic's usage endpoint. All pure; times come in.
+// Rules that pace the requests to Anthropic's usage endpoint and the reads of the Claude login. All
+// pure; times come in, lengths of time are in seconds.
 
 namespace marigold {
 
-/// Shortest times between two requests, in seconds: while usage rests, while it moves, and when the
-/// user is looking.
+struct HTTPClassification;
+
+/// Shortest times between two requests: while usage rests, while it moves, and when the user is
+/// looking.
 inline constexpr double backgroundMinInterval = 900;
 inline constexpr double activeMinInterval = 450;
 inline constexpr double onDemandMinInterval = 60;
 
-/// How long, in seconds, a rise in usage counts as evidence that usage is moving.
+/// How long a rise in usage counts as evidence that usage is moving.
 inline constexpr double claudeMovementEvidenceTTL = 1800;
+/// The longest time for which an answer of the server holds off requests.
+inline constexpr double claudeCooldownCap = 7200;
+/// The longest time for which a failed read of the login holds off the next one.
+inline constexpr double claudeReadRetryCap = 900;
 
 /// The headline percentage of one Claude reading.
 struct ClaudeCadenceSample {
@@ -39,11 +48,64 @@ struct ClaudeCadenceTracker {
 
   /// Takes a later sample; an absent one forgets both.
   void observe(const std::optional<ClaudeCadenceSample>& sample);
-  /// The shortest time between two background requests, in seconds: `activeMinInterval` while usage
-  /// is seen to rise, else `backgroundMinInterval`.
+  /// The shortest time between two background requests: `activeMinInterval` while usage is seen to
+  /// rise, else `backgroundMinInterval`.
   [[nodiscard]] double interval(Date now) const;
 };
 
+/// The seconds that a "Retry-After" header asks for, at most 7200. An HTTP date gives nothing.
+[[nodiscard]] std::optional<int> parseRetryAfter(std::optional<std::string_view> text);
+/// The time that a unified reset header tells: from 10,000,000 on seconds since 1970, below that
+/// seconds after `now`.
+[[nodiscard]] std::optional<Date> parseUnifiedReset(std::optional<std::string_view> text, Date now);
+
+/// `retryAfter` as it is, else 180 doubled with each step after the first, at most 3600.
+[[nodiscard]] int backoffDelay(int step, std::optional<int> retryAfter);
+/// How long an answer holds off requests: the longest of 900 doubled with each step after the
+/// first, of `retryAfter` and of the time until `resetAt`, at most `claudeCooldownCap`.
+[[nodiscard]] double claudeCooldown(int step, std::optional<int> retryAfter,
+                                    std::optional<Date> resetAt, Date now);
+/// Of a throttled request and a server error.
+[[nodiscard]] std::optional<Health> claudeBackoffHealth(const HTTPClassification& classification,
+                                                        Date until);
+
+/// What follows from a throttled request or a server error.
+struct ClaudeBackoffDecision {
+  Date until;  ///< no request before it
+  Health health = Health::ok();
+  int step = 0;  ///< how many such answers there were in a row
+
+  bool operator==(const ClaudeBackoffDecision&) const = default;
+};
+
+/// `step` is the one reached so far.
+[[nodiscard]] ClaudeBackoffDecision claudeBackoffDecision(const HTTPClassification& classification,
+                                                          int step, std::optional<Date> resetAt,
+                                                          Date now);
+
+/// How long the `step`th refused token in a row holds off requests: 300 doubled, at most 3600.
+[[nodiscard]] double claudeAuthBackoff(int step);
+/// A back-off of a refused token gives way to a user's explicit request, which has a minimum
+/// interval of 0; no other one does.
+[[nodiscard]] bool claudeMayBypassBackoff(double minInterval, bool backoffIsAuth) noexcept;
+/// The last good reading answers, without a request: it is younger than `minInterval`. A success
+/// in the future happened under a wrong clock and answers nothing.
+[[nodiscard]] bool claudeShouldServeCache(std::optional<Date> lastSuccess, double minInterval,
+                                          bool hasUsableCache, Date now);
+
+/// How long a failed read of the login holds off the next one: 60 doubled, at most
+/// `claudeReadRetryCap`.
+[[nodiscard]] double claudeReadRetryDelay(int failureStreak);
+/// The failure stands until the user asks again: a dialog may still be on screen.
+[[nodiscard]] bool claudeReadLatches(const KeychainReadError& error) noexcept;
+/// The security tool was started before the read failed.
+[[nodiscard]] bool claudeReadSpawned(const KeychainReadError& error) noexcept;
+[[nodiscard]] Health claudeReadHealth(const KeychainReadError& error);
+/// Of a request without an answer. `tokenExpired`: the login that it was made with had expired.
+[[nodiscard]] Health claudeTransientHealth(bool tokenExpired);
+
+/// A reading may be written to the cache: it was not cleared since the read started.
+[[nodiscard]] bool claudeMayPersist(int startedEpoch, int currentEpoch) noexcept;
 /// Whether Claude is read at all in this refresh.
 [[nodiscard]] bool claudeReadsThisCycle(bool turnedOff) noexcept;
 /// A result is published only if the decision to read that was sampled when the work started still

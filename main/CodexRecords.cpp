@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 #include "LenientDecoding.h"
 
@@ -18,19 +19,6 @@ constexpr std::int64_t minutesPerWeek = 10080;
 // A reading older than this, in seconds, no longer passes for current: the tool writes one with
 // every answer, so three hours of silence mean that nothing is known about the time since.
 constexpr double staleAfter = 3 * 3600;
-
-constexpr char lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-constexpr char upper(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
-// Bytes beyond ASCII are parts of letters, which keep their case.
-constexpr bool isInWord(char c) {
-  const char l = lower(c);
-  return (l >= 'a' && l <= 'z') || (c >= '0' && c <= '9') || c == '\'' || (c & '\x80') != 0;
-}
 
 struct PlanName {
   std::string_view type;
@@ -162,21 +150,13 @@ std::string codexWindowLabel(std::int64_t minutes) {
 }
 
 std::string codexPlanLabel(std::string_view planType) {
-  std::string label(planType);
-  std::ranges::transform(label, label.begin(), lower);
+  std::string type = lowercased(planType);
   for (const PlanName& name : planNames) {
-    if (name.type == label) {
+    if (name.type == type) {
       return std::string(name.label);
     }
   }
-  bool inWord = false;
-  for (char& c : label) {
-    if (!inWord) {
-      c = upper(c);
-    }
-    inWord = isInWord(c);
-  }
-  return label;
+  return capitalizedWords(std::move(type));
 }
 
 std::optional<std::string> codexCreditsNote(std::optional<bool> hasCredits,

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include <fast_float/fast_float.h>
-#include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
 #include "JsonWriter.h"
@@ -28,11 +27,27 @@ struct JsonTree {
     std::size_t end = 0;
   };
 
-  std::vector<Node> nodes;
-  std::string characters;
+  JsonTree() = default;
+  JsonTree(const JsonTree&) = delete;
+  JsonTree& operator=(const JsonTree&) = delete;
+  JsonTree(JsonTree&&) = delete;
+  JsonTree& operator=(JsonTree&&) = delete;
+  // The one copy that decoding makes of a text, which may be a login.
+  ~JsonTree() { wipe(source.data(), source.size()); }
 
-  [[nodiscard]] std::string_view view(Span span) const {
-    return std::string_view(characters).substr(span.offset, span.length);
+  std::vector<Node> nodes;
+  std::string source;   // the JSON text with "0" for every number; keys and texts decoded in place
+  std::string numbers;  // as they were sent
+
+  [[nodiscard]] std::string_view key(const Node& node) const { return part(source, node.key); }
+  // Of a text or a number.
+  [[nodiscard]] std::string_view text(const Node& node) const {
+    return part(node.kind == Kind::number ? numbers : source, node.text);
+  }
+
+ private:
+  static std::string_view part(std::string_view whole, Span span) {
+    return whole.substr(span.offset, span.length);
   }
 };
 
@@ -50,21 +65,23 @@ bool hasSurrogate(std::string_view text) {
   return false;
 }
 
-// Receives the reader's events. The member names are the JSON library's.
+// Receives the reader's events, whose texts lie in the tree's source. The member names are the JSON
+// library's.
 class TreeBuilder {
  public:
-  /// `numbers`: the document's numbers as they were sent, in their order.
-  TreeBuilder(JsonTree& tree, const std::vector<std::string_view>& numbers)
+  /// `numbers`: where the document's numbers are, in their order.
+  TreeBuilder(JsonTree& tree, const std::vector<JsonTree::Span>& numbers)
       : tree_(tree), number_(numbers.begin()) {}
 
   bool Null() { return add({}); }
   bool Bool(bool value) { return add({.kind = Kind::flag, .flag = value}); }
-  bool Uint(unsigned /*standIn*/) { return add({.kind = Kind::number, .text = keep(*number_++)}); }
+  bool Uint(unsigned /*standIn*/) { return add({.kind = Kind::number, .text = *number_++}); }
   bool String(const char* text, rapidjson::SizeType length, bool /*copy*/) {
-    return !hasSurrogate({text, length}) && add({.kind = Kind::text, .text = keep({text, length})});
+    return !hasSurrogate({text, length}) &&
+           add({.kind = Kind::text, .text = inSource(text, length)});
   }
   bool Key(const char* text, rapidjson::SizeType length, bool /*copy*/) {
-    key_ = keep({text, length});
+    key_ = inSource(text, length);
     return !hasSurrogate({text, length});
   }
   bool StartObject() { return open(Kind::object); }
@@ -82,10 +99,8 @@ class TreeBuilder {
   static bool Double(double /*value*/) { return false; }
 
  private:
-  JsonTree::Span keep(std::string_view text) {
-    const JsonTree::Span span{.offset = tree_.characters.size(), .length = text.size()};
-    tree_.characters.append(text);
-    return span;
+  JsonTree::Span inSource(const char* text, std::size_t length) {
+    return {.offset = static_cast<std::size_t>(text - tree_.source.data()), .length = length};
   }
   bool add(JsonTree::Node node) {
     node.key = std::exchange(key_, {});
@@ -104,7 +119,7 @@ class TreeBuilder {
   }
 
   JsonTree& tree_;
-  std::vector<std::string_view>::const_iterator number_;
+  std::vector<JsonTree::Span>::const_iterator number_;
   JsonTree::Span key_;
   std::vector<std::size_t> open_;
 };
@@ -137,39 +152,41 @@ bool isNumber(std::string_view text) {
   return text.empty();
 }
 
-// A JSON text whose numbers are set apart. The reader fails a whole document for one number beyond
-// a double's range, so it is given a stand-in for each.
-struct NumbersApart {
-  std::string text;  // with "0" for every number
-  std::vector<std::string_view> numbers;
-};
+// The reader takes a zero byte for the end of its input, but a character that begins just before
+// takes three bytes more.
+constexpr std::size_t padding = 3;
 
-// Nothing when a number breaks the grammar.
-std::optional<NumbersApart> settingNumbersApart(std::string_view source) {
-  NumbersApart result;
-  result.text.reserve(source.size());
+// Fills the tree's source, with the numbers set apart: the reader fails a whole document for one
+// number beyond a double's range, so it is given a stand-in for each. Gives where they are; nothing
+// when one breaks the grammar.
+std::optional<std::vector<JsonTree::Span>> settingNumbersApart(std::string_view text,
+                                                               JsonTree& into) {
+  std::vector<JsonTree::Span> numbers;
+  into.source.reserve(text.size() + padding);  // never moved, which would leave a copy behind
   bool inString = false;
-  for (std::size_t at = 0; at < source.size();) {
-    const char c = source[at];
+  for (std::size_t at = 0; at < text.size();) {
+    const char c = text[at];
     if (!inString && (c == '-' || (c >= '0' && c <= '9'))) {
-      const std::size_t end = source.find_first_not_of("+-.0123456789Ee", at);
-      const std::string_view number = source.substr(at, end - at);
+      const std::size_t end = text.find_first_not_of("+-.0123456789Ee", at);
+      const std::string_view number = text.substr(at, end - at);
       if (!isNumber(number)) {
         return std::nullopt;
       }
-      result.numbers.push_back(number);
-      result.text += '0';
+      numbers.push_back({.offset = into.numbers.size(), .length = number.size()});
+      into.numbers += number;
+      into.source += '0';
       at += number.size();
       continue;
     }
     inString = inString != (c == '"');
-    result.text += c;
+    into.source += c;
     ++at;
-    if (inString && c == '\\' && at < source.size()) {
-      result.text += source[at++];
+    if (inString && c == '\\' && at < text.size()) {
+      into.source += text[at++];
     }
   }
-  return result;
+  into.source.append(padding, '\0');
+  return numbers;
 }
 
 // Digits only, since a JSON number that looks whole must not lose precision through a float.
@@ -252,7 +269,7 @@ JsonValue JsonValue::operator[](std::string_view key) const {
   }
   const auto& nodes = tree_->nodes;
   for (std::size_t member = node_ + 1; member < nodes[node_].end; member = nodes[member].end) {
-    if (tree_->view(nodes[member].key) == key) {
+    if (tree_->key(nodes[member]) == key) {
       return {*tree_, member};
     }
   }
@@ -267,14 +284,21 @@ std::optional<std::string> JsonValue::text() const {
   if (tree_ == nullptr || tree_->nodes[node_].kind != Kind::text) {
     return std::nullopt;
   }
-  return std::string(tree_->view(tree_->nodes[node_].text));
+  return std::string(tree_->text(tree_->nodes[node_]));
+}
+
+std::optional<Secret> JsonValue::secret() const {
+  if (tree_ == nullptr || tree_->nodes[node_].kind != Kind::text) {
+    return std::nullopt;
+  }
+  return Secret(tree_->text(tree_->nodes[node_]));
 }
 
 std::optional<double> JsonValue::number() const {
   if (tree_ == nullptr || tree_->nodes[node_].kind != Kind::number) {
     return std::nullopt;
   }
-  const auto value = decimalNumber(tree_->view(tree_->nodes[node_].text));
+  const auto value = decimalNumber(tree_->text(tree_->nodes[node_]));
   return value && std::isfinite(*value) ? value : std::nullopt;
 }
 
@@ -283,7 +307,7 @@ std::optional<std::int64_t> JsonValue::wholeNumber() const {
   if (!value) {
     return std::nullopt;
   }
-  const std::string_view text = tree_->view(tree_->nodes[node_].text);
+  const std::string_view text = tree_->text(tree_->nodes[node_]);
   if (text.find_first_of(".eE") == std::string_view::npos) {
     return wholeDigits(text);
   }
@@ -327,7 +351,7 @@ std::optional<std::vector<std::pair<std::string, JsonValue>>> JsonValue::members
   const auto& nodes = tree_->nodes;
   std::vector<std::pair<std::string, JsonValue>> members;
   for (std::size_t member = node_ + 1; member < nodes[node_].end; member = nodes[member].end) {
-    members.emplace_back(tree_->view(nodes[member].key), JsonValue(*tree_, member));
+    members.emplace_back(tree_->key(nodes[member]), JsonValue(*tree_, member));
   }
   return members;
 }
@@ -346,7 +370,7 @@ std::string JsonValue::json() const {
       closeInnermost();
     }
     if (!open.empty() && open.back()->kind == Kind::object) {
-      out.key(tree_->view(node.key));
+      out.key(tree_->key(node));
     }
     switch (node.kind) {
       case Kind::null:
@@ -356,10 +380,10 @@ std::string JsonValue::json() const {
         out.flag(node.flag);
         break;
       case Kind::number:
-        out.json(tree_->view(node.text));
+        out.json(tree_->text(node));
         break;
       case Kind::text:
-        out.text(tree_->view(node.text));
+        out.text(tree_->text(node));
         break;
       case Kind::array:
         out.beginArray();
@@ -386,15 +410,17 @@ std::optional<JsonDocument> JsonDocument::parseObject(std::string_view text) {
   if (text.find('\0') != std::string_view::npos) {
     return std::nullopt;
   }
-  constexpr unsigned flags = rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
-  const auto source = settingNumbersApart(text);
-  if (!source) {
+  constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+  text.remove_prefix(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0);
+  auto tree = std::make_unique<JsonTree>();
+  const auto numbers = settingNumbersApart(text, *tree);
+  if (!numbers) {
     return std::nullopt;
   }
-  auto tree = std::make_unique<JsonTree>();
-  TreeBuilder builder(*tree, source->numbers);
-  rapidjson::MemoryStream bytes(source->text.data(), source->text.size());
-  rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(bytes);
+  constexpr unsigned flags = rapidjson::kParseInsituFlag | rapidjson::kParseIterativeFlag |
+                             rapidjson::kParseValidateEncodingFlag;
+  TreeBuilder builder(*tree, *numbers);
+  rapidjson::InsituStringStream stream(tree->source.data());
   rapidjson::Reader reader;
   if (reader.Parse<flags>(stream, builder).IsError() || tree->nodes.front().kind != Kind::object) {
     return std::nullopt;

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Secret.h"
 #include "Time.h"
 
 // Reading of JSON that this system does not control. One bad field costs that field only, one bad
@@ -33,6 +34,8 @@ class JsonValue {
   [[nodiscard]] bool isNull() const;
 
   [[nodiscard]] std::optional<std::string> text() const;
+  /// A text, of which no copy stays behind once the document is gone too.
+  [[nodiscard]] std::optional<Secret> secret() const;
   /// A finite number as a 64-bit float.
   [[nodiscard]] std::optional<double> number() const;
   /// A number without fractional part in the signed 64-bit range; 300, 300.0 and 3e2 are the same.
@@ -55,7 +58,8 @@ class JsonValue {
 };
 
 /// A parsed JSON text (UTF-8). Nesting costs memory, never stack. A broken escape or a byte that is
-/// not UTF-8 fails the whole text; a number too large for its type costs that number only.
+/// not UTF-8 fails the whole text; a number too large for its type costs that number only. Its
+/// memory is overwritten when it goes, except for keys and texts given out as such and numbers.
 class JsonDocument {
  public:
   /// Nothing unless `text` is one JSON object.

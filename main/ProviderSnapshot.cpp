@@ -28,6 +28,16 @@ constexpr double minute = 60;
 constexpr double hour = 3600;
 constexpr double day = 86400;
 
+constexpr char lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// Bytes beyond ASCII are parts of letters, which keep their case.
+constexpr bool isInWord(char c) {
+  const char l = lower(c);
+  return (l >= 'a' && l <= 'z') || (c >= '0' && c <= '9') || c == '\'' || (c & '\x80') != 0;
+}
+
 bool withholds(Health::Kind kind) noexcept {
   return kind == Health::Kind::notInstalled || kind == Health::Kind::turnedOff;
 }
@@ -174,6 +184,23 @@ bool healthWithholdsReading(const std::optional<Health>& health) noexcept {
 int shownPercent(double percent) noexcept {
   // Windows hold 0 to 100; the bounds keep the conversion defined for anything else.
   return static_cast<int>(std::lround(std::clamp(percent, -1e6, 1e6)));
+}
+
+std::string lowercased(std::string_view text) {
+  std::string result(text);
+  std::ranges::transform(result, result.begin(), lower);
+  return result;
+}
+
+std::string capitalizedWords(std::string text) {
+  bool inWord = false;
+  for (char& c : text) {
+    if (!inWord && c >= 'a' && c <= 'z') {
+      c = static_cast<char>(c - 'a' + 'A');
+    }
+    inWord = isInWord(c);
+  }
+  return text;
 }
 
 std::set<ProviderID> providersClearedByClearAll() {

@@ -141,6 +141,11 @@ struct ReadingAge {
 /// A percentage as shown: the nearest whole number, halves away from zero.
 [[nodiscard]] int shownPercent(double percent) noexcept;
 
+/// `text` with its ASCII letters in lower case, in every locale alike.
+[[nodiscard]] std::string lowercased(std::string_view text);
+/// A plan's name for display: `text` with the first letter of each word, when ASCII, in upper case.
+[[nodiscard]] std::string capitalizedWords(std::string text);
+
 /// Whose snapshots and cache files an action wipes.
 [[nodiscard]] std::set<ProviderID> providersClearedByClearAll();
 [[nodiscard]] std::set<ProviderID> providersClearedByClaudeOff();

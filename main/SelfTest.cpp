@@ -3,6 +3,8 @@
 #include <ostream>
 #include <string_view>
 
+#include "ClaudePacing.h"
+#include "ClaudeUsage.h"
 #include "CodexRecords.h"
 #include "DiskCache.h"
 #include "LenientDecoding.h"
@@ -18,6 +20,12 @@ constexpr std::string_view sampleLine =
     R"("rate_limits":{"limit_id":"codex","primary":{"used_percent":16.0,"window_minutes":300,)"
     R"("resets_at":1781273445},"secondary":{"used_percent":5.0,"window_minutes":10080,)"
     R"("resets_at":1781745034},"credits":null,"plan_type":"plus"}}})";
+
+// What Anthropic answers, with one value that is none.
+constexpr std::string_view sampleAnswer =
+    R"({"five_hour":{"utilization":10.0,"resets_at":"2026-06-14T20:00:00.000Z"},)"
+    R"("seven_day":{"utilization":1e400},"limits":[{"kind":"weekly_scoped","percent":42.5,)"
+    R"("scope":{"model":{"display_name":"Fable 5"}}},"bogus"]})";
 
 class Checks {
  public:
@@ -65,6 +73,16 @@ bool runSelfTest(std::ostream& out) {
       resolveMenuSlot(codex, MenuBarWindowKind::automatic, ProviderAccent::automatic, now);
   checks.check("the status bar says what was read",
                slot.token == "16%" && slot.tooltip == "Codex: 5h 16% used, updated just now");
+
+  const auto usage = ClaudeUsage::decode(sampleAnswer);
+  const ProviderSnapshot claude =
+      usage ? usage->snapshot(now, "max") : turnedOffClaudeSnapshot(now);
+  checks.check("an answer about Claude decodes, less its bad fields",
+               claude.windows.size() == 2 && claude.percent("5h") == 10.0 &&
+                   claude.percent("Fable 5") == 42.5 && claude.planLabel == "Claude Max");
+  checks.check("a throttled request is not repeated for a quarter of an hour",
+               claudeCooldown(1, parseRetryAfter(" 30 "), {}, now) == 900 &&
+                   claudeCooldown(1, parseRetryAfter("99999"), {}, now) == 7200);
   return checks.passed();
 }
 

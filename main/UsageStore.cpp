@@ -23,6 +23,18 @@ bool engineWorkStillValid(int queued, int current, bool running) noexcept {
   return running && queued == current;
 }
 
+std::optional<ProviderSnapshot> claudeMenuSnapshot(std::optional<ProviderSnapshot> published,
+                                                   bool turnedOff, Date now) {
+  return claudeReadsThisCycle(turnedOff) ? std::move(published)
+                                         : std::optional(turnedOffClaudeSnapshot(now));
+}
+
+std::optional<ProviderSnapshot> coldStartClaudeSnapshot(const std::optional<CachedSnapshot>& cached,
+                                                        bool turnedOff, Date now) {
+  return claudeMenuSnapshot(cached ? std::optional(cached->restored(now)) : std::nullopt, turnedOff,
+                            now);
+}
+
 UsageStore::UsageStore(Services services)
     : loop_(services.loop),
       eventStreams_(services.eventStreams),
@@ -45,12 +57,13 @@ UsageStore::UsageStore(Services services)
   const Date now = loop_.date();
   for (const ProviderID provider : allProviders) {
     // What nothing reads any more must not stand for ever.
-    if (const auto cached = hasReader(provider) ? cache_.load(provider) : std::nullopt) {
+    const auto cached = hasReader(provider) ? cache_.load(provider) : std::nullopt;
+    if (provider == ProviderID::claude) {
+      reading(provider).published =
+          coldStartClaudeSnapshot(cached, preferences_.claudeTurnedOff(), now);
+    } else if (cached) {
       reading(provider).published = cached->restored(now);
     }
-  }
-  if (!claudeReadsThisCycle(preferences_.claudeTurnedOff())) {
-    reading(ProviderID::claude).published = turnedOffClaudeSnapshot(now);
   }
   purgeNetworkCache();
 }
@@ -296,10 +309,8 @@ void UsageStore::clearStoredUsage(const std::set<ProviderID>& providers) {
   forgetLastGood(providers);
   if (providers.contains(ProviderID::claude)) {
     claudeCadence_.observe({});
-    if (!claudeReadsThisCycle(preferences_.claudeTurnedOff())) {
-      set(reading(ProviderID::claude).published,
-          std::optional(turnedOffClaudeSnapshot(loop_.date())));
-    }
+    set(reading(ProviderID::claude).published,
+        claudeMenuSnapshot({}, preferences_.claudeTurnedOff(), loop_.date()));
   }
   purgeNetworkCache();
 }

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ClaudePacing.h"
-#include "ClaudeProvider.h"
+#include "ClaudeReader.h"
 #include "DiskCache.h"
 #include "EventLoop.h"
 #include "FileWatching.h"
@@ -27,6 +27,13 @@ namespace marigold {
 
 /// Work started under an earlier start of the engine, or after its end, publishes nothing.
 [[nodiscard]] bool engineWorkStillValid(int queued, int current, bool running) noexcept;
+
+/// What the menu shows for Claude: `published`, but that it is off while it is not read.
+[[nodiscard]] std::optional<ProviderSnapshot> claudeMenuSnapshot(
+    std::optional<ProviderSnapshot> published, bool turnedOff, Date now);
+/// What it shows before the first read: the reading `cached` on disk, as a stale one.
+[[nodiscard]] std::optional<ProviderSnapshot> coldStartClaudeSnapshot(
+    const std::optional<CachedSnapshot>& cached, bool turnedOff, Date now);
 
 /// The one owner of every provider's current reading, of the preferences, the file watchers and the
 /// refresh loop. Confined to the main loop's thread.

@@ -315,7 +315,9 @@ TEST_F(DesktopEndToEnd, ATrayHostReadsTheMarkAndFollowsIt) {
 TEST_F(DesktopEndToEnd, HostsComeAndGo) {
   startProgram();
   ASSERT_TRUE(within(patience, [this] { return stripIsShown(); })) << "no tray: the strip";
-  EXPECT_GT(screen->count(green, screen->width() - 300, 0, 300, 100), 5) << "at the top right";
+  EXPECT_TRUE(within(soon, [this] {
+    return screen->count(green, screen->width() - 300, 0, 300, 100) > 5;
+  })) << "at the top right";
 
   startHost();
   ASSERT_TRUE(itemCame()) << "a host that comes late";

@@ -27,7 +27,13 @@ class UsageStoreTest : public testing::Test, protected StoreFixture {
 TEST_F(UsageStoreTest, RestoresReadingsAsStaleAndShowsThemBeforeTheFirstRead) {
   const DiskCache cache(surroundings);
   cache.save(reading(ProviderID::codex, 42, loop.date() - Seconds{7200}).cached());
+  cache.save(reading(ProviderID::claude, 43, loop.date()).cached());
+  defaults.set("claudeTurnedOff", true);
   makeStore();
+  EXPECT_EQ(shown(ProviderID::claude), turnedOffClaudeSnapshot(loop.date()));
+  defaults.set("claudeTurnedOff", false);
+  makeStore();
+  EXPECT_EQ(shown(ProviderID::claude)->health, Health::stale("just now"));
   ASSERT_TRUE(store->isPresent(ProviderID::codex));
   EXPECT_EQ(shown(ProviderID::codex)->health, Health::stale("2h ago"));
   EXPECT_FALSE(store->isPresent(ProviderID::grok));
@@ -81,32 +87,6 @@ TEST_F(UsageStoreTest, ChoosesClaudesIntervalByCadence) {
   random.value = 0.5;
   EXPECT_EQ(store->claudeMinInterval(UsageStore::ClaudeCadence::background, now + Seconds{70}), 450)
       << "usage is rising";
-}
-
-TEST(ClaudeCadence, SpeedsUpOnlyOnFreshEvidenceOfARise) {
-  const Date start = dateFromEpoch(1e9);
-  const auto sample = [&](double percent, double at) {
-    return ClaudeCadenceSample{.percent = percent, .capturedAt = start + Seconds{at}};
-  };
-  struct Row {
-    double first, second, secondAt, now, interval;
-  };
-  for (const Row& row :
-       {Row{10, 12, 60, 60, 450}, Row{10, 12, 60, 1860, 450}, Row{10, 12, 60, 1861, 900},
-        Row{12, 10, 60, 60, 900}, Row{10, 10, 60, 60, 900}, Row{10, 12, 60, 59, 900},
-        Row{10, 12, 0, 60, 900}}) {
-    ClaudeCadenceTracker tracker;
-    tracker.observe(sample(row.first, 0));
-    tracker.observe(sample(row.second, row.secondAt));
-    EXPECT_EQ(tracker.interval(start + Seconds{row.now}), row.interval)
-        << row.first << " then " << row.second << " at " << row.secondAt << ", now " << row.now;
-    tracker.observe({});
-    EXPECT_EQ(tracker, ClaudeCadenceTracker());
-  }
-  ProviderSnapshot mixed = reading(ProviderID::claude, 7, start);
-  mixed.windows.insert(mixed.windows.begin(), {.label = "Weekly", .percent = 90});
-  EXPECT_EQ(claudeCadenceSample(mixed)->percent, 7);
-  EXPECT_FALSE(claudeCadenceSample(mixed.withHealth(Health::stale("fetch failed"))));
 }
 
 TEST_F(UsageStoreTest, AReadingWithoutWindowsReplacesAUsableOne) {

@@ -22,6 +22,7 @@
 #include "CodexProvider.h"
 #include "CommandLine.h"
 #include "DisplayProbe.h"
+#include "CoreDumps.h"
 #include "GrokProvider.h"
 #include "IcuLocalTimeText.h"
 #include "InotifyStream.h"
@@ -218,6 +219,7 @@ int main(int argc, char** argv) {
   // A reader of our output that goes away, and a full disk quota, are errors of a write, not ends.
   (void)std::signal(SIGPIPE, SIG_IGN);
   (void)std::signal(SIGXFSZ, SIG_IGN);
+  marigold::forbidCoreDumps();
 
   const std::span<char*> words(argv, static_cast<std::size_t>(argc));
   const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+
+#include "Pinned.h"
+#include "ProviderSnapshot.h"
+
+namespace marigold {
+
+/// What the usage store asks of the reader of Claude's usage. Lives on the main loop; answers come
+/// later on the same loop, exactly once each, and never fail: a failure is a snapshot's health.
+class ClaudeReader : public Pinned {
+ public:
+  using Answer = std::function<void(ProviderSnapshot)>;
+
+  /// A reading, from memory while less than `minInterval` seconds have passed since the last
+  /// request.
+  virtual void poll(double minInterval, Date now, Answer answer) = 0;
+  /// Clears the latch and the back-off that only the user may clear, and reads at once.
+  virtual void retryNow(Answer answer) = 0;
+  /// A failed read stands that only `retryNow` clears.
+  [[nodiscard]] virtual bool isReadLatched() const = 0;
+  virtual void resetBackoff() = 0;
+  /// Forgets the remembered reading and removes its cache file.
+  virtual void forgetCache() = 0;
+};
+
+}  // namespace marigold
