@@ -44,17 +44,15 @@ class DesktopTest : public testing::Test {
       qputenv(name.c_str(), QByteArray::fromStdString(value));
     }
     qunsetenv("WAYLAND_DISPLAY");
-    windowManager_.emplace(
-        std::vector<std::string>{MARIGOLD_OPENBOX, "--sm-disable", "--startup", "echo ready"},
-        environment_);
+    windowManager_.emplace(ending({MARIGOLD_OPENBOX, "--sm-disable", "--startup", "echo ready"}),
+                           environment_);
     EXPECT_TRUE(windowManager_->outputLine([](const auto& line) { return line == "ready"; }, 20));
     application_.emplace("xcb");
   }
   void TearDown() override {
-    windowManager_.reset();
+    end(windowManager_);
     application_.reset();
-    xserver_->tell(SIGTERM);  // it has files to remove
-    xserver_->finish(20);
+    end(xserver_);
   }
 
   /// Does something with the mouse or the keyboard; words as for xdotool.
@@ -68,9 +66,14 @@ class DesktopTest : public testing::Test {
     act(then);
   }
   void startTray(std::optional<ChildProcess>& tray) const {
-    tray.emplace(std::vector<std::string>{MARIGOLD_TRAYER, "--edge", "bottom", "--align", "right",
-                                          "--widthtype", "request", "--height", "24"},
+    tray.emplace(ending({MARIGOLD_TRAYER, "--edge", "bottom", "--align", "right", "--widthtype",
+                         "request", "--height", "24"}),
                  environment_);
+  }
+  static void end(std::optional<ChildProcess>& process) {
+    process->tell(SIGTERM);
+    process->finish(20);
+    process.reset();
   }
   static QColor pixel(const QPoint& at) {
     return QGuiApplication::primaryScreen()
@@ -106,6 +109,12 @@ class DesktopTest : public testing::Test {
   }
 
  private:
+  /// A command that also ends when this test dies without ending it; the server follows it.
+  static std::vector<std::string> ending(std::vector<std::string> command) {
+    command.insert(command.begin(), {MARIGOLD_TIMEOUT, "--foreground", "120"});
+    return command;
+  }
+
   test::TemporaryDirectory home_;
   std::map<std::string, std::string> environment_{
       {"HOME", home_.path()},
@@ -235,7 +244,7 @@ TEST_F(DesktopTest, TheTrayIconComesAndGoesWithTheTray) {
     EXPECT_TRUE(eventually([&] { return clicks.size() == 4; }));
     EXPECT_EQ(clicks, (std::vector<std::string>{"left " + at, "left " + at, "right " + at,
                                                 "control left " + at}));
-    host.reset();
+    end(host);
     EXPECT_TRUE(eventually([&] { return !tray.owned(); }));
     EXPECT_TRUE(eventually([&] { return changes == 2 * round; }));
   }
