@@ -250,8 +250,9 @@ void AppDelegate::refreshStatusItem() {
   MenuRepaintTimes times;
   for (const MenuBarItem& item : items) {
     memos.merge(menuSlotMemos(item.provider, item.gauge));
-    addMenuRepaintTimes(times, s_.store.snapshot(item.provider)->windows, item.gauge, item.segment,
-                        now);
+    if (const auto& snapshot = s_.store.snapshot(item.provider)) {
+      addMenuRepaintTimes(times, snapshot->windows, item.gauge, item.segment, now);
+    }
   }
   if (s_.popover.isShown()) {
     addCardTimes(times);
@@ -287,9 +288,9 @@ StatusItemContent AppDelegate::content(const std::vector<MenuBarItem>& items, Da
   for (const MenuBarItem& item : items) {
     const MenuSegmentLines lines = menuSegmentLines(item.gauge, item.segment, now, s_.localTime);
     for (std::size_t i = 0; i < lines.tooltip.size(); ++i) {
+      const MenuSlot& slot = i > 0 && item.gauge.inner ? *item.gauge.inner : item.gauge.outer;
       append(content.tooltip, "\n", lines.tooltip[i]);
-      append(content.tooltipWithoutAges, "\n",
-             withoutAge(lines.tooltip[i], i == 0 ? item.gauge.outer : *item.gauge.inner));
+      append(content.tooltipWithoutAges, "\n", withoutAge(lines.tooltip[i], slot));
       append(content.accessibilityValue, "; ", lines.spoken[i]);
     }
     if (isDrawn(item.gauge)) {

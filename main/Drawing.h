@@ -120,7 +120,7 @@ struct Layer {
   double opacity = 1;
   std::vector<DrawOp> ops;
 
-  bool operator==(const Layer&) const;
+  bool operator==(const Layer&) const = default;
 };
 
 struct DrawOp {
@@ -128,8 +128,6 @@ struct DrawOp {
 
   bool operator==(const DrawOp&) const = default;
 };
-
-inline bool Layer::operator==(const Layer& other) const = default;
 
 /// A picture: its operations from back to front.
 struct Drawing {

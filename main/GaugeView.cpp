@@ -119,7 +119,7 @@ std::vector<Point> PetalWave::points(Point center, double radius) const {
   return outline;
 }
 
-void MenuBarDevMarker::draw(Drawing& drawing, Point origin) const {
+void MenuBarDevMarker::draw(Drawing& drawing, Point origin) {
   constexpr double side = 3;  // fits the corner that a ring leaves free
   const auto accent = rgb(ProviderAccent::orange, true).value_or(AccentRGB{});
   drawing.add(FillRoundedRect{.origin = origin,
@@ -140,7 +140,7 @@ void MenuBarIdleGlyph::draw(Drawing& drawing, Point origin) const {
                               .cornerRadius = heart / 2,
                               .color = color});
   if (devMarker) {
-    MenuBarDevMarker{}.draw(drawing, origin);
+    MenuBarDevMarker::draw(drawing, origin);
   }
 }
 

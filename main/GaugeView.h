@@ -78,7 +78,7 @@ struct PetalWave {
 
 /// The dot that tells a development build from an installed one.
 struct MenuBarDevMarker {
-  void draw(Drawing& drawing, Point origin) const;
+  static void draw(Drawing& drawing, Point origin);
 };
 
 /// What stands in for the mark while there is nothing to show, in the square of a glyph.

@@ -123,7 +123,7 @@ Drawing ringSquare(const MenuBarMark& mark, std::span<const GaugeBar> bars) {
 
 Drawing pillSquare(const MenuBarMark& mark, std::span<const GaugeBar> bars) {
   constexpr double tall = 18;
-  const double width = bars.size() == 1 ? 9 : (bars.size() == 2 ? 8 : 6);
+  const double width = bars.size() <= 2 ? 10.0 - static_cast<double>(bars.size()) : 6;
   constexpr double gap = 2;
   const auto count = static_cast<double>(bars.size());
   double x = (squareSide - count * width - (count - 1) * gap) / 2;
@@ -167,7 +167,7 @@ Drawing menuBarRender::markImage(const MenuBarMark& mark, const TextMeasurer& me
   }
   drawing.size.width = end + metrics::sidePad;
   if (mark.devMarker) {
-    MenuBarDevMarker{}.draw(drawing, {.x = 0, .y = 0});
+    MenuBarDevMarker::draw(drawing, {.x = 0, .y = 0});
   }
   return drawing;
 }
@@ -196,7 +196,7 @@ Drawing menuBarRender::squareImage(const MenuBarMark& mark) {
     square = ringSquare(mark, bars);
   }
   if (mark.devMarker) {
-    MenuBarDevMarker{}.draw(square, {});
+    MenuBarDevMarker::draw(square, {});
   }
   return square;
 }

@@ -115,12 +115,12 @@ void addPanel(Drawing& sheet, const std::vector<Row>& rows, const TextMeasurer& 
                             .color = {.red = shade, .green = shade, .blue = shade}});
   double y = top;
   for (const Row& row : rows) {
-    MenuBarMark mark{.segments = segments(row),
-                     .style = row.style,
-                     .darkMenuBar = dark,
-                     .textColor = menuBarLabelColor(dark, row.highContrast),
-                     .highContrast = row.highContrast,
-                     .devMarker = row.devMarker};
+    const MenuBarMark mark{.segments = segments(row),
+                           .style = row.style,
+                           .darkMenuBar = dark,
+                           .textColor = menuBarLabelColor(dark, row.highContrast),
+                           .highContrast = row.highContrast,
+                           .devMarker = row.devMarker};
     const double base =
         y + (menuBarMetrics::height + measurer.measure("x", captionFont).capHeight) / 2;
     Color faint = mark.textColor;

@@ -47,7 +47,7 @@ struct Ports {
   } bar{*this};
   struct Window final : Popover {
     explicit Window(Ports& owner) : ports(owner) {}
-    void setCards(std::vector<ProviderCard> next) override { cards = std::move(next); }
+    void setCards(const std::vector<ProviderCard>& next) override { cards = next; }
     void open(std::optional<Point> /*at*/) override {
       ports.journal.emplace_back("popover");
       isOpen = true;
@@ -111,7 +111,7 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
                                                                    .processId = 42});
   }
   void show(const UsageWindow& window) {
-    const ProviderSnapshot read{
+    ProviderSnapshot read{
         .provider = ProviderID::codex, .windows = {window}, .capturedAt = loop.date()};
     codex->answer = [read](Date) { return read; };
   }

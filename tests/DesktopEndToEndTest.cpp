@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -65,6 +66,17 @@ std::unique_ptr<Reply, decltype(&std::free)> owned(Reply* reply) {
   return {reply, &std::free};
 }
 
+// How many pixels of a picture have exactly this value.
+int countPixels(const QImage& picture, std::uint32_t color) {
+  int found = 0;
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) {
+      found += picture.pixel(x, y) == color ? 1 : 0;
+    }
+  }
+  return found;
+}
+
 // What an X server shows.
 class Screen {
  public:
@@ -72,7 +84,7 @@ class Screen {
       : connection_(xcb_connect(display.c_str(), nullptr), &xcb_disconnect),
         screen_(xcb_setup_roots_iterator(xcb_get_setup(connection_.get())).data) {}
 
-  // How many pixels of a rectangle have this colour; the top byte is not looked at.
+  // How many pixels of a rectangle have this colour.
   [[nodiscard]] int count(std::uint32_t color, int x, int y, int width, int height) const {
     const auto image = owned(xcb_get_image_reply(
         connection_.get(),
@@ -83,13 +95,8 @@ class Screen {
     if (!image) {
       return 0;
     }
-    const std::uint8_t* bytes = xcb_get_image_data(image.get());
-    int found = 0;
-    for (int i = 0; i + 3 < xcb_get_image_data_length(image.get()); i += 4) {
-      const std::uint32_t pixel = bytes[i] | bytes[i + 1] << 8U | bytes[i + 2] << 16U;
-      found += pixel == (color & 0xFFFFFFU) ? 1 : 0;
-    }
-    return found;
+    const QImage shown(xcb_get_image_data(image.get()), width, height, QImage::Format_RGB32);
+    return countPixels(shown, color | 0xFF000000U);
   }
   [[nodiscard]] int count(std::uint32_t color) const {
     return count(color, 0, 0, screen_->width_in_pixels, screen_->height_in_pixels);
@@ -102,7 +109,7 @@ class Screen {
     const auto tree = owned(xcb_query_tree_reply(
         connection_.get(), xcb_query_tree(connection_.get(), screen_->root), nullptr));
     for (int i = 0; tree && i < xcb_query_tree_children_length(tree.get()); ++i) {
-      const xcb_window_t window = xcb_query_tree_children(tree.get())[i];
+      const xcb_window_t window = *std::next(xcb_query_tree_children(tree.get()), i);
       const auto attributes = owned(xcb_get_window_attributes_reply(
           connection_.get(), xcb_get_window_attributes(connection_.get(), window), nullptr));
       const auto geometry = owned(xcb_get_geometry_reply(
@@ -222,23 +229,15 @@ class DesktopEndToEnd : public testing::Test {
   bool labelBecomes(const char* text, double seconds) {
     return within(seconds, [&] { return host->itemProperties()["XAyatanaLabel"] == text; });
   }
-  // Whether the strip, or another window of about that height, is shown.
-  [[nodiscard]] bool stripIsShown() const {
-    for (const auto& [width, height] : screen->windows()) {
-      if (width > 20 && width < 300 && height > 15 && height < 50) {
-        return true;
-      }
-    }
-    return false;
+  [[nodiscard]] bool isShown(int leastWidth, int mostWidth, int leastHeight, int mostHeight) const {
+    return std::ranges::any_of(screen->windows(), [&](const auto& size) {
+      return size.first > leastWidth && size.first < mostWidth && size.second > leastHeight &&
+             size.second < mostHeight;
+    });
   }
-  [[nodiscard]] bool popoverIsShown() const {
-    for (const auto& [width, height] : screen->windows()) {
-      if (width > 100 && height > 60 && width < 700 && height < 590) {
-        return true;
-      }
-    }
-    return false;
-  }
+  // Whether the strip is shown, and the popover or a menu: by their sizes.
+  [[nodiscard]] bool stripIsShown() const { return isShown(20, 300, 15, 50); }
+  [[nodiscard]] bool popoverIsShown() const { return isShown(100, 700, 60, 590); }
   void act(std::vector<std::string> words) const {
     words.insert(words.begin(), MARIGOLD_XDOTOOL);
     EXPECT_EQ(start(words).finish(patience).second, 0);
@@ -370,7 +369,7 @@ std::string spokenTree(const QDBusConnection& bus, const QString& service, const
 
 TEST_F(DesktopEndToEnd, TheStripSpeaks) {
   environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1";
-  ChildProcess launcher = start({MARIGOLD_AT_SPI_BUS_LAUNCHER, "--launch-immediately"});
+  const ChildProcess launcher = start({MARIGOLD_AT_SPI_BUS_LAUNCHER, "--launch-immediately"});
   QDBusConnection session =
       QDBusConnection::connectToBus(environment["DBUS_SESSION_BUS_ADDRESS"].c_str(), "session");
   const auto address = [&] {
@@ -504,8 +503,8 @@ TEST_F(DesktopEndToEnd, AnXfcePanelShowsTheSquares) {
  <property name="plugins" type="empty">
   <property name="plugin-1" type="string" value="systray"/></property>
 </channel>)");
-  ChildProcess settings = start({MARIGOLD_XFCONFD});
-  ChildProcess panel = start({MARIGOLD_XFCE4_PANEL, "--disable-wm-check"});
+  const ChildProcess settings = start({MARIGOLD_XFCONFD});
+  const ChildProcess panel = start({MARIGOLD_XFCE4_PANEL, "--disable-wm-check"});
   startProgram();
   const auto iconIsShown = [this] { return screen->count(green, 0, 0, 60, 30) > 10; };
   EXPECT_TRUE(within(patience, iconIsShown));
@@ -544,7 +543,7 @@ TEST_F(DesktopEndToEnd, WaybarShowsTheWideMark) {
   environment["LIBSEAT_BACKEND"] = "noop";
   std::vector<std::string> command = asOrdinaryUser;
   command.insert(command.end(), {MARIGOLD_SWAY, "-c", place + "/config"});
-  ChildProcess sway = start(command);
+  const ChildProcess sway = start(command);
   environment.erase("DISPLAY");
   environment["WAYLAND_DISPLAY"] = place + "/wayland-1";
   environment["HOME"] = home.path();

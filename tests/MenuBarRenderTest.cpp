@@ -34,9 +34,9 @@ std::vector<Shape> all(const std::vector<DrawOp>& ops) {
 
 TEST(PaletteTest, AnAccentColoursUntilTheRedZone) {
   struct Row {
-    ProviderAccent accent;
-    double percent;
-    bool dark;
+    ProviderAccent accent = ProviderAccent::automatic;
+    double percent = 0;
+    bool dark = false;
     Color expected;
   };
   const Color tealDark{.red = 0.20, .green = 0.66, .blue = 0.72};
@@ -67,8 +67,8 @@ TEST(GaugeViewTest, RingsFillByTheirPercentAndMode) {
   struct Row {
     GaugeBar bar;
     std::optional<double> sweep;  // of the filled arc
-    bool dashed;
-    double opacity;
+    bool dashed = false;
+    double opacity = 1;
   };
   for (const Row& row : {Row{{.percent = 0, .mode = Mode::normal}, 0.03, false, 1},
                          Row{{.percent = 2, .mode = Mode::normal}, 0.03, false, 1},
@@ -120,7 +120,7 @@ TEST(MenuBarRenderTest, SetsGaugesAndTextsFromLeftToRight) {
     double width;
     std::size_t arcs;
   };
-  const Row rows[] = {
+  const std::vector<Row> rows{
       {{both}, MenuBarStyle::rings, "5h@19 42%@32 2h@53 wk@69.5 7%@82.5 ", 95, 4},
       {{both}, MenuBarStyle::pills, "5h@9 42%@22 2h@43 wk@59.5 7%@72.5 ", 85, 0},
       {{gaugeOnly, textOnly, gaugeOnly}, MenuBarStyle::rings, "-@22 ", 50, 4},

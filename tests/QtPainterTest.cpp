@@ -20,11 +20,8 @@ constexpr std::array scales{1.0, 1.25, 1.5, 2.0};
 
 class QtPainterTest : public testing::Test {
  protected:
-  static QRgb pixel(const QImage& image, double x, double y, double scale) {
-    return image.pixel(static_cast<int>(x * scale), static_cast<int>(y * scale));
-  }
   static int alpha(const QImage& image, double x, double y, double scale = 1) {
-    return qAlpha(pixel(image, x, y, scale));
+    return qAlpha(image.pixel(static_cast<int>(x * scale), static_cast<int>(y * scale)));
   }
   /// The area that is covered, in points.
   static double ink(const QImage& image, double scale = 1) {
@@ -67,25 +64,21 @@ class QtPainterTest : public testing::Test {
 TEST_F(QtPainterTest, ArcsRunClockwiseFromTheTop) {
   for (const double scale : scales) {
     StrokeArc arc{.center = {.x = 8, .y = 8}, .radius = 6, .width = 2, .sweep = 0.25, .color = red};
-    const QImage quarter = rasterize(one({.width = 16, .height = 16}, arc), scale);
+    const auto drawn = [&] { return rasterize(one({.width = 16, .height = 16}, arc), scale); };
+    const QImage quarter = drawn();
     EXPECT_GT(alpha(quarter, 12.3, 3.7, scale), 200) << scale;
     for (const auto& [x, y] : {std::pair{3.7, 3.7}, {3.7, 12.3}, {12.3, 12.3}, {7.0, 2.0}}) {
       EXPECT_EQ(alpha(quarter, x, y, scale), 0) << x << " " << y << " at " << scale;
     }
+    arc.roundCaps = true;  // which reach over both ends
+    EXPECT_GT(alpha(drawn(), 7.9, 2.0, scale), 150) << scale;
+    EXPECT_NEAR(ink(drawn(), scale), ink(quarter, scale) + M_PI, 0.5) << scale;
+    arc.roundCaps = false;
     arc.sweep = 1;
-    const double whole = ink(rasterize(one({.width = 16, .height = 16}, arc), scale), scale);
-    EXPECT_NEAR(whole, 2 * M_PI * 6 * 2, 4) << scale;  // the toolkit's circles have corners
-    EXPECT_NEAR(ink(quarter, scale), whole / 4, 0.5) << scale;
-    // Dashes and gaps are lengths along the line; round caps reach over both ends.
-    arc.dashes = {.dash = M_PI * 12 / 16, .gap = M_PI * 12 / 16};
-    EXPECT_NEAR(ink(rasterize(one({.width = 16, .height = 16}, arc), scale), scale), M_PI * 12, 2)
-        << scale;
-    arc.dashes = {};
-    arc.sweep = 0.25;
-    arc.roundCaps = true;
-    const QImage capped = rasterize(one({.width = 16, .height = 16}, arc), scale);
-    EXPECT_GT(alpha(capped, 7.9, 2.0, scale), 150) << scale;
-    EXPECT_NEAR(ink(capped, scale), whole / 4 + M_PI, 0.5) << scale;
+    EXPECT_NEAR(ink(drawn(), scale), M_PI * 24, 4) << scale;  // the toolkit's circles have corners
+    EXPECT_NEAR(ink(drawn(), scale), 4 * ink(quarter, scale), 2) << scale;
+    arc.dashes = {.dash = M_PI * 12 / 16, .gap = M_PI * 12 / 16};  // lengths along the line
+    EXPECT_NEAR(ink(drawn(), scale), M_PI * 12, 2) << scale;
   }
 }
 
@@ -98,13 +91,12 @@ TEST_F(QtPainterTest, LevelsRiseFromTheBottomWithinTheRoundedShape) {
       return rasterize(one({.width = 8, .height = 16}, pill), scale);
     };
     const double whole = 6 * 12 - (4 - M_PI) * 9;
-    for (const auto& [level, area] :
-         std::vector<std::pair<double, double>>{{0, 0},
-                                                {-1, 0},
-                                                {0.5, whole / 2},
-                                                {0.55, whole / 2 + 0.05 * 72},
-                                                {1, whole},
-                                                {2, whole}}) {
+    for (const auto& [level, area] : {std::pair(0.0, 0.0),
+                                      {-1, 0},
+                                      {0.5, whole / 2},
+                                      {0.55, whole / 2 + 0.05 * 72},
+                                      {1, whole},
+                                      {2, whole}}) {
       EXPECT_NEAR(ink(filled(level), scale), area, 0.7) << level << " at " << scale;
     }
     const QImage low = filled(0.25);  // the round end alone

@@ -21,7 +21,7 @@ TEST(ResetDrainTest, DrainsWhatResetWithinAMinuteAndWasNotReadAgain) {
     bool drains;
   };
   const MenuSlotMemo reset{.mode = Mode::normal, .percent = 80, .resetsAt = in(-1)};
-  const Row rows[] = {
+  const std::vector<Row> rows{
       {"just reset", reset, unread, true},
       {"at this moment", {.mode = Mode::normal, .percent = 80, .resetsAt = now}, unread, true},
       {"59 s ago", {.mode = Mode::normal, .percent = 80, .resetsAt = in(-59)}, unread, true},

@@ -7,10 +7,8 @@
 #include <QtGui/QAccessible>
 #include <QtGui/QPixmap>
 #include <QtWidgets/QLabel>
-#include <QtWidgets/QMenu>
 #include <gtest/gtest.h>
 
-#include "NativeMenu.h"
 #include "PopoverWindow.h"
 #include "ScreenPlaces.h"
 #include "Strip.h"
@@ -152,27 +150,6 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   popover.close();
   popover.close();
   EXPECT_EQ(closed, 1);
-}
-
-TEST_F(WidgetsTest, MenusShowEveryKindOfItem) {
-  std::vector<MenuItem> items;
-  for (const char* const title : {"A & B", "c", "d"}) {
-    items.push_back({.kind = MenuItem::Kind::radio, .title = title, .checked = true, .indent = 1});
-  }
-  items.push_back(MenuItem::separator());
-  items.push_back({.kind = MenuItem::Kind::submenu,
-                   .title = "More",
-                   .items = {{.kind = MenuItem::Kind::checkbox, .title = "e", .enabled = false}}});
-  openNativeMenu(items, QPoint(10, 10));
-  const auto* const menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-  ASSERT_NE(menu, nullptr);
-  const auto actions = menu->actions();
-  ASSERT_EQ(actions.size(), 5);
-  EXPECT_EQ(actions[0]->text(), "    A && B");
-  EXPECT_TRUE(actions[0]->isChecked() && actions[1]->isChecked() && actions[2]->isChecked());
-  EXPECT_TRUE(actions[3]->isSeparator());
-  const QAction* const last = actions[4]->menu()->actions().value(0);
-  EXPECT_TRUE(last->isCheckable() && !last->isChecked() && !last->isEnabled());
 }
 
 }  // namespace

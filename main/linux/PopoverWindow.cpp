@@ -338,7 +338,7 @@ PopoverWindow::PopoverWindow() : window_(std::make_unique<Window>(*this)) {}
 
 PopoverWindow::~PopoverWindow() = default;
 
-void PopoverWindow::setCards(std::vector<ProviderCard> cards) {
+void PopoverWindow::setCards(const std::vector<ProviderCard>& cards) {
   window_->setCards(cards);
 }
 

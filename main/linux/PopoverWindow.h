@@ -23,7 +23,7 @@ class PopoverWindow final : public Popover {
   PopoverWindow& operator=(PopoverWindow&&) = delete;
   ~PopoverWindow() override;
 
-  void setCards(std::vector<ProviderCard> cards) override;
+  void setCards(const std::vector<ProviderCard>& cards) override;
   void open(std::optional<Point> at) override;
   void close() override;
   [[nodiscard]] bool isShown() const override;

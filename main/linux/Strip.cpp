@@ -198,8 +198,9 @@ void Strip::mouseMoveEvent(QMouseEvent* event) {
   if (!pressed_) {
     return;
   }
-  const QPoint moved = event->position().toPoint() - *pressed_;
-  dragged_ = dragged_ || moved.manhattanLength() >= QApplication::startDragDistance();
+  // By the place on the screen: the one on the strip is of where it was before it last moved.
+  const QPoint place = event->globalPosition().toPoint() - *pressed_;
+  dragged_ = dragged_ || (place - pos()).manhattanLength() >= QApplication::startDragDistance();
   if (!dragged_) {
     return;
   }
@@ -207,7 +208,7 @@ void Strip::mouseMoveEvent(QMouseEvent* event) {
     pressed_.reset();
     windowHandle()->startSystemMove();  // nothing else moves a window there
   } else {
-    move(pos() + moved);
+    move(place);
   }
 }
 

@@ -19,7 +19,7 @@ class Popover : public Pinned {
   std::function<void()> onClosed;
 
   /// What is shown, also while it is open.
-  virtual void setCards(std::vector<ProviderCard> /*cards*/) {}
+  virtual void setCards(const std::vector<ProviderCard>& /*cards*/) {}
   /// Opens it and gives it the keyboard, near `at` where that is plausible.
   virtual void open(std::optional<Point> /*at*/) {}
   virtual void close() {}

@@ -32,8 +32,8 @@ struct StatusItemContent {
 struct StatusItemClick {
   enum class Button : std::uint8_t { left, right };
   Button button = Button::left;
-  bool controlHeld = false;   ///< false also where the desktop does not tell modifiers
-  std::optional<Point> at{};  ///< in screen coordinates; absent where the desktop does not tell
+  bool controlHeld = false;  ///< false also where the desktop does not tell modifiers
+  std::optional<Point> at;   ///< in screen coordinates; absent where the desktop does not tell
 };
 
 /// The item in the desktop's status bar. Lives on the main loop's thread.

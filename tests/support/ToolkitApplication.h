@@ -35,10 +35,12 @@ bool eventually(Condition holds, int seconds = 20) {
   // Looked at after every event and, for what another program does, now and then.
   QTimer look;
   look.start(10);
-  while (!holds() && limit.isActive()) {
+  bool held = holds();
+  while (!held && limit.isActive()) {
     QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    held = holds();
   }
-  return holds();
+  return held;
 }
 
 }  // namespace marigold::test
