@@ -4,6 +4,7 @@
 
 #include "KeychainReader.h"
 #include "PropertyList.h"
+#include "support/ScriptedKeychain.h"
 
 namespace marigold {
 namespace {
@@ -11,65 +12,16 @@ namespace {
 using Error = KeychainReadError;
 using Kind = Error::Kind;
 using Reader = KeychainReader;
+using test::decryptRule;
+using test::login;
+using test::partitionRule;
+using test::ScriptedKeychain;
+using test::ScriptedRunner;
+using test::tool;
 
-constexpr const char* login =
-    R"({"claudeAiOauth":{"accessToken":"x","refreshToken":"y","expiresAt":1781455589763,)"
-    R"("subscriptionType":"max"}})";
 constexpr const char* partitionPlist =
     R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>Partitions</key>)"
     R"(<array><string>apple-tool:</string><string>teamid:A&amp;B</string><string/></array></dict></plist>)";
-
-using Applications = std::optional<std::vector<std::string>>;
-
-KeychainRule decryptRule(const Applications& applications, std::uint16_t promptSelector = 0) {
-  return {.decrypt = true, .contents = {{applications, {}, promptSelector}}};
-}
-KeychainRule partitionRule(const std::optional<std::string>& description) {
-  return {.partitionID = true, .contents = {{{}, description}}};
-}
-
-const char* const tool = "/usr/bin/security";
-
-// A keychain that holds one login which the security tool may read.
-class ScriptedKeychain final : public Keychain {
- public:
-  template <class Value>
-  using Result = std::expected<Value, KeychainStatus>;
-
-  Result<std::vector<KeychainMatch>> matches{{{.account = "me", .item = std::make_shared<int>()}}};
-  Result<std::string> path = "/dev/null";
-  Result<std::uint32_t> status = 7;
-  std::optional<std::vector<KeychainRule>> rules{{decryptRule({{tool}})}};
-  bool interactionAllowed = true;
-
-  void setUserInteractionAllowed(bool allowed) override { interactionAllowed = allowed; }
-  Result<std::vector<KeychainMatch>> search(std::string_view service) override {
-    EXPECT_EQ(service, "Claude Code-credentials");
-    return quietly(matches);
-  }
-  Result<std::string> pathOfKeychain(const KeychainItem&) override { return quietly(path); }
-  Result<std::uint32_t> statusOfKeychain(const KeychainItem&) override { return quietly(status); }
-  std::optional<std::vector<KeychainRule>> accessRules(const KeychainItem&) override {
-    return quietly(rules);
-  }
-
- private:
-  template <class Value>
-  Value quietly(const Value& value) const {
-    EXPECT_FALSE(interactionAllowed);
-    return value;
-  }
-};
-
-class ScriptedRunner final : public SecretCommandRunning {
- public:
-  std::vector<std::string> seen;
-
-  SecretCommandResult run(const std::vector<std::string>& arguments) override {
-    seen = arguments;
-    return {.stdoutBytes = Secret(login)};
-  }
-};
 
 std::string outcomeOf(const ClaudeLogin& outcome) {
   return outcome ? "read" : outcome.error().description();

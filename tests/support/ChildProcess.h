@@ -74,7 +74,8 @@ class ChildProcess {
   }
   /// Sends `signal`.
   void tell(int signal) const { ::kill(pid_, signal); }
-  /// The rest of standard output and the exit status; -1 when it did not exit by itself.
+  /// The rest of standard output and the exit status: minus the number of the signal that ended it,
+  /// -1000 when it did not end in time.
   std::pair<std::string, int> finish(double seconds) {
     std::string rest;
     line(
@@ -85,10 +86,10 @@ class ChildProcess {
         },
         seconds);
     int status = 0;
-    if (out_.ended && ::waitpid(std::exchange(pid_, -1), &status, 0) > 0 && WIFEXITED(status)) {
-      return {rest, WEXITSTATUS(status)};
+    if (out_.ended && ::waitpid(std::exchange(pid_, -1), &status, 0) > 0) {
+      return {rest, WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status)};
     }
-    return {rest, -1};
+    return {rest, -1000};
   }
 
  private:
