@@ -91,7 +91,11 @@ class LineList {
 
   // The line of these parts. False when there is no memory for it.
   [[nodiscard]] bool add(std::initializer_list<std::string_view> parts) {
-    Secret line = Secret::withRoom(longestRequest + 1);
+    std::size_t size = 1;
+    for (const std::string_view part : parts) {
+      size += part.size();
+    }
+    Secret line = Secret::withRoom(size);
     const std::span<char> room = line.room();
     for (const std::string_view part : parts) {
       std::ranges::copy(part, line.room().begin());
