@@ -111,9 +111,9 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
                                                                    .processId = 42});
   }
   void show(const UsageWindow& window) {
-    ProviderSnapshot read{
+    const ProviderSnapshot read{
         .provider = ProviderID::codex, .windows = {window}, .capturedAt = loop.date()};
-    codex->answer = [read](Date) { return read; };
+    codex->answer = [read](Date) { return ProviderSnapshot(read); };
   }
   void launch() {
     delegate->applicationDidFinishLaunching();

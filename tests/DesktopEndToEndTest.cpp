@@ -207,9 +207,18 @@ class DesktopEndToEnd : public testing::Test {
     environment["DISPLAY"] = ":" + xserver_.name();
     environment["DBUS_SESSION_BUS_ADDRESS"] = bus_.name();
     screen.emplace(environment["DISPLAY"]);
+    choose("codex");
     show(37, 12);
   }
 
+  // Only this provider is in the menu bar.
+  void choose(const std::string& provider) const {
+    std::string choices = R"({"perProviderMigrated": true)";
+    for (const std::string each : {"claude", "codex", "grok"}) {
+      choices += R"(, "menubar.)" + each + R"(": )" + (each == provider ? "true" : "false");
+    }
+    home.write(".config/app.marigold.Marigold/preferences.json", choices + "}");
+  }
   // Codex reports these percentages, now.
   void show(double fiveHour, double weekly, double resetsIn = 4 * 86400.0) const {
     test::append(home.path() + "/codex/sessions/2026/11/22/rollout-a.jsonl",
@@ -436,9 +445,7 @@ class GrokEndToEnd : public DesktopEndToEnd {
  protected:
   GrokEndToEnd() {
     environment["GROK_HOME"] = home.path() + "/grok";
-    home.write(".config/app.marigold.Marigold/preferences.json",
-               R"({"perProviderMigrated": true, "menubar.claude": false, "menubar.codex": false,
-                   "menubar.grok": true})");
+    choose("grok");
   }
   bool tooltipBecomes(const std::string& text, double seconds) {
     const bool is =

@@ -8,8 +8,6 @@ namespace marigold {
 /// keyboard itself when it opens, without a menu of its own.
 class LinuxApplicationControl final : public ApplicationControl {
  public:
-  void installMainMenu() override {}
-  void activate() override {}
   void quit() override;
 };
 

@@ -52,7 +52,8 @@ Surroundings linuxSurroundings() {
       .configuration = xdgDirectory("XDG_CONFIG_HOME", home + "/.config"),
       .bundleIdentifier = std::string(builtInBundleIdentifier()),
   };
-  for (const char* name : {"MARIGOLD_CACHE_DIR", "CODEX_HOME", "GROK_HOME"}) {
+  for (const char* name : {"MARIGOLD_CACHE_DIR", "CLAUDE_CONFIG_DIR", "CODEX_HOME", "GROK_HOME",
+                           "https_proxy", "HTTPS_PROXY", "no_proxy", "NO_PROXY"}) {
     if (std::string value = variable(name); !value.empty()) {
       surroundings.environment.emplace(name, std::move(value));
     }

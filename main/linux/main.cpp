@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "AppDelegate.h"
+#include "ClaudeProvider.h"
 #include "CodexProvider.h"
 #include "CommandLine.h"
 #include "CoreDumps.h"
@@ -31,9 +32,11 @@
 #include "LinuxApplicationControl.h"
 #include "LinuxAttention.h"
 #include "LinuxEventLoop.h"
+#include "LinuxLogin.h"
 #include "LinuxRandomSource.h"
 #include "LinuxStatusItem.h"
 #include "LinuxSurroundings.h"
+#include "LinuxTransport.h"
 #include "MarigoldApp.h"
 #include "PopoverWindow.h"
 #include "QtPainter.h"
@@ -134,6 +137,7 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending, boo
   const IcuLocalTimeText times(timeLocale());
   Worker codexWorker;
   Worker grokWorker;
+  Worker claudeWorker;
 
   auto codex = std::make_unique<Isolated<UsageProvider>>(
       codexWorker, loop,
@@ -143,6 +147,10 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending, boo
       grokWorker, loop,
       std::make_unique<GrokProvider>(GrokPaths(surroundings), DiskCache(surroundings),
                                      loop.date()));
+  LinuxTransport transport(requestProgram(), httpsProxy(surroundings), log);
+  ClaudeProvider claude(loop, claudeWorker, transport,
+                        LinuxLogin(claudeCredentialsFile(surroundings), ::geteuid()),
+                        DiskCache(surroundings));
   UsageStore store({.loop = loop,
                     .defaults = defaults,
                     .eventStreams = eventStreams,
@@ -150,6 +158,7 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending, boo
                     .random = random,
                     .log = log,
                     .surroundings = surroundings,
+                    .claude = &claude,
                     .codex = std::move(codex),
                     .grok = std::move(grok),
                     .codexSessionsDir = CodexPaths(surroundings).sessionsDir(),
@@ -191,8 +200,10 @@ int runApplication(const Surroundings& surroundings, const sigset_t& ending, boo
 
   leaveSoonRegardless();
   delegate.applicationWillTerminate();
+  transport.stop();  // ends the request that Claude's worker may wait for
   codexWorker.stop();
   grokWorker.stop();
+  claudeWorker.stop();
   loop.unwatch(signals.get());
   loop.close();
   return status;

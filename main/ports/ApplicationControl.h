@@ -8,9 +8,9 @@ namespace marigold {
 class ApplicationControl : public Pinned {
  public:
   /// Installs the application's main menu, where the desktop has such a thing.
-  virtual void installMainMenu() = 0;
+  virtual void installMainMenu() {}
   /// Brings the application to the front, so that a window it opens gets the keyboard.
-  virtual void activate() = 0;
+  virtual void activate() {}
   /// Ends the event loop; the application then shuts down in order.
   virtual void quit() = 0;
 };

@@ -39,7 +39,7 @@ struct HTTPAnswer {
 class HTTPTransport : public Pinned {
  public:
   /// Sends `request` and waits for the whole answer; nothing when none came in time. Blocks its
-  /// thread for the request's timeout at most. One request at a time.
+  /// thread for little more than the request's timeout. One request at a time.
   [[nodiscard]] virtual std::optional<HTTPAnswer> send(const HTTPRequest& request) = 0;
   /// Ends the request that is out and refuses every later one: `send` returns nothing at once. From
   /// any thread, does not wait.

@@ -11,6 +11,7 @@
 #include "UsageStore.h"
 #include "support/ManualEventLoop.h"
 #include "support/MemoryDefaults.h"
+#include "support/RecordingLog.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold::test {
@@ -135,13 +136,6 @@ class FixedRandom final : public RandomSource {
  public:
   double value = 0.5;
   double fraction() override { return value; }
-};
-
-class RecordingLog final : public Log {
- public:
-  std::vector<std::string> lines;
-  void note(std::string_view line) override { lines.emplace_back(line); }
-  void error(std::string_view line) override { lines.emplace_back(line); }
 };
 
 /// A store over scripted surroundings, in virtual time. The workers are loops of their own, so that

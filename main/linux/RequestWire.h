@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Secret.h"
+#include "ports/HTTPTransport.h"
+
+// What the program and its marigold-request say to each other: one request over standard input, one
+// answer over standard output. The two may be of different releases while an update is under way,
+// so a request names the form it has.
+
+namespace marigold {
+
+/// The system's proxy for HTTPS.
+struct HTTPSProxy {
+  std::string url;         ///< empty when there is none
+  std::string exceptions;  ///< hosts that are reached without it, separated by commas
+
+  bool operator==(const HTTPSProxy&) const = default;
+};
+
+/// All that a request takes.
+struct RequestOrder {
+  HTTPRequest request;
+  HTTPSProxy proxy;
+};
+
+/// Bytes of a written request; one that takes more is not sent.
+inline constexpr std::size_t longestRequest = 1UL << 16U;
+/// Bytes of an answer's header that are read; one that has more is no answer.
+inline constexpr std::size_t longestHeader = 1UL << 16U;
+
+/// Nothing when a part of it cannot be written, such as a text with a line end in it.
+[[nodiscard]] std::optional<Secret> encodeRequest(const HTTPRequest& request,
+                                                  const HTTPSProxy& proxy);
+/// Nothing unless `text` is one whole request.
+[[nodiscard]] std::optional<RequestOrder> decodeRequest(std::string_view text);
+
+[[nodiscard]] std::string encodeAnswer(const HTTPAnswer& answer);
+/// Nothing unless `text` is one whole answer with a body of at most `longestBody` bytes.
+[[nodiscard]] std::optional<HTTPAnswer> decodeAnswer(std::string_view text,
+                                                     std::size_t longestBody);
+
+}  // namespace marigold
