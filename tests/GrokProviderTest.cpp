@@ -51,6 +51,8 @@ TEST(GrokProvider, TellsWhatItHas) {
   provider.forgetCache();
   EXPECT_EQ(provider.fetch(at(20)).health, Health::notInstalled("Grok not detected"));
   EXPECT_EQ(home.provider().lastGood(), std::nullopt);
+  home.write(untold);
+  EXPECT_EQ(provider.fetch(at(30)).planLabel, std::nullopt);
   home.write(billingLine("null", 10));
   const ProviderSnapshot none = provider.fetch(at(20));
   EXPECT_EQ(none.health, Health::stale("no quota reported"));
