@@ -141,14 +141,27 @@ bool isNewer(const std::optional<ProviderSnapshot>& reading, Date date, Date now
   return reading && date < reading->capturedAt && reading->capturedAt <= now;
 }
 
+// Gives a line without a time of its own the one that it had when it was seen before.
+template <class Line>
+void keepTime(std::optional<Line>& found, const std::optional<Line>& known) {
+  if (found && known && !found->line.ts && found->at == known->at) {
+    found->ts = known->ts;
+  }
+}
+
 // Whether the percentage of `reading` goes on holding although a later line about the same account
 // tells none.
 bool outlasts(const ProviderSnapshot& reading, const GrokBillingLine& later, Date now) {
   const auto end = reading.soonestReset();
   const auto laterEnd = later.periodEnd();
-  return end && laterEnd
-             ? GrokProvider::sameMinute(*end, *laterEnd)
-             : secondsBetween(reading.capturedAt, now) <= GrokProvider::healReachSeconds;
+  const double age = secondsBetween(reading.capturedAt, now);
+  return age >= 0 && (end && laterEnd ? GrokProvider::sameMinute(*end, *laterEnd)
+                                      : age <= GrokProvider::healReachSeconds);
+}
+
+bool isInForce(const GrokLocated<GrokActivityLine>& activity, Date now) {
+  return activity.line.isQuotaExhaustion() &&
+         activity.line.rollsOverAt(activity.ts).value_or(distantFuture) > now;
 }
 
 ProviderSnapshot withoutWindows(Date capturedAt, Health health) {
@@ -259,11 +272,19 @@ std::pair<BillingScan, std::optional<GrokProvider::ScanMemo>> GrokProvider::memo
   }
   std::optional<ScanMemo> renewed;
   if (!scan->cutShort) {
+    auto ending = stamp(in, in.size());
+    // A scan of the same bytes; what has grown was not scanned as a whole.
+    if (memo && memo->fileNumber == in.fileNumber() && memo->size == in.size() &&
+        memo->stamp == ending) {
+      keepTime(scan->usable, memo->scan.usable);
+      keepTime(scan->newest, memo->scan.newest);
+      keepTime(scan->activity, memo->scan.activity);
+    }
     renewed = {.fileNumber = in.fileNumber(),
                .size = in.size(),
                .mtime = in.modified(),
                .scan = *scan,
-               .stamp = stamp(in, in.size()),
+               .stamp = std::move(ending),
                .fullAt = now};
   }
   return {std::move(*scan), std::move(renewed)};
@@ -273,12 +294,14 @@ GrokProvider::GrokProvider(GrokPaths paths, DiskCache cache, Date now)
     : paths_(std::move(paths)), cache_(std::move(cache)) {
   if (const auto cached = cache_.load(id)) {
     lastGood_ = cached->restored(now);
+    planLabel_ = lastGood_->planLabel;
   }
 }
 
 ProviderSnapshot GrokProvider::fetch(Date now) {
   ProviderSnapshot answer = read(now);
-  if (!exhaustion_ || !answer.isUsable() || answer.capturedAt >= exhaustion_->writtenAt) {
+  if (!exhaustion_ || !answer.isUsable() || answer.capturedAt >= exhaustion_->writtenAt ||
+      exhaustion_->writtenAt > now) {
     return answer;
   }
   if (!exhaustion_->overSince) {
@@ -290,7 +313,7 @@ ProviderSnapshot GrokProvider::fetch(Date now) {
     return answer;
   }
   answer.windows.clear();
-  return answer.withHealth(Health::stale("no recent usage"));
+  return lastProcessed_ ? answer.withHealth(Health::stale("no recent usage")) : answer;
 }
 
 ProviderSnapshot GrokProvider::rescan(Date now) {
@@ -307,6 +330,8 @@ void GrokProvider::forgetCache() {
   lastProcessed_.reset();
   scanMemo_.reset();
   exhaustion_.reset();
+  rolling_.reset();
+  planLabel_.reset();
   cache_.remove(id);
 }
 
@@ -329,35 +354,45 @@ ProviderSnapshot GrokProvider::read(Date now) {
 }
 
 ProviderSnapshot GrokProvider::decide(const BillingScan& scan, Date now) {
-  const auto& [usable, newest, activity, lineEnd, size, reachedFloor, cutShort] = scan;
-  std::optional<ProviderSnapshot> known = lastGood_;
-  if (usable && !isNewer(known, usable->ts, now)) {
-    known = usable->line.snapshot(usable->ts, now);
-  }
-  const bool replaced = newest && !newest->line.hasCreditPercent() &&
-                        !isNewer(known, newest->ts, now) &&
+  const auto& usable = scan.usable;
+  const auto& newest = scan.newest;
+  // Then what else was found lies behind it, whatever the times say.
+  const bool fromLog = usable && !isNewer(lastGood_, usable->ts, now);
+  const auto known = fromLog ? usable->line.snapshot(usable->ts, now) : lastGood_;
+  const auto knownIsNewer = [&](Date date) { return !fromLog && isNewer(known, date, now); };
+  const bool replaced = newest && !newest->line.hasCreditPercent() && !knownIsNewer(newest->ts) &&
                         !(known && outlasts(*known, newest->line, now));
   keep(replaced ? std::nullopt : known);
-
-  if (activity && activity->line.isQuotaExhaustion() && !isNewer(known, activity->ts, now) &&
-      activity->line.rollsOverAt(activity->ts).value_or(distantFuture) > now) {
-    exhaustion_ = {.writtenAt = activity->ts, .overSince = {}};
-    auto tier = newest ? newest->line.tier() : std::nullopt;
-    if (!tier && usable) {
-      tier = usable->line.tier();
+  for (const auto* billing : {&usable, &newest}) {
+    if (const auto tier = *billing ? (*billing)->line.tier() : std::nullopt) {
+      planLabel_ = grokPlanLabel(tier);
     }
-    return activity->line.exhaustedSnapshot(tier, activity->ts, now);
+  }
+
+  const auto rolling = std::exchange(rolling_, std::nullopt);
+  const auto& activity = scan.activity || usable ? scan.activity : rolling;
+  if (activity && isInForce(*activity, now) && !knownIsNewer(activity->ts) &&
+      !(replaced && activity->ts < newest->ts)) {
+    exhaustion_ = {.writtenAt = activity->ts, .overSince = {}};
+    if (activity->line.rollingWindowHours()) {
+      rolling_ = activity;
+    }
+    ProviderSnapshot answer = activity->line.exhaustedSnapshot({}, activity->ts, now);
+    answer.planLabel = planLabel_;
+    return answer;
   }
   if (replaced) {
     ProviderSnapshot answer = newest->line.snapshot(newest->ts, now);
+    answer.planLabel = planLabel_;
     answer.extraNote = grokNoPercentNote;
     return answer.withHealth(Health::stale("no quota reported"));
   }
   if (!known) {
     return withoutWindows(now, Health::reconnect("Run Grok once to see usage"));
   }
-  return known->withHealth(newest ? grokHealth(secondsBetween(known->capturedAt, now))
-                                  : Health::stale("no recent usage"));
+  const double age = secondsBetween(known->capturedAt, now);
+  const bool told = newest || (lastProcessed_ && age <= healReachSeconds);
+  return known->withHealth(told ? grokHealth(age) : Health::stale("no recent usage"));
 }
 
 void GrokProvider::keep(std::optional<ProviderSnapshot> reading) {

@@ -42,18 +42,21 @@ struct GrokLocated {
 ///
 /// What is known is the percentage of the newest billing line that has one, or the last reading if
 /// that is newer; a reading from the future was taken under a wrong clock and is newer than
-/// nothing. The first row that holds decides:
+/// nothing. A line that lies behind that billing line is the newer one, whatever their times say.
+/// The first row that holds decides:
 ///
 /// | what holds                            | the answer                     | what is kept       |
 /// |---------------------------------------|--------------------------------|--------------------|
 /// | there is no log                       | "Grok not running"; if none is | what was           |
 /// |                                       | known, "Grok not detected"     |                    |
-/// | its last activity is an exhaustion in | the exhaustion                 | as without it: it  |
+/// | the last activity is an exhaustion in | the exhaustion                 | as without it: it  |
 /// | force, not older than what is known   |                                | must not outlive   |
-/// |                                       |                                | its window         |
+/// | or than what replaces that            |                                | its window         |
 /// | its newest billing line has none and  | "no quota reported", the note, | nothing; the cache |
 /// | replaces what is known, or none is    | no windows                     | entry is removed   |
-/// | it has a billing line                 | the known percentage           | that, cached       |
+/// | it has a billing line, or it can be   | the known percentage, with its | that, cached       |
+/// | read and what is known is at most     | age when that is more than     |                    |
+/// | `healReachSeconds` old                | three hours                    |                    |
 /// | it has none, or cannot be read        | "no recent usage"; if none is  | what was           |
 /// |                                       | known, "Run Grok once to …"    |                    |
 ///
@@ -61,9 +64,14 @@ struct GrokLocated {
 /// same period (`sameMinute` of its ends) or, when one does not tell, the percentage is at most
 /// `healReachSeconds` old.
 ///
+/// An answered exhaustion with a rolling window stays the last activity while the log shows neither
+/// another nor a percentage: it may have been rotated or have grown beyond the budget. One without
+/// a window has no end, so that it holds only while the log shows it.
+///
 /// Whoever asks keeps the newer of two readings with windows, and what was known before an
-/// exhaustion is the older one. So when an exhaustion that was answered is over, "no recent usage"
-/// without windows takes its place for `memoMaxAge`, and only then an older reading.
+/// exhaustion is the older one. So when an exhaustion that was answered is over, "no recent usage",
+/// or "Grok not running", without windows takes its place for `memoMaxAge`, and only then an older
+/// reading.
 class GrokProvider final : public UsageProvider {
  public:
   static constexpr ProviderID id = ProviderID::grok;
@@ -166,6 +174,8 @@ class GrokProvider final : public UsageProvider {
   std::optional<Processed> lastProcessed_;
   std::optional<ScanMemo> scanMemo_;
   std::optional<Exhaustion> exhaustion_;
+  std::optional<GrokLocated<GrokActivityLine>> rolling_;  // the last answer's, if it has a window
+  std::optional<std::string> planLabel_;                  // the last that was told
 };
 
 }  // namespace marigold

@@ -231,14 +231,14 @@ void UsageStore::applyClaude(const Answer& answer, bool sampledRead) {
 
 void UsageStore::applyCodex(ProviderID provider, const Answer& answer) {
   Reading& current = reading(provider);
-  if (!answer.snapshot || answer.ask <= current.floor) {
+  // What is dropped here must not keep out an answer asked for before that could be published.
+  if (!answer.snapshot || answer.ask <= current.floor ||
+      isOlder(*answer.snapshot, current.published, loop_.date())) {
     return;
   }
   current.floor = answer.ask;
   cleared_.erase(provider);
-  if (!isOlder(*answer.snapshot, current.published, loop_.date())) {
-    set(current.published, answer.snapshot);
-  }
+  set(current.published, answer.snapshot);
 }
 
 template <class Question>

@@ -43,18 +43,23 @@ TEST(GrokProvider, TellsWhatItHas) {
   home.write("\n" + billingLine("16", 10) + "{}\n");
   test::setModified(home.log, at(30));
   EXPECT_EQ(told(provider.fetch(at(40))), "Weekly 16 @10, ok") << "of the same size";
-  home.append(test::logLine(std::string(GrokBillingLine::billingMsg), 25) + exhaustionLine(30));
-  EXPECT_EQ(provider.fetch(at(40)).planLabel, "Grok X");
+  const std::string untold = test::logLine(std::string(GrokBillingLine::billingMsg), 25);
+  home.write(untold + exhaustionLine(30));
+  EXPECT_EQ(home.provider().fetch(at(40)).planLabel, "Grok X") << "of the cached reading";
   fs::remove(home.log);
   EXPECT_EQ(told(home.provider().fetch(at(20))), "Weekly 16 @10, Grok not running");
   provider.forgetCache();
   EXPECT_EQ(provider.fetch(at(20)).health, Health::notInstalled("Grok not detected"));
   EXPECT_EQ(home.provider().lastGood(), std::nullopt);
+  home.write(untold);
+  EXPECT_EQ(provider.fetch(at(30)).planLabel, std::nullopt);
   home.write(billingLine("null", 10));
   const ProviderSnapshot none = provider.fetch(at(20));
   EXPECT_EQ(none.health, Health::stale("no quota reported"));
   EXPECT_EQ(none.planLabel, "Grok X");
   EXPECT_EQ(none.extraNote, grokNoPercentNote);
+  home.write(untold);
+  EXPECT_EQ(provider.fetch(at(30)).planLabel, "Grok X");
 }
 
 TEST(GrokProvider, TheNewerOfTwoReadingsWins) {
@@ -65,38 +70,29 @@ TEST(GrokProvider, TheNewerOfTwoReadingsWins) {
   const std::string none20 = billingLine("null", 20);
   const std::string p5 = billingLine("9", 5);
   const std::string e5 = exhaustionLine(5);
-  const std::string e20 = exhaustionLine(20);
   const std::string day20 = exhaustionLine(20, "rolling 24-hour window");
-  const std::string refused = test::logLine("x", 20, R"({"kind":"rate_limited"})");
-  std::string undated = p10;
-  undated[2] = 'x';
   // What was read before, at 12; the log, modified at 70; the time of two reads; their answer.
   const std::vector<std::tuple<std::string, std::string, double, std::string>> cases = {
       {"", p10, 20000, "Weekly 15 @10, 5h ago"},
       {"", p10 + p5, 20, "Weekly 9 @5, ok"},
-      {"", undated, 80, "Weekly 15 @70, ok"},
       {"", p10 + day20, 86419, "24h 100 @20, 23h ago"},
       {"", p10 + day20, 86420, "Weekly 15 @10, 1d ago"},
-      {"", day20, 9e4, "@90000, Run Grok once to see usage, not cached"},
-      {"", p10 + e20, 3e5, "Quota 100 @20, 3d ago"},
-      {"", p10 + e20 + doneLine(25), 30, "Weekly 15 @10, ok"},
-      {"", e5 + p10, 30, "Weekly 15 @10, ok"},
-      {"", p10 + e5, 30, "Weekly 15 @10, ok"},
-      {"", e5 + none20, 30, "Quota 100 @5, ok, not cached"},
-      {"", p10 + refused, 30, "Weekly 15 @10, ok"},
+      {"", p10 + e5, 3e5, "Quota 100 @5, 3d ago"},  // the clock was set back between the two
+      {"", ends + e5 + ends2, 30, "Quota 100 @5, ok"},
+      {"", e5 + none20, 30, "@20, no quota reported, not cached"},
       {"", ends + ends2, 2e4, "Weekly 15 @10, 5h ago"},
-      {"", ends + other, 30, "@20, no quota reported, not cached"},
       {"", ends + none20, 10810, "Weekly 15 @10, ok"},
       {"", ends + none20, 10811, "@20, no quota reported, not cached"},
-      {p10, doneLine(20), 30, "Weekly 15 @10, no recent usage"},
-      {p10, e20, 30, "Quota 100 @20, ok"},
+      {p10, doneLine(20), 10810, "Weekly 15 @10, ok"},
+      {p10, doneLine(20), 10811, "Weekly 15 @10, no recent usage"},
       {p10, p5, 20, "Weekly 15 @10, ok"},
-      {p10, e5, 20, "Weekly 15 @10, no recent usage"},
+      {p10, e5, 20, "Weekly 15 @10, ok"},
       {p10, billingLine("null", 5), 2e4, "Weekly 15 @10, 5h ago"},
       {p10, p5, 7, "Weekly 9 @5, ok"},  // what was read before is from the future
       {p10, e5, 7, "Quota 100 @5, ok"},
+      {p10, billingLine("null", 5), 7, "@5, no quota reported, not cached"},
       {ends, ends2, 30, "Weekly 15 @10, ok"},
-      {ends, other, 30, "@20, no quota reported, not cached"}};
+      {ends, e5 + other, 30, "@20, no quota reported, not cached"}};
   for (const auto& [before, log, now, expected] : cases) {
     const test::GrokHome home;
     if (!before.empty()) {
@@ -119,15 +115,73 @@ TEST(GrokProvider, TakesBackAnExhaustionThatIsOver) {
   const test::GrokHome home;
   home.write(billingLine("15", 10) + exhaustionLine(20, "rolling 1-hour window"));
   GrokProvider provider = home.provider();
-  EXPECT_EQ(told(provider.fetch(at(3619))), "1h 100 @20, ok");
+  EXPECT_EQ(told(provider.fetch(at(30))), "1h 100 @20, ok");
+  fs::remove(home.log);
+  EXPECT_EQ(told(provider.fetch(at(40))), "@10, Grok not running");
+  home.write("\n");
+  EXPECT_EQ(told(provider.fetch(at(3619))), "1h 100 @20, ok") << "the log was rotated";
   EXPECT_EQ(told(provider.fetch(at(3620))), "@10, no recent usage");
   EXPECT_EQ(told(provider.fetch(at(3739))), "@10, no recent usage")
       << "nor may this answer be lost";
   EXPECT_EQ(told(provider.fetch(at(3740))), "Weekly 15 @10, ok");
   home.append(exhaustionLine(3750));
   EXPECT_EQ(told(provider.fetch(at(3760))), "Quota 100 @3750, ok");
-  home.append(billingLine("16", 3770));
-  EXPECT_EQ(told(provider.fetch(at(3780))), "Weekly 16 @3770, ok");
+  home.write("\n");
+  EXPECT_EQ(told(provider.fetch(at(3770))), "@10, no recent usage") << "it has no end";
+  home.write(exhaustionLine(3780, "rolling 1-hour window"));
+  EXPECT_EQ(told(provider.fetch(at(3790))), "1h 100 @3780, ok");
+  home.append(doneLine(3800));
+  EXPECT_EQ(told(provider.fetch(at(3810))), "@10, no recent usage");
+  home.write("\n");
+  EXPECT_EQ(told(provider.fetch(at(3820))), "@10, no recent usage") << "it was over";
+  home.write(exhaustionLine(3830, "rolling 1-hour window"));
+  EXPECT_EQ(told(provider.fetch(at(3840))), "1h 100 @3830, ok");
+  home.append(billingLine("16", 3820));
+  EXPECT_EQ(told(provider.fetch(at(3825))), "Weekly 16 @3820, ok") << "the clock was set back";
+  home.append(exhaustionLine(3830, "rolling 1-hour window"));
+  EXPECT_EQ(told(provider.fetch(at(3840))), "1h 100 @3830, ok");
+  provider.forgetCache();
+  home.write("\n");
+  EXPECT_FALSE(provider.fetch(at(3850)).isUsable());
+  home.write(billingLine("15", 10));
+  EXPECT_EQ(told(provider.fetch(at(3850))), "Weekly 15 @10, ok");
+}
+
+TEST(GrokProvider, ALineWithoutATimeIsNotDatedAnew) {
+  const test::GrokHome home;
+  std::string exhausted = exhaustionLine(0, "rolling 1-hour window");
+  std::string billing = billingLine("15", 0);
+  exhausted[2] = billing[2] = 'x';
+  home.write(billing + exhausted);
+  GrokProvider provider = home.provider();
+  for (const double modified : {70, 100, 130}) {
+    test::setModified(home.log, at(modified));
+    EXPECT_EQ(told(provider.fetch(at(140))), "1h 100 @70, ok");
+  }
+  home.append("{}\n");
+  test::setModified(home.log, at(3000));
+  EXPECT_EQ(told(provider.fetch(at(3669))), "1h 100 @70, ok");
+  EXPECT_EQ(told(provider.fetch(at(3670))), "Weekly 15 @70, ok");
+}
+
+TEST(GrokProvider, TrustsItsMemoOnlyForTheSameFile) {
+  const test::GrokHome home;
+  const auto put = [&](const char* percent) {  // in as many bytes, with the same end
+    home.write(billingLine(percent, 10) + std::string(300, 'x') + "\n");
+    test::setModified(home.log, at(30));
+  };
+  put("15");
+  GrokProvider provider = home.provider();
+  EXPECT_EQ(told(provider.fetch(at(40))), "Weekly 15 @10, ok");
+  put("16");
+  EXPECT_EQ(told(provider.fetch(at(40))), "Weekly 15 @10, ok");
+  EXPECT_EQ(told(provider.rescan(at(40))), "Weekly 16 @10, ok");
+  put("17");
+  provider.forgetCache();
+  EXPECT_EQ(told(provider.fetch(at(40))), "Weekly 17 @10, ok");
+  fs::rename(home.log, home.log + ".1");
+  put("18");
+  EXPECT_EQ(told(provider.fetch(at(40))), "Weekly 18 @10, ok");
 }
 
 TEST(GrokProvider, KeepsToItsBudgets) {
@@ -189,7 +243,6 @@ TEST(GrokProvider, ReadsNothingButARegularFile) {
   test::asOrdinaryUser(
       [&] { EXPECT_EQ(told(provider.fetch(at(30))), "Weekly 15 @10, no recent usage"); });
   fs::permissions(home.log, fs::perms::owner_all);
-  EXPECT_EQ(told(provider.fetch(at(-5))), "Weekly 15 @10, ok") << "the clock went backwards";
   const std::string elsewhere = home.home.write("elsewhere", billingLine("99", 20));
   const std::vector<std::function<void()>> replacements = {
       [&] { fs::create_symlink(elsewhere, home.log); },

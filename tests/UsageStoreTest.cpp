@@ -116,6 +116,25 @@ TEST_F(UsageStoreTest, AResultThatWaitedForClaudeDoesNotUndoAFasterFileRead) {
   EXPECT_EQ(shown(ProviderID::codex)->extraNote, "from the watch");
 }
 
+TEST_F(UsageStoreTest, AReadingThatIsDroppedKeepsNoEarlierAnswerOut) {
+  store->start();
+  settle();
+  claude.reply(0, reading(ProviderID::claude, 5, loop.date()));
+  const ProviderSnapshot exhausted = *shown(ProviderID::grok);
+  grok->answer = [](Date now) { return ProviderSnapshot{.capturedAt = now}; };
+  store->refreshNow();
+  settle();  // the refresh knows that the exhaustion is over and waits for Claude
+  grok->answer = [&](Date) {
+    return reading(ProviderID::grok, 1, exhausted.capturedAt - Seconds{9});
+  };
+  streams.deliver(logs, {});
+  advance(2);
+  EXPECT_EQ(shown(ProviderID::grok), exhausted);
+  EXPECT_EQ(grok->calls.size(), 3U);
+  claude.reply(0, reading(ProviderID::claude, 5, loop.date()));
+  EXPECT_FALSE(shown(ProviderID::grok)->isUsable());
+}
+
 TEST_F(UsageStoreTest, FileChangesReadOnlyTheirProviderAndRescanWhenPathsAreNotTrusted) {
   store->start();
   settle();
