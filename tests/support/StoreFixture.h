@@ -64,6 +64,7 @@ class ScriptedClaude final : public ClaudeReader {
   }
   [[nodiscard]] bool isReadLatched() const override { return latched; }
   void resetBackoff() override {}
+  void stopAsking() override {}
   void forgetCache() override { ++forgets; }
 
   /// Answers the question at `index`, or drops nothing when there is none.
