@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include "ClaudeHealth.h"
 #include "UsageStore.h"
+#include "support/ClaudeFixture.h"
 #include "support/StoreFixture.h"
 
 namespace marigold {
@@ -114,6 +116,17 @@ TEST_F(UsageStoreTest, AResultThatWaitedForClaudeDoesNotUndoAFasterFileRead) {
   EXPECT_EQ(shown(ProviderID::codex)->extraNote, "from the watch");
   claude.reply(0, reading(ProviderID::claude, 5, captured));
   EXPECT_EQ(shown(ProviderID::codex)->extraNote, "from the watch");
+}
+
+TEST_F(UsageStoreTest, AnAnswerThatWaitedDoesNotUndoANewerRetry) {
+  const auto timedOut = Health::reconnect(std::string(ClaudeUnavailable::timedOut));
+  store->start();
+  claude.reply(0, reading(ProviderID::claude, 5, loop.date()).withHealth(timedOut));
+  store->retryClaudeRead();
+  claude.reply(0, reading(ProviderID::claude, 6, loop.date()));
+  settle();  // the refresh ends with Codex's answer
+  EXPECT_TRUE(store->isPresent(ProviderID::codex));
+  EXPECT_EQ(shown(ProviderID::claude)->percent("5h"), 6);
 }
 
 TEST_F(UsageStoreTest, FileChangesReadOnlyTheirProviderAndRescanWhenPathsAreNotTrusted) {

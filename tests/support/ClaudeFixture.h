@@ -70,7 +70,7 @@ struct ClaudeFixture {
     if (reply.readError) {
       return std::unexpected(*reply.readError);
     }
-    const Date expiry = loop.date() + Seconds{reply.isExpired ? -1.0 : 3600.0};
+    const Date expiry = loop.date() + Seconds{reply.isExpired ? -1e9 : 1e9};
     ClaudeCredentials login;
     login.claudeAiOauth = {.accessToken = Secret(token + std::to_string(reads)),
                            .expiresAtMillis = expiry.time_since_epoch().count() * 1000,

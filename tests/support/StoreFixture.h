@@ -173,7 +173,7 @@ struct StoreFixture {
     directory.write("logs/.keep", "");
   }
 
-  void makeStore() {
+  void makeStore(ClaudeReader* claudeReader = nullptr) {
     auto codexProvider = std::make_unique<ScriptedProvider>();
     auto grokProvider = std::make_unique<ScriptedProvider>();
     codex = codexProvider.get();
@@ -188,7 +188,7 @@ struct StoreFixture {
         .random = random,
         .log = log,
         .surroundings = surroundings,
-        .claude = &claude,
+        .claude = claudeReader != nullptr ? claudeReader : &claude,
         .codex =
             std::make_unique<Isolated<UsageProvider>>(codexWorker, loop, std::move(codexProvider)),
         .grok =
