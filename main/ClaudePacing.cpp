@@ -124,9 +124,12 @@ std::optional<Health> claudeBackoffHealth(const HTTPClassification& classificati
 
 ClaudeBackoffDecision claudeBackoffDecision(const HTTPClassification& classification, int step,
                                             std::optional<Date> resetAt, Date now) {
+  using Kind = HTTPClassification::Kind;
   const int reached = step + 1;
-  const Date until =
-      now + Seconds{claudeCooldown(reached, classification.retryAfter, resetAt, now)};
+  const bool mayTell =
+      classification.kind == Kind::throttled || classification.kind == Kind::serverError;
+  const auto retryAfter = mayTell ? classification.retryAfter : std::nullopt;
+  const Date until = now + Seconds{claudeCooldown(reached, retryAfter, resetAt, now)};
   return {.until = until,
           .health = claudeBackoffHealth(classification, until).value_or(Health::rateLimited(until)),
           .step = reached};

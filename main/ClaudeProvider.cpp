@@ -18,6 +18,9 @@ Seconds shortHoldOff() {
 // The same after values that are no percentages, which will not be better soon.
 constexpr Seconds rejectedValueHoldOff{900};
 
+// How long a job is waited for: 7 s for the login and 15 s for the request are its own limits.
+constexpr Seconds longestWait{30};
+
 // Whether `token` can stand in a header. One with a line feed would add a header of its own.
 bool isVisible(std::string_view token) {
   return !token.empty() && std::ranges::all_of(token, [](char c) { return c > ' ' && c <= '~'; });
@@ -56,29 +59,48 @@ void ClaudeProvider::fetch(Answer answer) {
   poll(backgroundMinInterval, home_.date(), std::move(answer));
 }
 
-void ClaudeProvider::poll(double minInterval, Date now, Answer answer) {
-  if (!isFetching_) {
-    if (lastGood_ &&
-        claudeShouldServeCache(lastNetworkSuccess_, minInterval, lastGood_->isUsable(), now)) {
-      tell(std::move(answer), *lastGood_);
-      return;
-    }
-    if (const auto health = whyNotNow(minInterval, now)) {
-      tell(std::move(answer), showing(*health, now));
-      return;
-    }
-    startJob();
-  }
-  waiting_.push_back(
-      {.epoch = cacheEpoch_, .minInterval = minInterval, .answer = std::move(answer)});
+void ClaudeProvider::poll(double minInterval, Date /*now*/, Answer answer) {
+  ask({.epoch = cacheEpoch_, .minInterval = minInterval, .answer = std::move(answer)});
 }
 
 void ClaudeProvider::retryNow(Answer answer) {
+  if (!isFetching_) {
+    unblock();
+  }
+  ask({.epoch = cacheEpoch_,
+       .minInterval = 0,
+       .isRetry = isFetching_,
+       .answer = std::move(answer)});
+}
+
+void ClaudeProvider::ask(Question question) {
+  if (isFetching_) {
+    worker_.post([] {});  // a worker that could not start is tried again
+  } else if (auto answer = known(question.minInterval)) {
+    home_.post([this, alive = std::weak_ptr(alive_), question = std::move(question),
+                snapshot = *std::move(answer)]() mutable {
+      if (!alive.expired() && question.epoch != cacheEpoch_ && mayAskAnew(question)) {
+        question.epoch = cacheEpoch_;
+        ask(std::move(question));
+      } else {
+        question.answer(std::move(snapshot));
+      }
+    });
+    return;
+  } else {
+    startJob();
+  }
+  if (waiting_.empty()) {
+    patience_ = home_.callAfter(longestWait, [this] { giveUpWaiting(); });
+  }
+  waiting_.push_back(std::move(question));
+}
+
+void ClaudeProvider::unblock() {
   readBlocked_.reset();
-  if (backoffIsAuth_) {
+  if (backoffIsAuth_ || backoffHealth_ == claudeTransientHealth(false)) {
     endBackoff();
   }
-  poll(0, home_.date(), std::move(answer));
 }
 
 bool ClaudeProvider::isReadLatched() const {
@@ -91,9 +113,15 @@ void ClaudeProvider::resetBackoff() {
   authStep_ = 0;
 }
 
+void ClaudeProvider::stopAsking() {
+  stopEpoch_ = ++cacheEpoch_;
+}
+
 void ClaudeProvider::forgetCache() {
   lastGood_.reset();
-  noLimits_.reset();
+  if (noLimits_) {
+    noLimits_->extraNote.reset();
+  }
   lastNetworkSuccess_.reset();
   ++cacheEpoch_;
   // Behind a reading that is about to be written.
@@ -128,6 +156,7 @@ ClaudeProvider::Finding ClaudeProvider::readAndAsk(const KeychainRead& read,
 
 void ClaudeProvider::startJob() {
   isFetching_ = true;
+  jobStarted_ = home_.date();
   worker_.post([this, alive = std::weak_ptr(alive_), &home = home_, &transport = transport_,
                 read = keychainRead_, userAgent = userAgent_, epoch = cacheEpoch_] {
     home.post([this, alive, epoch, finding = readAndAsk(read, transport, userAgent)] {
@@ -138,28 +167,47 @@ void ClaudeProvider::startJob() {
   });
 }
 
-void ClaudeProvider::land(int startedEpoch, const Finding& finding) {
-  const Date now = home_.date();
-  isFetching_ = false;
-  const ProviderSnapshot snapshot = settle(startedEpoch, finding, now);
+void ClaudeProvider::giveUpWaiting() {
+  // The login's home may hang, as a network's can. Another job would only hang behind this one.
+  const ProviderSnapshot snapshot =
+      showing(claudeReadHealth({.kind = KeychainReadError::Kind::timedOut}), jobStarted_);
   for (Question& question : std::exchange(waiting_, {})) {
-    if (question.epoch == startedEpoch) {
+    tell(std::move(question.answer), snapshot);
+  }
+}
+
+void ClaudeProvider::land(int startedEpoch, const Finding& finding) {
+  isFetching_ = false;
+  patience_.cancel();
+  const ProviderSnapshot snapshot = settle(startedEpoch, finding, home_.date());
+  for (Question& question : std::exchange(waiting_, {})) {
+    const bool isAnswered =
+        question.epoch == startedEpoch && (!question.isRetry || snapshot.health == Health::ok());
+    if (isAnswered || !mayAskAnew(question)) {
       tell(std::move(question.answer), snapshot);
-    } else {
-      poll(question.minInterval, now, std::move(question.answer));
+      continue;
     }
+    if (std::exchange(question.isRetry, false)) {
+      unblock();
+    }
+    question.epoch = cacheEpoch_;
+    ask(std::move(question));
   }
 }
 
 ProviderSnapshot ClaudeProvider::settle(int startedEpoch, const Finding& finding, Date now) {
+  lastNetworkSuccess_.reset();
   if (finding.readError) {
     return settleFailedRead(*finding.readError, now);
   }
   readBlocked_.reset();
   readFailureStreak_ = 0;
   if (!finding.answer) {
+    if (backoffIsAuth_ && backoffUntil_ > steadyNow() + shortHoldOff()) {
+      return showing(*backoffHealth_, backoffSince_);  // silence does not cut short a refusal
+    }
     const bool isExpired = finding.expiresAt && *finding.expiresAt < now;
-    return backOff(now + shortHoldOff(), claudeTransientHealth(isExpired), isExpired, now);
+    return backOff(shortHoldOff(), claudeTransientHealth(isExpired), isExpired, now);
   }
   const HTTPClassification status = classify(finding.answer->status, finding.answer->retryAfter);
   switch (status.kind) {
@@ -167,8 +215,7 @@ ProviderSnapshot ClaudeProvider::settle(int startedEpoch, const Finding& finding
       return settlePayload(startedEpoch, finding, now);
     case HTTPClassification::Kind::unauthorized:
       ++authStep_;
-      return backOff(now + Seconds{claudeAuthBackoff(authStep_)}, claudeTransientHealth(true), true,
-                     now);
+      return backOff(Seconds{claudeAuthBackoff(authStep_)}, claudeTransientHealth(true), true, now);
     case HTTPClassification::Kind::throttled:
     case HTTPClassification::Kind::serverError:
       break;
@@ -176,7 +223,7 @@ ProviderSnapshot ClaudeProvider::settle(int startedEpoch, const Finding& finding
   const ClaudeBackoffDecision decision =
       claudeBackoffDecision(status, backoffStep_, resetAt(*finding.answer, now), now);
   backoffStep_ = decision.step;
-  return backOff(decision.until, decision.health, false, now);
+  return backOff(decision.until - now, decision.health, false, now);
 }
 
 ProviderSnapshot ClaudeProvider::settleFailedRead(const KeychainReadError& error, Date now) {
@@ -186,14 +233,14 @@ ProviderSnapshot ClaudeProvider::settleFailedRead(const KeychainReadError& error
   lastReadFailure_ = now;
   readRetryAfter_ = claudeReadLatches(error)
                         ? distantFuture
-                        : now + Seconds{claudeReadRetryDelay(readFailureStreak_)};
+                        : steadyNow() + Seconds{claudeReadRetryDelay(readFailureStreak_)};
   readBlocked_ = claudeReadHealth(error);
   return showing(*readBlocked_, now);
 }
 
 ProviderSnapshot ClaudeProvider::settlePayload(int startedEpoch, const Finding& finding, Date now) {
   const auto hold = [&](Seconds length, const Health& health) {
-    return backOff(now + length, health, false, now);
+    return backOff(length, health, false, now);
   };
   const auto unreadable = [](std::string_view reason) {
     return Health::stale(std::string(reason));
@@ -212,8 +259,9 @@ ProviderSnapshot ClaudeProvider::settlePayload(int startedEpoch, const Finding& 
     case ClaudePayloadVerdict::rejectedValues:
       return hold(rejectedValueHoldOff, unreadable(claudeStaleReason::unreadableValue));
     case ClaudePayloadVerdict::noActiveWindows:
-      if (mayRemember) {
-        noLimits_ = snapshot;
+      noLimits_ = snapshot;
+      if (!mayRemember) {
+        noLimits_->extraNote.reset();
       }
       (void)hold(shortHoldOff(), Health::ok());
       return snapshot;
@@ -221,16 +269,18 @@ ProviderSnapshot ClaudeProvider::settlePayload(int startedEpoch, const Finding& 
       break;
   }
   if (mayRemember) {
-    lastNetworkSuccess_ = now;
+    lastNetworkSuccess_ = steadyNow();
     lastGood_ = snapshot;
     worker_.post([cache = cache_, reading = snapshot.cached()] { cache.save(reading); });
   }
   return snapshot;
 }
 
-ProviderSnapshot ClaudeProvider::backOff(Date until, const Health& health, bool isAuth, Date now) {
-  backoffUntil_ = until;
+ProviderSnapshot ClaudeProvider::backOff(Seconds length, const Health& health, bool isAuth,
+                                         Date now) {
+  backoffUntil_ = steadyNow() + length;
   backoffHealth_ = health;
+  backoffSince_ = now;
   backoffIsAuth_ = isAuth;
   return showing(health, now);
 }
@@ -242,27 +292,38 @@ void ClaudeProvider::endBackoff() {
   noLimits_.reset();
 }
 
-std::optional<Health> ClaudeProvider::whyNotNow(double minInterval, Date now) const {
-  // A failure in the future happened under a wrong clock, which says nothing about how long to
-  // wait; neither does a back-off that is longer than any.
-  const bool failedLately = lastReadFailure_ && *lastReadFailure_ <= now && now < readRetryAfter_;
-  if (isReadLatched() || (readBlocked_ && failedLately)) {
-    return readBlocked_;
+std::optional<ProviderSnapshot> ClaudeProvider::known(double minInterval) const {
+  const Date now = steadyNow();
+  if (lastGood_ &&
+      claudeShouldServeCache(lastNetworkSuccess_, minInterval, lastGood_->isUsable(), now)) {
+    return lastGood_;
   }
-  const double left = secondsBetween(now, backoffUntil_);
-  const bool backsOff = left > 0 && left <= claudeCooldownCap;
-  return backsOff && !claudeMayBypassBackoff(minInterval, backoffIsAuth_) ? backoffHealth_
-                                                                          : std::nullopt;
+  if (readBlocked_ && lastReadFailure_ && now < readRetryAfter_) {
+    return showing(*readBlocked_, *lastReadFailure_);
+  }
+  if (backoffHealth_ && now < backoffUntil_ &&
+      !claudeMayBypassBackoff(minInterval, backoffIsAuth_)) {
+    return showing(*backoffHealth_, backoffSince_);
+  }
+  return std::nullopt;
 }
 
-ProviderSnapshot ClaudeProvider::showing(const Health& health, Date now) const {
+ProviderSnapshot ClaudeProvider::showing(const Health& health, Date since) const {
   if (health == Health::ok() && noLimits_) {
     return *noLimits_;
   }
   if (lastGood_ && health != Health::ok() && !healthWithholdsReading(health)) {
     return lastGood_->withHealth(health);
   }
-  return {.provider = id, .windows = {}, .capturedAt = now, .health = health};
+  return {.provider = id, .windows = {}, .capturedAt = since, .health = health};
+}
+
+Date ClaudeProvider::steadyNow() const {
+  return Date{home_.now().time_since_epoch()};
+}
+
+bool ClaudeProvider::mayAskAnew(const Question& question) const {
+  return question.epoch >= stopEpoch_;
 }
 
 void ClaudeProvider::tell(Answer answer, ProviderSnapshot snapshot) {

@@ -21,6 +21,9 @@ class ClaudeReader : public Pinned {
   /// A failed read stands that only `retryNow` clears.
   [[nodiscard]] virtual bool isReadLatched() const = 0;
   virtual void resetBackoff() = 0;
+  /// Claude is being turned off: no question that waits leads to another read or request. It is
+  /// answered with what the work that is out finds.
+  virtual void stopAsking() = 0;
   /// Forgets the remembered reading and removes its cache file.
   virtual void forgetCache() = 0;
 };

@@ -167,6 +167,7 @@ void UsageStore::refreshOnce(ClaudeCadence cadence, Work done) {
   const Date now = loop_.date();
   if (!task->sampledRead) {
     task->claude.snapshot = turnedOffClaudeSnapshot(now);
+    task->claude.arrival = ++arrivals_;
   } else if (claude_ != nullptr) {
     ++task->missing;
     claude_->poll(claudeMinInterval(cadence, now), now, into(task, &SideTask::claude));
@@ -193,6 +194,7 @@ std::function<void(ProviderSnapshot)> UsageStore::into(const std::shared_ptr<Sid
     // The store alone owns its tasks: while one lives, so does the store.
     if (const auto waiting = weak.lock()) {
       ((*waiting).*slot).snapshot = std::move(snapshot);
+      ((*waiting).*slot).arrival = ++arrivals_;
       if (--waiting->missing == 0) {
         finish(waiting);
       }
@@ -215,11 +217,12 @@ void UsageStore::finish(const std::shared_ptr<SideTask>& task) {
 
 void UsageStore::applyClaude(const Answer& answer, bool sampledRead) {
   Reading& claude = reading(ProviderID::claude);
-  if (!answer.snapshot || answer.ask <= claude.floor ||
+  if (!answer.snapshot || answer.ask <= claude.floor || answer.arrival < claudeArrival_ ||
       !claudePublishesThisResult(sampledRead,
                                  claudeReadsThisCycle(preferences_.claudeTurnedOff()))) {
     return;
   }
+  claudeArrival_ = answer.arrival;
   cleared_.erase(ProviderID::claude);
   if (sampledRead) {
     set(claudeYetFetched_, true);
@@ -280,6 +283,9 @@ void UsageStore::turnOffClaude() {
   preferences_.setClaudeTurnedOff(true);
   endSideTasks([](const SideTask& task) { return task.kind == SideTask::Kind::claudeRetry; });
   set(claudeReadLatched_, false);
+  if (claude_ != nullptr) {
+    claude_->stopAsking();
+  }
   clearStoredUsage(providersClearedByClaudeOff());
 }
 

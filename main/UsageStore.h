@@ -119,8 +119,9 @@ class UsageStore {
  private:
   // The reads of one provider, numbered as they are asked for. Codex and Grok answer in order, but
   // a refresh waits for all three: a reading asked for earlier never replaces one asked for later.
-  // Claude may answer a later question from memory while an earlier request is out, so there only
-  // what was asked before it was turned off and on is late.
+  // Claude may answer a later question from memory while an earlier request is out, so there its
+  // answers are numbered as they arrive too, and what arrived earlier never replaces what arrived
+  // later; what was asked before it was turned off and on is late whenever it arrives.
   struct Reading {
     std::optional<ProviderSnapshot> published;
     std::uint64_t asked = 0;
@@ -129,6 +130,7 @@ class UsageStore {
   // One answer of a provider, and which ask it answers.
   struct Answer {
     std::uint64_t ask = 0;
+    std::uint64_t arrival = 0;
     std::optional<ProviderSnapshot> snapshot;
   };
   // A piece of work in flight. The store owns it, what waits for answers holds it weakly: once the
@@ -203,6 +205,8 @@ class UsageStore {
   int engineGeneration_ = 0;
   std::map<int, std::shared_ptr<SideTask>> sideTasks_;
   int nextSideTask_ = 0;
+  std::uint64_t arrivals_ = 0;       // answers of side tasks so far
+  std::uint64_t claudeArrival_ = 0;  // the one that was applied last
   bool notifyPosted_ = false;
   std::shared_ptr<char> alive_ = std::make_shared<char>();  // held weakly by what may outlive this
 };

@@ -71,6 +71,24 @@ TEST(ClaudeHealth, TellsAFailureInOneLineAndInFull) {
   for (const std::string_view text : shortTexts) {
     EXPECT_EQ(claudeFailureText(text) == general, text == ClaudeUnavailable::unreadable) << text;
   }
+  const std::vector<std::pair<std::string_view, const char*>> parts = {
+      {ClaudeUnavailable::ambiguous, "more than one Claude login"},
+      {ClaudeUnavailable::unauthorized, "no longer lets Apple's security tool"},
+      {ClaudeUnavailable::indeterminate, "check your Claude login safely"},
+      {ClaudeUnavailable::timedOut, "did not finish"},
+      {ClaudeUnavailable::tokenExpired, "has expired"},
+      {ClaudeUnavailable::keychainLocked, "Keychain is locked"},
+      {ClaudeUnavailable::unreachable, "not reach Anthropic"},
+      {ClaudeUnavailable::unexpectedAnswer, "could not read"},
+      {ClaudeUnavailable::throttled, "limiting how often"},
+      {ClaudeUnavailable::serverError, "returned an error"}};
+  for (const auto& [text, part] : parts) {
+    EXPECT_THAT(std::string(claudeFailureText(text)), HasSubstr(part));
+  }
+  EXPECT_EQ(claudeToggleTitle(ClaudeUsageToggle::turnOff), "Turn Off Claude Usage");
+  EXPECT_EQ(claudeToggleTitle(ClaudeUsageToggle::turnOn), "Turn On Claude Usage");
+  EXPECT_EQ(claudeToggleTooltip(ClaudeUsageToggle::turnOn),
+            "Read your Claude login again and show usage.");
 }
 
 TEST(DesktopTexts, AreTrueOnLinuxAndReplaceOnlyWhatIsShown) {

@@ -84,11 +84,13 @@ TEST(ClaudePacing, DelaysDoubleUpToTheirCap) {
 TEST(ClaudePacing, AnAnswerHoldsOffTheNextRequest) {
   using Kind = HTTPClassification::Kind;
   const Date later = start + Seconds{5000};
+  const Date second = start + Seconds{1800};
   for (const auto& [kind, health] : {std::pair(Kind::throttled, Health::rateLimited(later)),
                                      std::pair(Kind::serverError, Health::serverError(later)),
-                                     std::pair(Kind::unauthorized, Health::rateLimited(later))}) {
+                                     std::pair(Kind::unauthorized, Health::rateLimited(second)),
+                                     std::pair(Kind::ok, Health::rateLimited(second))}) {
     EXPECT_EQ(claudeBackoffDecision({kind, 5000}, 1, {}, start),
-              (ClaudeBackoffDecision{later, health, 2}));
+              (ClaudeBackoffDecision{health.until().value(), health, 2}));
   }
   const auto serves = [&](double age, double interval, bool usable = true) {
     return claudeShouldServeCache(start, interval, usable, start + Seconds{age});

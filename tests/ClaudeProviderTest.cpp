@@ -73,16 +73,19 @@ TEST_F(ClaudeProviderTest, AsksNoSoonerThanItMay) {
       {0, retry, good, true, Health::ok()},
       {899, 900, good, false, Health::ok()},
       {0, 0, failedRead(ErrorKind::decode), true, unreadable},
-      {60, 0, failedRead(ErrorKind::exitStatus), true, unreadable},
+      {1, 1000, good, false, unreadable},
+      {59, 0, failedRead(ErrorKind::exitStatus), true, unreadable},
       {119, 0, good, false, unreadable},
       {1, 0, failedRead(ErrorKind::locked), true, locked},
       {60, 0, silence(), true, silent},
+      {0, retry, silence(), true, silent},
       {179, 0, good, false, silent},
       {1, 60, resets, true, throttled(97399)},
       {5000, 60, status(503), true, Health::serverError(loop.date() + Seconds{99199})},
       {1800, 60, status(401), true, expired},
       {299, 60, good, false, expired},
       {1, 60, status(403), true, expired},
+      {0, 0, silence(), true, expired},
       {599, 60, good, false, expired},
       {0, retry, noLimits, true, Health::ok(), true},
       {179, 0, good, false, Health::ok(), true},
@@ -151,11 +154,94 @@ TEST_F(ClaudeProviderTest, WhatIsOutWhenTheReadingIsForgottenIsWrittenNowhere) {
   EXPECT_EQ(cache.load(ProviderID::claude), told.back().cached());
 }
 
-TEST_F(ClaudeProviderTest, AClockSetBackDoesNotHoldOffForLong) {
-  for (const auto& failure : {status(429), failedRead(ErrorKind::locked)}) {
-    EXPECT_NE(hear(0, failure), Health::ok());
-    loop.setDate(loop.date() - Seconds{86400});
-    EXPECT_EQ(hear(0, usage(1)), Health::ok());
+TEST_F(ClaudeProviderTest, ARetryWhileAJobIsOutReadsAgainUnlessTheJobSucceeds) {
+  for (const auto& failure : {failedRead(ErrorKind::timedOut), status(401), silence()}) {
+    for (const int turn : {0, 1, 2}) {  // on the third, Claude is turned off meanwhile
+      provider = make();
+      told.clear();
+      reads = 0;
+      reply = failure;
+      ask(0);
+      turn == 1 ? provider->forgetCache() : void();
+      ask(retry);
+      ask(retry);
+      turn == 2 ? provider->stopAsking() : void();
+      worker.step();
+      reply = usage(3);
+      settle();
+      EXPECT_EQ(reads, turn == 2 ? 1 : 2);
+      ASSERT_EQ(told.size(), 3U);
+      EXPECT_NE(told[0].health, Health::ok());
+      EXPECT_EQ(told[1].health == Health::ok(), turn != 2);
+      EXPECT_EQ(told[1], told[2]);
+    }
+  }
+}
+
+TEST_F(ClaudeProviderTest, AJobThatHangsIsNotWaitedForLong) {
+  ask(0);
+  loop.advance(Seconds{29});
+  EXPECT_THAT(told, testing::IsEmpty());
+  loop.advance(Seconds{1});
+  ask(retry);
+  loop.advance(Seconds{30});
+  EXPECT_THAT(told, testing::ElementsAre(told.at(0), told.at(0)));
+  EXPECT_EQ(told[0].health, Health::reconnect(std::string(ClaudeUnavailable::timedOut)));
+  EXPECT_FALSE(provider->isReadLatched());
+  EXPECT_EQ(hear(60, usage(1)), Health::ok()) << "it did come back";
+  EXPECT_EQ(reads, 1);
+}
+
+TEST_F(ClaudeProviderTest, WhatIsToldAgainIsNoNews) {
+  const auto noLimits = status(200, R"({"extra_usage":{"is_enabled":true,"used_credits":1}})");
+  for (const auto& answer :
+       {status(503), silence(), failedRead(ErrorKind::notInstalled), noLimits}) {
+    for (const bool isOut : {false, true}) {  // when the reading is forgotten
+      provider = make();
+      reply = answer;
+      ask(0);
+      isOut ? worker.step() : (settle(), false);
+      provider->forgetCache();
+      settle();
+      ProviderSnapshot before = told.back();
+      before.extraNote.reset();  // it told of usage
+      loop.advance(Seconds{10});
+      (void)hear(60, usage(1));
+      EXPECT_EQ(told.back(), before);
+    }
+  }
+}
+
+TEST_F(ClaudeProviderTest, AMemoryForgottenBeforeItIsToldIsNotTold) {
+  EXPECT_EQ(hear(0, usage(1)), Health::ok());
+  ask(900);
+  provider->forgetCache();
+  reply = usage(2);
+  settle();
+  EXPECT_EQ(told.back().percent("5h"), 2);
+  ask(900);
+  provider->stopAsking();
+  provider->forgetCache();
+  settle();
+  EXPECT_EQ(told.size(), 3U);
+  EXPECT_EQ(reads, 2) << "and nothing is read when Claude was turned off";
+}
+
+TEST_F(ClaudeProviderTest, SettingTheClockMakesNothingHappenSoonerOrLater) {
+  for (const double jump : {-86400.0, 86400.0}) {
+    for (const auto& [failure, hold] : {std::pair(status(429), 900.0), std::pair(silence(), 180.0),
+                                        std::pair(failedRead(ErrorKind::locked), 60.0)}) {
+      const Health health = hear(0, failure);
+      EXPECT_NE(health, Health::ok());
+      loop.setDate(loop.date() + Seconds{jump});
+      loop.advance(Seconds{hold - 1});
+      EXPECT_EQ(hear(0, usage(1)), health);
+      loop.advance(Seconds{1});
+      EXPECT_EQ(hear(0, usage(1)), Health::ok());
+      loop.setDate(loop.date() + Seconds{jump});
+      loop.advance(Seconds{899});
+      EXPECT_EQ(hear(900, silence()), Health::ok());
+    }
   }
 }
 
@@ -174,26 +260,29 @@ class ClaudeProviderWalk : public testing::TestWithParam<unsigned>, protected te
     Date until = distantPast;
     double gaveWay = never;  // the smallest interval asked for since it began
   };
-  Hold server, refusal, login;
+  Hold server, quiet, refusal, login;
   Hold success;         // `until` is when it was
   double anew = never;  // the smallest interval asked for since a reading was forgotten
   bool forgotten = false;
   int forgets = 0;
   bool isOut = false;
+  bool retried = false;      // since a job landed
   std::vector<int> answers;  // by question
 
+  [[nodiscard]] Date now() const { return Date{loop.now().time_since_epoch()}; }
   // What follows from a job that lands.
   void learn(const test::ClaudeReply& was) {
     const auto hold = [this](Hold& which, double seconds) {
-      which = Hold();
-      which.until = loop.date() + Seconds{seconds};
+      which.until = std::max(which.until, now() + Seconds{seconds});
+      which.gaveWay = never;
     };
     isOut = false;
-    login = Hold();
+    login = success = Hold();
+    refusal.gaveWay = never;
     if (was.readError) {
       hold(login, was.readError->kind == ErrorKind::timedOut ? 1e9 : 60);
     } else if (!was.answer) {
-      hold(was.isExpired ? refusal : server, 180);
+      hold(was.isExpired ? refusal : quiet, 180);
     } else if (was.answer->status == 401) {
       hold(refusal, 300);
     } else if (was.answer->status == 429) {
@@ -205,13 +294,19 @@ class ClaudeProviderWalk : public testing::TestWithParam<unsigned>, protected te
     }
     refusal.gaveWay = std::min(refusal.gaveWay, anew);
     success.gaveWay = std::min(success.gaveWay, anew);
+    if (std::exchange(retried, false)) {  // perhaps too late for this job
+      login.gaveWay = refusal.gaveWay = quiet.gaveWay = 0;
+    }
     anew = never;
     forgotten = false;
   }
   ClaudeReader::Answer asked(double interval, bool retries) {
     success.gaveWay = std::min(success.gaveWay, interval);
     refusal.gaveWay = std::min(refusal.gaveWay, interval);
-    login.gaveWay = retries ? 0 : login.gaveWay;
+    if (retries) {
+      login.gaveWay = quiet.gaveWay = 0;
+      retried = true;
+    }
     anew = forgotten ? std::min(anew, interval) : anew;
     answers.push_back(0);
     return [this, mine = answers.size() - 1](const ProviderSnapshot&) { ++answers.at(mine); };
@@ -228,11 +323,11 @@ class ClaudeProviderWalk : public testing::TestWithParam<unsigned>, protected te
     const bool worked = worker.step();
     if (reads != before) {
       EXPECT_FALSE(std::exchange(isOut, true)) << "two at once";
-      const Date now = loop.date();
-      EXPECT_GE(now, server.until);
-      EXPECT_TRUE(now >= refusal.until || refusal.gaveWay == 0);
-      EXPECT_TRUE(now >= login.until || login.gaveWay == 0);
-      EXPECT_TRUE(success.gaveWay == never || success.until + Seconds{success.gaveWay} <= now);
+      EXPECT_GE(now(), server.until);
+      EXPECT_TRUE(now() >= quiet.until || quiet.gaveWay == 0);
+      EXPECT_TRUE(now() >= refusal.until || refusal.gaveWay == 0);
+      EXPECT_TRUE(now() >= login.until || login.gaveWay == 0);
+      EXPECT_TRUE(success.gaveWay == never || success.until + Seconds{success.gaveWay} <= now());
       loop.post([this, was = reply] { learn(was); });
     }
     return worked;
@@ -246,6 +341,7 @@ TEST_P(ClaudeProviderWalk, NeverAsksTwiceAtOnceNorTooSoonNorWithAnOldToken) {
       [&] { work(luck()); },
       [&] { loop.settle(); },
       [&] { loop.advance(std::chrono::seconds(luck() % 800)); },
+      [&] { loop.setDate(loop.date() + Seconds{luck() % 2 == 0 ? -5000.0 : 5000.0}); },
       [&] {
         const double interval = std::array{0, 60, 450, 900}.at(luck() % 4);
         provider->poll(interval, loop.date(), asked(interval, false));

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "ClaudeUsage.h"
 
@@ -10,12 +10,11 @@ using Verdict = ClaudePayloadVerdict;
 TEST(ClaudeUsage, ARequestHoldsTheTokenApart) {
   const HTTPRequest request = claudeUsageRequest(Secret("t"), "agent");
   EXPECT_EQ(request.bearerToken.expose(), "t");
-  std::string headers;
-  for (const auto& [name, value] : request.headers) {
-    headers.append(name).append(" ");
-  }
-  EXPECT_EQ(headers, "anthropic-beta anthropic-version User-Agent ") << "in this order";
-  EXPECT_EQ(request.headers.back().second, "agent");
+  EXPECT_EQ(request.method + " " + request.url, "GET https://api.anthropic.com/api/oauth/usage");
+  EXPECT_THAT(request.headers,
+              testing::ElementsAre(testing::Pair("anthropic-beta", "oauth-2025-04-20"),
+                                   testing::Pair("anthropic-version", "2023-06-01"),
+                                   testing::Pair("User-Agent", "agent")));
 }
 
 TEST(ClaudeUsage, ClassifiesAStatus) {

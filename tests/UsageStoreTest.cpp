@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include "ClaudeHealth.h"
 #include "UsageStore.h"
+#include "support/ClaudeFixture.h"
 #include "support/StoreFixture.h"
 
 namespace marigold {
@@ -133,6 +135,17 @@ TEST_F(UsageStoreTest, AReadingThatIsDroppedKeepsNoEarlierAnswerOut) {
   EXPECT_EQ(grok->calls.size(), 3U);
   claude.reply(0, reading(ProviderID::claude, 5, loop.date()));
   EXPECT_FALSE(shown(ProviderID::grok)->isUsable());
+}
+
+TEST_F(UsageStoreTest, AnAnswerThatWaitedDoesNotUndoANewerRetry) {
+  const auto timedOut = Health::reconnect(std::string(ClaudeUnavailable::timedOut));
+  store->start();
+  claude.reply(0, reading(ProviderID::claude, 5, loop.date()).withHealth(timedOut));
+  store->retryClaudeRead();
+  claude.reply(0, reading(ProviderID::claude, 6, loop.date()));
+  settle();  // the refresh ends with Codex's answer
+  EXPECT_TRUE(store->isPresent(ProviderID::codex));
+  EXPECT_EQ(shown(ProviderID::claude)->percent("5h"), 6);
 }
 
 TEST_F(UsageStoreTest, FileChangesReadOnlyTheirProviderAndRescanWhenPathsAreNotTrusted) {
@@ -369,6 +382,126 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, PublicationRules, testing::Range(0U, 20U));
+
+// Hands on to the real reader, and numbers the answers as they arrive.
+class NumberedClaude final : public ClaudeReader {
+ public:
+  static constexpr double nobody = 1e9;
+  explicit NumberedClaude(ClaudeReader& real) : real_(real) {}
+  double eagerest = nobody;  ///< the smallest interval asked for; -1 is a retry
+
+  void poll(double minInterval, Date now, Answer answer) override {
+    eagerest = std::min(eagerest, minInterval);
+    real_.poll(minInterval, now, numbered(std::move(answer)));
+  }
+  void retryNow(Answer answer) override {
+    eagerest = -1;
+    real_.retryNow(numbered(std::move(answer)));
+  }
+  [[nodiscard]] bool isReadLatched() const override { return real_.isReadLatched(); }
+  void resetBackoff() override { real_.resetBackoff(); }
+  void stopAsking() override { real_.stopAsking(); }
+  void forgetCache() override { real_.forgetCache(); }
+
+ private:
+  Answer numbered(Answer answer) {
+    return [this, answer = std::move(answer)](ProviderSnapshot snapshot) {
+      snapshot.extraNote = std::to_string(++arrivals_);
+      answer(std::move(snapshot));
+    };
+  }
+  ClaudeReader& real_;
+  int arrivals_ = 0;
+};
+
+class StoreWithClaude : public testing::TestWithParam<unsigned>, protected StoreFixture {};
+
+TEST_P(StoreWithClaude, AsksOneAtATimeInDueTimeAndNeverGoesBack) {
+  std::mt19937 luck(GetParam());
+  test::ClaudeFixture real(loop);
+  NumberedClaude asked(*real.provider);
+  makeStore(&asked);
+  struct Outcome {
+    test::ClaudeReply reply;
+    double hold;      // seconds
+    double givesWay;  // to this interval and smaller ones
+  };
+  const std::array<Outcome, 6> outcomes{
+      {{test::usage(1), 0, -2},
+       {test::status(429), 900, -2},
+       {test::status(401), 300, 0},
+       {test::silence(), 180, -1},
+       {test::failedRead(KeychainReadError::Kind::locked), 60, -1},
+       {test::failedRead(KeychainReadError::Kind::timedOut), 1e6, -1}}};
+  const Outcome* last = nullptr;  // of the job that landed last
+  Instant landed;
+  bool isOut = false, forgot = false;
+  int readsWhileOff = 0, published = 0;
+  const auto after = [&](double seconds) { return landed + continuousDuration(Seconds{seconds}); };
+  const auto land = [&](const Outcome& outcome) {
+    isOut = false;
+    last = forgot && outcome.hold == 0 ? nullptr : &outcome;  // what is remembered
+    landed = loop.now();
+    const bool asksAnew = forgot || (asked.eagerest == -1 && outcome.hold != 0);
+    asked.eagerest = asksAnew ? asked.eagerest : NumberedClaude::nobody;
+    forgot = false;
+  };
+  const auto work = [&] {
+    const Outcome& outcome = outcomes.at(luck() % 9 % outcomes.size());
+    real.reply = outcome.reply;
+    const int before = real.reads;
+    const auto isJob = std::make_shared<bool>(false);
+    loop.post([&, isJob] { *isJob ? land(outcome) : void(); });  // just before the reader lands it
+    real.worker.step();
+    *isJob = real.reads != before;
+    if (!*isJob) {
+      return;
+    }
+    EXPECT_FALSE(std::exchange(isOut, true)) << "two jobs at once";
+    EXPECT_LE(readsWhileOff += store->preferences().claudeTurnedOff() ? 1 : 0, 1);
+    if (last != nullptr && last->hold != 0) {
+      EXPECT_TRUE(loop.now() >= after(last->hold) || asked.eagerest <= last->givesWay)
+          << "too soon";
+    } else if (last != nullptr && !forgot) {
+      EXPECT_GE(loop.now(), after(std::max(0.0, asked.eagerest))) << "too soon";
+    }
+  };
+  const auto rarely = [&](auto act) { return [&, act] { luck() % 6 == 0 ? act() : void(); }; };
+  const std::vector<std::function<void()>> acts{
+      work,
+      work,
+      [&] { loop.step(); },
+      [&] { loop.step(); },
+      [&] { loop.settle(); },
+      [&] { codexWorker.step(); },
+      [&] { grokWorker.settle(); },
+      [&] { loop.advance(std::chrono::seconds(luck() % 400)); },
+      rarely([&] { loop.setDate(loop.date() + Seconds{luck() % 2 == 0 ? -5000.0 : 5000.0}); }),
+      [&] { store->refreshOnUserAttention(); },
+      rarely([&] { store->refreshNow(); }),
+      rarely([&] { store->retryClaudeRead(); }),
+      rarely([&] {
+        store->clearStoredData();
+        forgot = true;
+      }),
+      rarely([&] {
+        readsWhileOff = 0;
+        forgot = true;
+        const bool off = store->preferences().claudeTurnedOff();
+        off ? store->turnOnClaude() : store->turnOffClaude();
+      })};
+  store->start();
+  for (int i = 0; i < 4000 && !HasFailure(); ++i) {
+    acts.at(luck() % acts.size())();
+    const auto& shown = store->snapshot(ProviderID::claude);
+    const int arrival = shown && shown->extraNote ? std::stoi(*shown->extraNote) : published;
+    EXPECT_GE(arrival, published) << "gone back";
+    published = arrival;
+  }
+  EXPECT_GT(real.reads, 20);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, StoreWithClaude, testing::Range(0U, 10U));
 
 }  // namespace
 }  // namespace marigold

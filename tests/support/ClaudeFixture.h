@@ -54,12 +54,17 @@ inline ClaudeReply usage(double percent) {
 struct ClaudeFixture {
   TemporaryDirectory directory;
   DiskCache cache{{.environment = {{"MARIGOLD_CACHE_DIR", directory.path() + "/cache"}}}};
-  ManualEventLoop loop, worker;
+  ManualEventLoop ownLoop, worker;
+  ManualEventLoop& loop = ownLoop;
   ScriptedTransport transport{[this] { return reply.answer; }};
   ClaudeReply reply = usage(1);  ///< to the next job
   std::string token = "token-";  ///< each read of the login finds one of its own
   int reads = 0;
   std::unique_ptr<ClaudeProvider> provider = make();
+
+  ClaudeFixture() = default;
+  /// In the time of another loop.
+  explicit ClaudeFixture(ManualEventLoop& other) : loop(other) {}
 
   std::unique_ptr<ClaudeProvider> make() {
     return std::make_unique<ClaudeProvider>(
@@ -70,7 +75,7 @@ struct ClaudeFixture {
     if (reply.readError) {
       return std::unexpected(*reply.readError);
     }
-    const Date expiry = loop.date() + Seconds{reply.isExpired ? -1.0 : 3600.0};
+    const Date expiry = loop.date() + Seconds{reply.isExpired ? -1e9 : 1e9};
     ClaudeCredentials login;
     login.claudeAiOauth = {.accessToken = Secret(token + std::to_string(reads)),
                            .expiresAtMillis = expiry.time_since_epoch().count() * 1000,

@@ -65,6 +65,7 @@ class ScriptedClaude final : public ClaudeReader {
   }
   [[nodiscard]] bool isReadLatched() const override { return latched; }
   void resetBackoff() override {}
+  void stopAsking() override {}
   void forgetCache() override { ++forgets; }
 
   /// Answers the question at `index`, or drops nothing when there is none.
@@ -166,7 +167,7 @@ struct StoreFixture {
     directory.write("logs/.keep", "");
   }
 
-  void makeStore() {
+  void makeStore(ClaudeReader* claudeReader = nullptr) {
     auto codexProvider = std::make_unique<ScriptedProvider>();
     auto grokProvider = std::make_unique<ScriptedProvider>();
     codex = codexProvider.get();
@@ -181,7 +182,7 @@ struct StoreFixture {
         .random = random,
         .log = log,
         .surroundings = surroundings,
-        .claude = &claude,
+        .claude = claudeReader != nullptr ? claudeReader : &claude,
         .codex =
             std::make_unique<Isolated<UsageProvider>>(codexWorker, loop, std::move(codexProvider)),
         .grok =
