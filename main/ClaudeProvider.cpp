@@ -203,7 +203,7 @@ ProviderSnapshot ClaudeProvider::settle(int startedEpoch, const Finding& finding
   readBlocked_.reset();
   readFailureStreak_ = 0;
   if (!finding.answer) {
-    if (backoffIsAuth_ && backoffUntil_ > steadyNow() + shortHoldOff()) {
+    if (backoffIsAuth_ && backoffHealth_ && backoffUntil_ > steadyNow() + shortHoldOff()) {
       return showing(*backoffHealth_, backoffSince_);  // silence does not cut short a refusal
     }
     const bool isExpired = finding.expiresAt && *finding.expiresAt < now;

@@ -423,8 +423,8 @@ TEST_P(StoreWithClaude, AsksOneAtATimeInDueTimeAndNeverGoesBack) {
   makeStore(&asked);
   struct Outcome {
     test::ClaudeReply reply;
-    double hold;      // seconds
-    double givesWay;  // to this interval and smaller ones
+    double hold = 0;      // seconds
+    double givesWay = 0;  // to this interval and smaller ones
   };
   const std::array<Outcome, 6> outcomes{
       {{test::usage(1), 0, -2},
@@ -435,8 +435,10 @@ TEST_P(StoreWithClaude, AsksOneAtATimeInDueTimeAndNeverGoesBack) {
        {test::failedRead(KeychainReadError::Kind::timedOut), 1e6, -1}}};
   const Outcome* last = nullptr;  // of the job that landed last
   Instant landed;
-  bool isOut = false, forgot = false;
-  int readsWhileOff = 0, published = 0;
+  bool isOut = false;
+  bool forgot = false;
+  int readsWhileOff = 0;
+  int published = 0;
   const auto after = [&](double seconds) { return landed + continuousDuration(Seconds{seconds}); };
   const auto land = [&](const Outcome& outcome) {
     isOut = false;
