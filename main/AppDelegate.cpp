@@ -48,9 +48,13 @@ std::vector<MenuBarItem> resolveMenuBar(const UsageStore& store, Date now) {
   const Preferences& chosen = store.preferences();
   std::vector<MenuBarItem> items;
   for (const ProviderID provider : store.menuBarBars()) {
-    MenuGauge gauge = resolveMenuGauge(*store.snapshot(provider), chosen.menuWindow(provider),
-                                       chosen.textPrefs(provider), chosen.menuBarStyle(),
-                                       chosen.accent(provider), chosen.ringColors(), now);
+    const auto& snapshot = store.snapshot(provider);
+    if (!snapshot) {
+      continue;  // never so: who is in the bar is present
+    }
+    MenuGauge gauge =
+        resolveMenuGauge(*snapshot, chosen.menuWindow(provider), chosen.textPrefs(provider),
+                         chosen.menuBarStyle(), chosen.accent(provider), chosen.ringColors(), now);
     MenuBarSegment segment = menuBarSegment(gauge, chosen.menuBarStyle(), now);
     items.push_back(
         {.provider = provider, .gauge = std::move(gauge), .segment = std::move(segment)});
