@@ -124,6 +124,9 @@ void AppDelegate::setUpPopover() {
 void AppDelegate::statusItemClicked(const StatusItemClick& click) {
   s_.store.refreshOnUserAttention();
   if (click.button == StatusItemClick::Button::right || click.controlHeld) {
+    if (s_.popover.isShown()) {
+      s_.popover.close();
+    }
     showMenu(click.at);
   } else if (s_.popover.isShown()) {
     s_.popover.close();

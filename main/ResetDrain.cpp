@@ -22,7 +22,12 @@ double nextAge(double age) {
   if (age < justNow) {
     return justNow;
   }
-  const double unit = age < hour ? minute : (age < day ? hour : day);
+  double unit = day;
+  if (age < hour) {
+    unit = minute;
+  } else if (age < day) {
+    unit = hour;
+  }
   return (std::floor(age / unit) + 1) * unit;
 }
 

@@ -36,7 +36,7 @@ class KeptStatusBar final : public StatusBar {
   class Item final : public StatusItem {
    public:
     explicit Item(StatusItemContent& kept) : content_(kept) {}
-    void show(const StatusItemContent& content) override { content_ = content; }
+    void show(const StatusItemContent& next) override { content_ = next; }
     void openMenu(std::vector<MenuItem> /*items*/, std::optional<Point> /*at*/) override {}
 
    private:
@@ -67,7 +67,7 @@ class ClaudeEndToEnd : public testing::Test {
     EXPECT_EQ(bar.content.label, "");
     loop.advance(Seconds{61});
   }
-  ~ClaudeEndToEnd() override {
+  void TearDown() override {
     delegate.applicationWillTerminate();
     transport.stop();
     worker.stop();
@@ -182,7 +182,7 @@ TEST_F(ClaudeEndToEnd, EveryFailureIsToldAndRecoveredFrom) {
     double heldOff = 900;  // seconds until it may be asked again
   };
   const auto http = [this](const std::string& text) { return [this, text] { serve(text); }; };
-  const auto login = [this](KeychainRule rule) {
+  const auto login = [this](const KeychainRule& rule) {
     return [this, rule] { keychain.rules = {{rule}}; };
   };
   const std::vector<Row> rows{

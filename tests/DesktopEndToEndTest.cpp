@@ -495,6 +495,18 @@ TEST_F(GrokEndToEnd, AnExhaustionEndsWithItsWindow) {
   endProgram();
 }
 
+TEST_F(DesktopEndToEnd, EndsWhileThePopoverIsOpen) {
+  for (int round = 0; round < 3; ++round) {  // windows end in no certain order
+    startProgram();
+    ASSERT_TRUE(within(patience, [this] {
+      return screen->count(green, screen->width() - 300, 0, 300, 100) > 5;
+    })) << "the strip";
+    act({"mousemove", "770", "20", "click", "1"});
+    ASSERT_TRUE(within(patience, [this] { return popoverIsShown(); }));
+    endProgram();
+  }
+}
+
 TEST_F(DesktopEndToEnd, AnXfcePanelShowsTheSquares) {
   home.write(".config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml",
              R"(<?xml version="1.0"?><channel name="xfce4-panel" version="1.0">

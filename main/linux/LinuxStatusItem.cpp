@@ -58,7 +58,7 @@ class LinuxStatusItem final : public StatusItem {
 
   void openMenu(std::vector<MenuItem> items, std::optional<Point> at) override {
     const QPoint place = at ? QPointF(at->x, at->y).toPoint() : QCursor::pos();
-    openNativeMenu(std::move(items), place);
+    openNativeMenu(std::move(items), placeOnScreen(place, {1, 1}));  // hosts tell any place
   }
 
  private:
@@ -72,7 +72,9 @@ class LinuxStatusItem final : public StatusItem {
       return;
     }
     takeOver_ = loop_.callAfter(hostPatience, [this] {
-      if (oldTray_.owned()) {
+      // While a watcher may still take the item the strip stands in: Qt decides once which of both
+      // kinds of tray it speaks.
+      if (oldTray_.owned() && !notifier_.isAsking()) {
         strip_.reset();
         if (!tray_) {
           tray_ = std::make_unique<TrayIcon>();

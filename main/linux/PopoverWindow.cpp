@@ -232,7 +232,10 @@ class PopoverWindow::Window final : public QWidget {
     show();
     raise();
     update();
-    buttons_ = std::make_unique<X11Buttons>([this](bool down) { buttonMoved(down); });
+    // Made once an opening: the end of one watch would end another's, too.
+    if (!buttons_) {
+      buttons_ = std::make_unique<X11Buttons>([this](bool down) { buttonMoved(down); });
+    }
   }
 
   void dismiss() {

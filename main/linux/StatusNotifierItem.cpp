@@ -177,6 +177,7 @@ class StatusNotifierItem::Exported final : public QObject {
   [[nodiscard]] QString description() const { return content_.description; }
 
   [[nodiscard]] bool available() const { return available_; }
+  [[nodiscard]] bool isAsking() const { return answer_ != nullptr; }
   [[nodiscard]] bool hostIsWaybar() const { return waybar_.value_or(false); }
   [[nodiscard]] std::string takeToken() { return std::exchange(token_, {}); }
 
@@ -229,10 +230,12 @@ class StatusNotifierItem::Exported final : public QObject {
     return items ? items() : std::vector<MenuItem>{};
   }
 
-  // The accessible description has no signal of its own and is read again with the icon.
+  // The accessible description has no signal of its own and is read again with the icon, or with
+  // the tooltip: while only ages move on, the icon is not sent again.
   void tellChanges() {
     const Content told = std::exchange(told_, content_);
-    if (told.pixmaps != content_.pixmaps || told.description != content_.description) {
+    if (told.pixmaps != content_.pixmaps ||
+        (told.description != content_.description && told.toolTip == content_.toolTip)) {
       Q_EMIT NewIcon();
     }
     if (told.toolTip != content_.toolTip) {
@@ -253,6 +256,9 @@ class StatusNotifierItem::Exported final : public QObject {
             [this, answered = std::move(answered)] {
               const auto answer = std::move(answer_);
               answered(answer->reply());
+              if (!isAsking() && !available_) {
+                callLater(item_.onAvailabilityChange);  // it is known now
+              }
             });
   }
 
@@ -263,11 +269,15 @@ class StatusNotifierItem::Exported final : public QObject {
 
   // `owner` is the watcher now; empty when there is none.
   void meet(const QString& owner) {
+    const bool wasAsking = isAsking();
     answer_.reset();
     owner_ = owner;
     waybar_.reset();
     setAvailable(false);
     if (owner.isEmpty()) {
+      if (wasAsking) {
+        callLater(item_.onAvailabilityChange);
+      }
       return;
     }
     QDBusMessage registration =
@@ -340,6 +350,10 @@ StatusNotifierItem::~StatusNotifierItem() = default;
 
 bool StatusNotifierItem::available() const {
   return exported_->available();
+}
+
+bool StatusNotifierItem::isAsking() const {
+  return exported_->isAsking();
 }
 
 bool StatusNotifierItem::hostIsWaybar() const {

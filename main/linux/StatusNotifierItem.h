@@ -30,6 +30,8 @@ class StatusNotifierItem final {
 
   /// Whether a watcher has taken the item and a host is there to show it.
   [[nodiscard]] bool available() const;
+  /// Whether there is a watcher that has not said yet whether it shows the item.
+  [[nodiscard]] bool isAsking() const;
   /// Whether the watcher is Waybar, which shows a wide icon wide.
   [[nodiscard]] bool hostIsWaybar() const;
   /// Called when either may have changed. Telling is asynchronous, so a new item is unavailable at

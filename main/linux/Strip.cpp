@@ -5,6 +5,7 @@
 
 #include <QtCore/QStringList>
 #include <QtGui/QAccessible>
+#include <QtGui/QCloseEvent>
 #include <QtGui/QMouseEvent>
 #include <QtGui/QPainter>
 #include <QtGui/QPainterPath>
@@ -162,6 +163,11 @@ void Strip::shape() {
     path.addRoundedRect(rect(), cornerRadius, cornerRadius);
     setMask(QRegion(path.toFillPolygon().toPolygon()));
   }
+}
+
+// A window manager's close key does not take the item from its user.
+void Strip::closeEvent(QCloseEvent* event) {
+  event->ignore();
 }
 
 void Strip::paintEvent(QPaintEvent* /*event*/) {

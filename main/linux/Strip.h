@@ -38,6 +38,7 @@ class Strip final : public QWidget {
   [[nodiscard]] QString spokenValue() const { return accessibleDescription(); }
 
  protected:
+  void closeEvent(QCloseEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
   void mousePressEvent(QMouseEvent* event) override;
