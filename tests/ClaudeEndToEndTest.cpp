@@ -111,6 +111,12 @@ class ClaudeEndToEnd : public testing::Test {
   test::TemporaryDirectory home;
   test::TemporaryDirectory place;
   test::Authority authority;
+
+ private:
+  std::mutex mutex_;
+  std::string says_ = usage;  // guarded by it; both outlive the server
+
+ protected:
   test::TLSServer server{authority.issue("api.anthropic.com"), [this](test::Visit& visit) {
                            const std::lock_guard lock(mutex_);
                            visit.say(says_);
@@ -168,10 +174,6 @@ class ClaudeEndToEnd : public testing::Test {
                         .localTime = times,
                         .textMeasurer = measurer,
                         .surroundings = surroundings}};
-
- private:
-  std::mutex mutex_;
-  std::string says_ = usage;
 };
 
 TEST_F(ClaudeEndToEnd, EveryFailureIsToldAndRecoveredFrom) {
