@@ -19,6 +19,7 @@
 #include <QtWidgets/QVBoxLayout>
 #include <QtWidgets/QWidget>
 
+#include "Palette.h"
 #include "ScreenPlaces.h"
 #include "X11.h"
 
@@ -26,7 +27,6 @@ namespace marigold {
 
 namespace {
 
-constexpr double cardRadius = 14;
 constexpr int padding = 12;
 constexpr int rowGap = 6;
 constexpr int widthInLetters = 50;
@@ -146,7 +146,8 @@ class Card final : public QWidget {
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setBrush(palette().base());
     painter.setPen(faint(*this, 0.12F));
-    painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), cardRadius, cardRadius);
+    painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5),
+                            MarigoldTheme::cardRadius, MarigoldTheme::cardRadius);
   }
 
  private:
