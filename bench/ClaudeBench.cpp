@@ -1,6 +1,6 @@
 #include <benchmark/benchmark.h>
 
-#include "ClaudeUsage.h"
+#include "claude/ClaudeUsage.h"
 
 namespace marigold::bench {
 namespace {

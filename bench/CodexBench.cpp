@@ -5,9 +5,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "CodexProvider.h"
 #include "Floors.h"
 #include "Ratios.h"
+#include "codex/CodexProvider.h"
 #include "support/CodexHome.h"
 
 namespace marigold::bench {
@@ -60,7 +60,7 @@ void firstRead(benchmark::State& state) {
       state,
       "first read, " + std::to_string(after / 1024) + " KiB after the record, to read and search",
       2.0, [&] { return bareTailRead(descriptor, buffer, "rate_limits"); },
-      [&] { return lastRateLimits(path, now).value().limits.primary; });
+      [&] { return lastRateLimits(*BoundedFile::open(path), now).value().limits.primary; });
   ::close(descriptor);
 }
 BENCHMARK(firstRead)->Arg(2 << 10)->Arg(100 << 10)->Arg(500 << 10)->UseManualTime()->Unit(

@@ -21,7 +21,7 @@ constexpr std::array<std::string_view, 3> needles{GrokBillingLine::billingMsg,
 void fullScan(benchmark::State& state) {
   const test::GrokHome home;
   std::string log;
-  for (int i = 0; log.size() < GrokProvider::searchBudgetBytes + 1; ++i) {
+  for (int i = 0; log.size() < GrokLogScan::searchBudgetBytes + 1; ++i) {
     log += test::logLine("shell.turn.tool_call_started", i,
                          R"({"tool_name":"read_file","path":"src/billing/mod.rs","text":")" +
                              std::string(static_cast<std::size_t>(i % 7) * 100, 'x') + "\"}");
@@ -29,11 +29,11 @@ void fullScan(benchmark::State& state) {
   home.write(log);
   const auto file = BoundedFile::open(home.log);
   const int descriptor = ::open(home.log.c_str(), O_RDONLY | O_CLOEXEC);
-  std::vector<char> buffer(GrokProvider::searchBudgetBytes);
+  std::vector<char> buffer(GrokLogScan::searchBudgetBytes);
   measureRatio(
       state, "full scan of a log to a read and a search for each of its three marks", 1.5,
       [&] { return bareSearch(descriptor, buffer, needles); },
-      [&] { return GrokProvider::scanBilling(*file, {}, GrokProvider::Limits{}, 0); });
+      [&] { return GrokLogScan::scanBilling(*file, {}, {}, GrokLogScan::Limits{}, 0); });
   ::close(descriptor);
 }
 BENCHMARK(fullScan)->UseManualTime()->Unit(benchmark::kMicrosecond);

@@ -5,9 +5,9 @@
 #include <QtGui/QImage>
 
 #include "MenuBarRender.h"
-#include "Palette.h"
-#include "QtPainter.h"
 #include "Ratios.h"
+#include "bar/Palette.h"
+#include "linux/system/QtPainter.h"
 #include "support/ToolkitApplication.h"
 
 namespace marigold::bench {
@@ -23,8 +23,8 @@ void redraw(benchmark::State& state) {
       .percent = MenuBarTextScope::both, .reset = MenuBarTextScope::both, .labels = true};
   int step = 0;
   const auto subject = [&] {
-    MenuBarMark mark{.textColor = menuBarLabelColor(true, false)};
-    for (const ProviderID provider : allProviders) {
+    MenuBarMark mark{.textColor = menuBarLabelColor(DarkMenuBar::yes, false)};
+    for (const ProviderID provider : allCases<ProviderID>) {
       const ProviderSnapshot snapshot{
           .provider = provider,
           .windows = {{.label = "5h", .percent = 1.0 * step, .resetsAt = now + Seconds{7000}},
@@ -36,7 +36,7 @@ void redraw(benchmark::State& state) {
       mark.segments.push_back(menuBarSegment(gauge, MenuBarStyle::rings, now));
     }
     step = (step + 1) % 100;
-    return rasterize(menuBarRender::markImage(mark, measurer), 2);
+    return rasterize(MenuBarRender::markImage(mark, measurer), 2);
   };
   using Clock = std::chrono::steady_clock;
   std::vector<double> seconds;

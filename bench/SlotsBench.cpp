@@ -1,6 +1,6 @@
 #include <benchmark/benchmark.h>
 
-#include "MenuBarSlots.h"
+#include "bar/MenuBarSegments.h"
 #include "support/FixedLocalTimeText.h"
 
 namespace marigold::bench {
@@ -13,8 +13,8 @@ void everySlot(benchmark::State& state) {
   const MenuBarTextPrefs prefs{
       .percent = MenuBarTextScope::both, .reset = MenuBarTextScope::both, .labels = true};
   std::vector<ProviderSnapshot> snapshots;
-  snapshots.reserve(allProviders.size());
-  for (const ProviderID provider : allProviders) {
+  snapshots.reserve(allCases<ProviderID>.size());
+  for (const ProviderID provider : allCases<ProviderID>) {
     snapshots.push_back(
         {.provider = provider,
          .windows = {{.label = "5h", .percent = 37, .resetsAt = now + Seconds{7000}},

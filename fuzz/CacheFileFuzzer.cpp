@@ -1,22 +1,19 @@
 // Cache files are ours, but anything may have become of them. What decodes must survive being
 // saved and loaded again.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <span>
 #include <string>
 
-#include "DiskCache.h"
+#include "Fuzzed.h"
+#include "model/DiskCache.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::span bytes(data, size);
-  const auto snapshot = marigold::decodeCachedSnapshot(std::string(bytes.begin(), bytes.end()));
+namespace marigold::fuzz {
+
+void examine(std::string_view input) {
+  const auto snapshot = decodeCachedSnapshot(input);
   if (snapshot) {
-    const auto content = marigold::encodeCachedSnapshot(*snapshot);
-    if (!content || marigold::decodeCachedSnapshot(*content) != snapshot) {
-      std::abort();
-    }
+    const auto content = encodeCachedSnapshot(*snapshot);
+    require(content && decodeCachedSnapshot(*content) == snapshot);
   }
-  return 0;
 }
+
+}  // namespace marigold::fuzz

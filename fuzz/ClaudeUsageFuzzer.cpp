@@ -1,31 +1,18 @@
 // The body of a usage answer decodes into something that can be shown and cached, or into nothing.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <set>
-#include <span>
 #include <string>
 
-#include "ClaudeUsage.h"
-#include "DiskCache.h"
+#include "Fuzzed.h"
+#include "base/AsciiText.h"
+#include "claude/ClaudeUsage.h"
 
-namespace {
+namespace marigold::fuzz {
 
-void require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace marigold;
-  const std::span input(data, size);
-  const auto usage = ClaudeUsage::decode(std::string(input.begin(), input.end()));
+void examine(std::string_view input) {
+  const auto usage = ClaudeUsage::decode(input);
   if (!usage) {
-    return 0;
+    return;
   }
   const ProviderSnapshot snapshot = usage->snapshot(Date{}, "max");
   std::set<std::string> labels;
@@ -40,10 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       claudePayloadVerdict(snapshot.isUsable(), usage->recognizedEnvelope, usage->rejectedValue());
   require((verdict == ClaudePayloadVerdict::usable) == snapshot.isUsable());
   require(usage->recognizedEnvelope || verdict == ClaudePayloadVerdict::unrecognized);
-
-  const auto content = encodeCachedSnapshot(snapshot.cached());
-  require(content.has_value());
-  const auto cached = decodeCachedSnapshot(content.value_or("")).value_or(CachedSnapshot{});
-  require(cached.windows.size() == snapshot.windows.size());
-  return 0;
+  requireCached(snapshot);
 }
+
+}  // namespace marigold::fuzz

@@ -1,29 +1,16 @@
-// What the security tool prints decodes into a login within its bounds, or into nothing.
+// What a keychain item or credentials file holds decodes into a login within its bounds, or into
+// nothing.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <span>
 #include <string>
 
-#include "KeychainReader.h"
+#include "Fuzzed.h"
+#include "claude/ClaudeCredentials.h"
 
-namespace {
+namespace marigold::fuzz {
 
-void require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace marigold;
-  const std::span input(data, size);
-  const std::string text(input.begin(), input.end());
-  const auto login = KeychainReader::decodeCredentialPayload(text);
-  require(!login || !KeychainReader::decodeCredentialPayload(" " + text));
+void examine(std::string_view input) {
+  const auto login = decodeCredentialPayload(input);
+  require(!login || !decodeCredentialPayload(" " + std::string(input)));
   if (login) {
     using OAuth = ClaudeCredentials::OAuth;
     const OAuth& oauth = login->claudeAiOauth;
@@ -32,5 +19,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(oauth.subscriptionType.value_or("").size() <= 4 * OAuth::maxSubscriptionTypeLength);
     require(!login->isExpired(distantPast));
   }
-  return 0;
 }
+
+}  // namespace marigold::fuzz

@@ -2,42 +2,36 @@
 // lines finds, and so does one that extends a memo of the log when it was shorter. Input: the
 // chunk, the longest line, the budget, the length of the shorter log in 64ths, the bytes.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <optional>
-#include <span>
 #include <string>
 
+#include "Fuzzed.h"
 #include "support/GrokHome.h"
 #include "support/GrokReference.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace marigold;
+namespace marigold::fuzz {
+
+void examine(std::string_view input) {
   static const test::GrokHome home;
-  if (size < 4) {
-    return 0;
+  if (input.size() < 4) {
+    return;
   }
-  const std::span input(data, size);
-  const GrokProvider::Limits limits{.chunkSize = 1 + std::size_t{input[0]} * 2,
-                                    .searchBudget = 1 + std::size_t{input[2]} * 16,
-                                    .maxLine = std::size_t{input[1]} * 2};
-  const auto rest = input.subspan(4);
-  const std::string log(rest.begin(), rest.end());
-  std::optional<GrokProvider::ScanMemo> memo;
-  for (const std::string& content : {log.substr(0, log.size() * (input[3] % 64U) / 64), log}) {
+  const GrokLogScan::Limits limits{.chunkSize = 1 + byteAt(input, 0) * 2,
+                                   .searchBudget = 1 + byteAt(input, 2) * 16,
+                                   .maxLine = byteAt(input, 1) * 2};
+  const std::string log(input.substr(4));
+  std::optional<GrokLogScan::ScanMemo> memo;
+  for (const std::string& content :
+       {log.substr(0, log.size() * (byteAt(input, 3) % 64) / 64), log}) {
     home.write(content);
     const auto file = BoundedFile::open(home.log);
-    if (!file) {
-      std::abort();
-    }
+    require(file.has_value());
     // Long after: a memo of an unchanged log must not stand in for a scan here.
     const Date now = test::at(memo ? 1000 : 0);
-    auto [scan, renewed] = GrokProvider::memoizedScan(*file, test::at(0), memo, now, limits);
-    if (test::places(scan) != test::places(test::reference(content, limits))) {
-      std::abort();
-    }
+    auto [scan, renewed] = GrokLogScan::memoizedScan(*file, test::at(0), memo, now, limits);
+    require(test::places(scan) == test::places(test::reference(content, limits, now)));
     memo = std::move(renewed);
   }
-  return 0;
 }
+
+}  // namespace marigold::fuzz

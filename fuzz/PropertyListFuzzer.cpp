@@ -1,31 +1,24 @@
 // A partition rule's description is read through a library that trusts its input more than we do.
 // Whatever it holds, the plain form and the hexadecimal one say the same.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <span>
 #include <string>
-#include <vector>
 
-#include "KeychainReader.h"
-#include "PropertyList.h"
+#include "Fuzzed.h"
+#include "claude/keychain/KeychainReader.h"
+#include "claude/keychain/PropertyList.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace marigold;
-  const std::span input(data, size);
-  // The library must not rely on a zero byte behind.
-  const std::vector<char> bytes(input.begin(), input.end());
+namespace marigold::fuzz {
+
+void examine(std::string_view input) {
   std::string digits;
-  for (const std::uint8_t byte : input) {
-    digits += "0123456789abcdef"[byte / 16];
-    digits += "0123456789abcdef"[byte % 16];
+  for (std::size_t i = 0; i < input.size(); ++i) {
+    digits += "0123456789abcdef"[byteAt(input, i) / 16];
+    digits += "0123456789abcdef"[byteAt(input, i) % 16];
   }
-  const auto list = KeychainReader::partitionIDs({bytes.data(), bytes.size()});
+  const auto list = KeychainReader::partitionIDs(input);
   const PartitionFinding found = KeychainReader::partitionFinding(digits);
   const bool isList = found.kind == PartitionFinding::Kind::list;
-  if (isList != list.has_value() || (isList && found.list != *list)) {
-    std::abort();
-  }
-  return 0;
+  require(isList == list.has_value() && (!isList || found.list == *list));
 }
+
+}  // namespace marigold::fuzz

@@ -1,31 +1,16 @@
 // A line of a rollout file decodes into something that can be shown and cached, or into nothing.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <span>
 #include <string>
 
-#include "CodexRecords.h"
-#include "DiskCache.h"
+#include "Fuzzed.h"
+#include "codex/CodexRecords.h"
 
-namespace {
+namespace marigold::fuzz {
 
-void require(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace marigold;
-  const std::span input(data, size);
-  const std::string text(input.begin(), input.end());
-  const auto line = CodexRolloutLine::decode(text);
+void examine(std::string_view input) {
+  const auto line = CodexRolloutLine::decode(input);
   if (!line || !line->payload || !line->payload->rateLimits) {
-    return 0;
+    return;
   }
   const CodexRateLimits& limits = *line->payload->rateLimits;
   const Date captured = line->timestamp.value_or(Date{});
@@ -41,11 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(!snapshot.planLabel || snapshot.planLabel->starts_with("Codex "));
   require(!snapshot.extraNote || snapshot.extraNote->starts_with("Rate resets available"));
   require(snapshot.health == Health::ok());
-
-  const auto content = encodeCachedSnapshot(snapshot.cached());
-  require(content.has_value());
-  const auto cached = decodeCachedSnapshot(content.value_or("")).value_or(CachedSnapshot{});
-  require(cached.windows.size() == snapshot.windows.size());
-  require(cached.planLabel == snapshot.planLabel && cached.extraNote == snapshot.extraNote);
-  return 0;
+  requireCached(snapshot);
 }
+
+}  // namespace marigold::fuzz

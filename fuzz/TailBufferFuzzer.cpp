@@ -3,20 +3,17 @@
 // bytes.
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "CodexProvider.h"
+#include "Fuzzed.h"
+#include "codex/RolloutSearch.h"
+
+namespace marigold::fuzz {
 
 namespace {
-
-using namespace marigold;
 
 std::optional<std::size_t> lastRecordLineByLine(std::string_view bytes, bool startsMidFile,
                                                 std::size_t maxLine) {
@@ -45,20 +42,17 @@ std::optional<std::size_t> lastRecordLineByLine(std::string_view bytes, bool sta
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 2) {
-    return 0;
+void examine(std::string_view input) {
+  if (input.size() < 2) {
+    return;
   }
-  const std::span input(data, size);
-  const bool startsMidFile = (input[0] & 1U) != 0;
-  const std::size_t maxLine = std::size_t{input[1]} * 16;
-  const auto rest = input.subspan(2);
-  const std::string bytes(rest.begin(), rest.end());
+  const bool startsMidFile = byteAt(input, 0) % 2 == 1;
+  const std::size_t maxLine = byteAt(input, 1) * 16;
+  const std::string_view bytes = input.substr(2);
   const auto found = lastRecordIn(bytes, startsMidFile, Date{}, maxLine);
   const auto expected = lastRecordLineByLine(bytes, startsMidFile, maxLine);
-  if (found.has_value() != expected.has_value() ||
-      (found && found->offset != static_cast<std::int64_t>(*expected))) {
-    std::abort();
-  }
-  return 0;
+  require(found.has_value() == expected.has_value());
+  require(!found || found->offset == static_cast<std::int64_t>(expected.value_or(0)));
 }
+
+}  // namespace marigold::fuzz

@@ -5,104 +5,110 @@
 #include <numbers>
 #include <utility>
 
-#include "Palette.h"
+#include "bar/Palette.h"
 
 namespace marigold {
 
-namespace metrics = menuBarMetrics;
+using Metrics = MenuBarMetrics;
 
 namespace {
 
 double filledFraction(double percent) {
-  return std::clamp(percent / 100, metrics::minArc, 1.0);
+  return std::clamp(percent / 100, Metrics::minArc, 1.0);
 }
 
-// Dashes that meet themselves after a whole number of periods: a little longer than their gaps, so
-// that the shape stays readable at one pixel a point.
+// How a hollow gauge is drawn, of whichever shape: a thin broken line.
+constexpr double hollowLine = 1.25;
+
+// Dashes that meet themselves after a whole number of periods: longer than their gaps, so that the
+// shape stays readable at one pixel a point.
 Dashes closedDashes(double perimeter) {
-  constexpr double period = 2.75;
-  constexpr double share = 0.55;
+  constexpr double period = 3.4;
+  constexpr double share = 0.6;
   const double exact = perimeter / std::max(1.0, std::round(perimeter / period));
   return {.dash = exact * share, .gap = exact * (1 - share)};
 }
 
-// A faded gauge is composited as one: its track must not shine through its fill.
-void addFaded(Drawing& drawing, GaugeBar::Mode mode, Drawing gauge) {
+Color drawn(Color color, GaugeBar::Mode mode) {
   if (mode == GaugeBar::Mode::stale) {
-    drawing.add(Layer{.opacity = MenuBarRing::staleOpacity, .ops = std::move(gauge.ops)});
-    return;
+    color.opacity *= MenuBarRing::staleOpacity;
   }
-  std::ranges::move(gauge.ops, std::back_inserter(drawing.ops));
+  return color;
+}
+
+// The unfilled part of a gauge. What is faded or a thin line takes the stronger track, or else it
+// would hardly show.
+Color track(GaugeBar::Mode mode, DarkMenuBar darkMenuBar, bool highContrast) {
+  return drawn(ringTrack(darkMenuBar, highContrast || mode != GaugeBar::Mode::normal), mode);
 }
 
 }  // namespace
 
 void MenuBarRing::draw(Drawing& drawing, Point center) const {
-  const bool hollow = bar.mode == GaugeBar::Mode::hollow;
-  Drawing ring;
-  StrokeArc track{.center = center,
-                  .radius = radius,
-                  .width = stroke,
-                  .color = ringTrack(darkMenuBar, highContrast)};
-  if (hollow && dashWhenHollow) {
-    track.dashes = closedDashes(2 * std::numbers::pi * radius);
+  StrokeArc arc{.center = center,
+                .radius = radius,
+                .width = stroke,
+                .color = track(bar.mode, trackMenuBar.value_or(darkMenuBar), highContrast)};
+  if (bar.mode == GaugeBar::Mode::hollow) {
+    if (dashWhenHollow) {
+      arc.width = hollowLine;
+      arc.dashes = closedDashes(2 * std::numbers::pi * radius);
+    }
+    drawing.add(arc);
+    return;
   }
-  ring.add(track);
-  if (!hollow) {
-    ring.add(StrokeArc{.center = center,
-                       .radius = radius,
-                       .width = stroke,
-                       .sweep = filledFraction(bar.percent),
-                       .color = menuBarBarFill(bar.accent, bar.percent, darkMenuBar),
-                       .roundCaps = true});
-  }
-  addFaded(drawing, bar.mode, std::move(ring));
+  drawing.add(arc);
+  // Round ends lie within the filled part, so that it covers its share and no more. One too short
+  // for them is cut flat, and only a whole circle closes.
+  const double filled = filledFraction(bar.percent);
+  const double end = std::asin(stroke / 2 / radius) / (2 * std::numbers::pi);
+  arc.roundCaps = filled < 1 && filled > 2 * end;
+  arc.start = arc.roundCaps ? end : 0;
+  arc.sweep = filled - 2 * arc.start;
+  arc.color = drawn(menuBarBarFill(bar.accent, bar.percent, darkMenuBar), bar.mode);
+  drawing.add(arc);
 }
 
 void MenuBarRingGlyph::draw(Drawing& drawing, Point origin) const {
-  const Point center{.x = origin.x + metrics::glyph / 2, .y = origin.y + metrics::glyph / 2};
-  const auto ring = [&](const GaugeBar& bar, double radius, double stroke) {
-    MenuBarRing{.bar = bar,
-                .radius = radius,
-                .stroke = stroke,
-                .darkMenuBar = darkMenuBar,
-                .highContrast = highContrast}
-        .draw(drawing, center);
-  };
+  const Point center{.x = origin.x + Metrics::glyph / 2, .y = origin.y + Metrics::glyph / 2};
+  MenuBarRing ring{
+      .darkMenuBar = darkMenuBar, .trackMenuBar = trackMenuBar, .highContrast = highContrast};
   if (outer) {
-    ring(*outer, metrics::outerRadius, metrics::outerStroke);
+    ring.bar = *outer;
+    ring.draw(drawing, center);
   }
   if (inner) {
-    ring(*inner, metrics::innerRadius, metrics::innerStroke);
+    ring.bar = *inner;
+    ring.radius = Metrics::innerRadius;
+    ring.stroke = Metrics::innerStroke;
+    ring.draw(drawing, center);
   }
 }
 
 void MenuBarPill::draw(Drawing& drawing, Point origin) const {
-  const double radius = std::min(size.width, size.height) / 2;
-  Drawing pill;
+  // Squarer than a half circle, in whose foot the first tenth would hardly show.
+  const double radius = std::min(size.width, size.height) / 3;
+  const Color unfilled = track(bar.mode, trackMenuBar.value_or(darkMenuBar), highContrast);
   if (bar.mode == GaugeBar::Mode::hollow) {
-    constexpr double line = 1;
-    const double straight = 2 * (size.height - 2 * radius);
-    pill.add(StrokeRoundedRect{
-        .origin = {.x = origin.x + line / 2, .y = origin.y + line / 2},
-        .size = {.width = size.width - line, .height = size.height - line},
-        .cornerRadius = radius - line / 2,
-        .width = line,
-        .color = ringTrack(darkMenuBar, true),  // a thin line needs more of it
-        .dashes = closedDashes(straight + 2 * std::numbers::pi * (radius - line / 2))});
-  } else {
-    FillRoundedRect shape{.origin = origin,
-                          .size = size,
-                          .cornerRadius = radius,
-                          .color = ringTrack(darkMenuBar, highContrast)};
-    pill.add(shape);
-    // The rounded foot hides the first tenth: less would not be seen.
-    constexpr double leastLevel = 0.1;
-    shape.level = std::max(filledFraction(bar.percent), leastLevel);
-    shape.color = menuBarBarFill(bar.accent, bar.percent, darkMenuBar);
-    pill.add(shape);
+    const Size inside{.width = size.width - hollowLine, .height = size.height - hollowLine};
+    const double corner = radius - hollowLine / 2;
+    const double perimeter =
+        2 * (inside.width + inside.height) - (8 - 2 * std::numbers::pi) * corner;
+    drawing.add(StrokeRoundedRect{
+        .origin = {.x = origin.x + hollowLine / 2, .y = origin.y + hollowLine / 2},
+        .size = inside,
+        .cornerRadius = corner,
+        .width = hollowLine,
+        .color = unfilled,
+        .dashes = closedDashes(perimeter)});
+    return;
   }
-  addFaded(drawing, bar.mode, std::move(pill));
+  FillRoundedRect shape{.origin = origin, .size = size, .cornerRadius = radius, .color = unfilled};
+  drawing.add(shape);
+  constexpr double leastHeight = 1.5;  // less would not be seen
+  shape.level = std::max(filledFraction(bar.percent), leastHeight / size.height);
+  shape.color = drawn(menuBarBarFill(bar.accent, bar.percent, darkMenuBar), bar.mode);
+  drawing.add(shape);
 }
 
 std::vector<Point> PetalWave::points(Point center, double radius) const {
@@ -121,7 +127,7 @@ std::vector<Point> PetalWave::points(Point center, double radius) const {
 
 void MenuBarDevMarker::draw(Drawing& drawing, Point origin) {
   constexpr double side = 3;  // fits the corner that a ring leaves free
-  const auto accent = rgb(ProviderAccent::orange, true).value_or(AccentRGB{});
+  const auto accent = rgb(ProviderAccent::orange, DarkMenuBar::yes).value_or(AccentRGB{});
   drawing.add(FillRoundedRect{.origin = origin,
                               .size = {.width = side, .height = side},
                               .cornerRadius = side / 2,
@@ -133,7 +139,7 @@ void MenuBarIdleGlyph::draw(Drawing& drawing, Point origin) const {
   constexpr double radius = 4.9;
   constexpr double line = 1.5;
   constexpr double heart = 4;
-  const Point center{.x = origin.x + metrics::glyph / 2, .y = origin.y + metrics::glyph / 2};
+  const Point center{.x = origin.x + Metrics::glyph / 2, .y = origin.y + Metrics::glyph / 2};
   drawing.add(StrokeLoop{.points = petals.points(center, radius), .width = line, .color = color});
   drawing.add(FillRoundedRect{.origin = {.x = center.x - heart / 2, .y = center.y - heart / 2},
                               .size = {.width = heart, .height = heart},

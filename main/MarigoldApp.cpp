@@ -2,17 +2,98 @@
 
 #include <cstdlib>
 #include <ostream>
+#include <utility>
 
-#include "CodexDump.h"
-#include "SelfTest.h"
+#include "UsageStore.h"
+#include "app/CodexDump.h"
+#include "app/Screenshots.h"
+#include "app/SelfTest.h"
+#include "base/Worker.h"
+#include "codex/CodexProvider.h"
+#include "grok/GrokProvider.h"
+#include "model/DiskCache.h"
 
 namespace marigold {
 
+// In the order they are made; they die in the reverse.
+class MarigoldApp::Parts {
+ public:
+  explicit Parts(const Desktop& desktop)
+      : desktop_(desktop),
+        claude_(desktop.loop, claudeWorker_, desktop.transport, desktop.readClaudeLogin,
+                DiskCache(desktop_.surroundings)),
+        store_({.loop = desktop.loop,
+                .defaults = desktop.defaults,
+                .eventStreams = desktop.eventStreams,
+                .attention = desktop.attention,
+                .random = desktop.random,
+                .log = desktop.log,
+                .surroundings = desktop_.surroundings,
+                .claude = claude_,
+                .codex = {.worker = codexWorker_,
+                          .reader = std::make_unique<CodexProvider>(
+                              CodexPaths(desktop_.surroundings), DiskCache(desktop_.surroundings),
+                              desktop.loop.date()),
+                          .directory = CodexPaths(desktop_.surroundings).sessionsDir()},
+                .grok = {.worker = grokWorker_,
+                         .reader = std::make_unique<GrokProvider>(GrokPaths(desktop_.surroundings),
+                                                                  DiskCache(desktop_.surroundings),
+                                                                  desktop.loop.date()),
+                         .directory = GrokPaths(desktop_.surroundings).logsDir()}}),
+        delegate_({.store = store_,
+                   .loop = desktop.loop,
+                   .log = desktop.log,
+                   .attention = desktop.attention,
+                   .statusBar = desktop.statusBar,
+                   .popover = desktop.popover,
+                   .appearance = desktop.appearance,
+                   .application = desktop.application,
+                   .loginItem = desktop.loginItem,
+                   .updater = desktop.updater,
+                   .localTime = desktop.localTime,
+                   .textMeasurer = desktop.textMeasurer,
+                   .surroundings = desktop_.surroundings,
+                   .processId = desktop.processId}) {}
+
+  void launch() { delegate_.applicationDidFinishLaunching(); }
+
+  void terminate() {
+    desktop_.application.leaveRegardless(longestEnd);
+    delegate_.applicationWillTerminate();
+    desktop_.transport.stop();  // ends the request that Claude's worker may wait for
+    codexWorker_.stop();
+    grokWorker_.stop();
+    claudeWorker_.stop();
+    desktop_.loop.close();
+  }
+
+ private:
+  const Desktop desktop_;
+  Worker codexWorker_{desktop_.loop};
+  Worker grokWorker_{desktop_.loop};
+  Worker claudeWorker_{desktop_.loop};
+  ClaudeProvider claude_;
+  UsageStore store_;
+  AppDelegate delegate_;
+};
+
+MarigoldApp::MarigoldApp(const Desktop& desktop) : parts_(std::make_unique<Parts>(desktop)) {}
+
+MarigoldApp::~MarigoldApp() = default;
+
+void MarigoldApp::launch() {
+  parts_->launch();
+}
+
+void MarigoldApp::terminate() {
+  parts_->terminate();
+}
+
 std::optional<int> runOneShotMode(const Command& command, const Surroundings& surroundings,
-                                  Date now, std::ostream& out, std::ostream& err) {
+                                  Date now, const SavePicture& savePicture, std::ostream& out,
+                                  std::ostream& err) {
   switch (command.mode) {
     case Command::Mode::application:
-    case Command::Mode::shotMenuBar:  // takes the desktop's painter
       return std::nullopt;
     case Command::Mode::selfTest: {
       out << "Marigold self-test:\n";
@@ -28,6 +109,12 @@ std::optional<int> runOneShotMode(const Command& command, const Surroundings& su
       return EXIT_SUCCESS;
     case Command::Mode::version:
       out << versionText();
+      return EXIT_SUCCESS;
+    case Command::Mode::shotMenuBar:
+      if (!savePicture(menuBarShot, command.path)) {
+        err << "marigold: cannot write " << command.path << '\n';
+        return EXIT_FAILURE;
+      }
       return EXIT_SUCCESS;
     case Command::Mode::shot:
     case Command::Mode::shotSettings:

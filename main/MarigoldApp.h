@@ -1,18 +1,94 @@
 #pragma once
 
+#include <functional>
 #include <iosfwd>
+#include <memory>
 #include <optional>
+#include <string>
 
-#include "CommandLine.h"
-#include "Surroundings.h"
-#include "Time.h"
+#include "app/AppDelegate.h"
+#include "app/CommandLine.h"
+#include "base/Drawing.h"
+#include "base/QueuedEventLoop.h"
+#include "base/Surroundings.h"
+#include "base/Time.h"
+#include "claude/ClaudeProvider.h"
+#include "ports/Appearance.h"
+#include "ports/ApplicationControl.h"
+#include "ports/Attention.h"
+#include "ports/Defaults.h"
+#include "ports/EventStream.h"
+#include "ports/HTTPTransport.h"
+#include "ports/LocalTimeText.h"
+#include "ports/Log.h"
+#include "ports/LoginItem.h"
+#include "ports/Popover.h"
+#include "ports/RandomSource.h"
+#include "ports/StatusItem.h"
+#include "ports/Updater.h"
 
 namespace marigold {
 
+/// What a desktop brings: its places, and an implementation of every port. What is referred to must
+/// outlive the application made over it.
+struct Desktop {
+  Surroundings surroundings;
+  QueuedEventLoop& loop;
+  Log& log;
+  Defaults& defaults;
+  EventStreamSource& eventStreams;
+  Attention& attention;
+  RandomSource& random;
+  HTTPTransport& transport;
+  ClaudeProvider::KeychainRead readClaudeLogin;  ///< runs on a worker, where it may block
+  StatusBar& statusBar;
+  Popover& popover;
+  Appearance& appearance;
+  ApplicationControl& application;
+  LoginItem& loginItem;
+  Updater& updater;
+  const LocalTimeText& localTime;
+  const TextMeasurer& textMeasurer;
+  int processId = 0;  ///< for the log
+};
+
+/// The whole application over one desktop: makes every part and ends them in order. Lives on the
+/// main loop's thread, once a process.
+class MarigoldApp {
+ public:
+  /// How long an end may take, whatever still blocks: a worker stuck in a read of a dead network
+  /// file system must not keep the session from ending.
+  static constexpr Seconds longestEnd{0.5};
+
+  /// Reads the preferences and restores the cached readings; nothing runs yet.
+  explicit MarigoldApp(const Desktop& desktop);
+  MarigoldApp(const MarigoldApp&) = delete;
+  MarigoldApp& operator=(const MarigoldApp&) = delete;
+  ~MarigoldApp();
+
+  /// Shows the application and starts reading.
+  void launch();
+  /// Ends it, once the desktop's event loop has: the store shuts down, the request that is out and
+  /// the workers stop, and the loop drops what waits. Has the process leave after `longestEnd`
+  /// regardless, so it is the last thing that a process does.
+  void terminate();
+
+ private:
+  class Parts;
+
+  std::unique_ptr<Parts> parts_;
+};
+
+/// A drawing for a picture file, made once there is something to measure its texts with.
+using Picture = std::function<Drawing(const TextMeasurer&)>;
+/// Writes a picture to the PNG file at `path`, without a display; false when it cannot be written.
+using SavePicture = std::function<bool(const Picture& picture, const std::string& path)>;
+
 /// Runs the one-shot mode that `command` asks for and gives the exit status of the process; nothing
-/// when the application itself is asked for, or a mode that takes the desktop's painter.
+/// when the application itself is asked for.
 [[nodiscard]] std::optional<int> runOneShotMode(const Command& command,
                                                 const Surroundings& surroundings, Date now,
-                                                std::ostream& out, std::ostream& err);
+                                                const SavePicture& savePicture, std::ostream& out,
+                                                std::ostream& err);
 
 }  // namespace marigold

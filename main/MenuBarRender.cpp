@@ -9,19 +9,22 @@
 #include <utility>
 
 #include "GaugeView.h"
+#include "bar/Palette.h"
 
 namespace marigold {
 
-namespace metrics = menuBarMetrics;
+using Metrics = MenuBarMetrics;
 
 namespace {
 
-constexpr FontStyle labelFont{.size = metrics::labelSize, .weight = FontStyle::Weight::semibold};
+constexpr FontStyle labelFont{.size = Metrics::labelSize, .weight = FontStyle::Weight::semibold};
 constexpr FontStyle numberFont{
-    .size = metrics::numberSize, .weight = FontStyle::Weight::medium, .monospacedDigits = true};
+    .size = Metrics::numberSize, .weight = FontStyle::Weight::medium, .monospacedDigits = true};
 
 // The side of the smallest square that bars ask for.
 constexpr double squareSide = 22;
+// Square icons go to hosts whose bars may be of another ground than anything tells.
+constexpr DarkMenuBar squareTrack = DarkMenuBar::unknown;
 
 // Sets the texts of one line from left to right.
 class Line {
@@ -31,30 +34,51 @@ class Line {
         measurer_(measurer),
         color_(color),
         // Centred by the height of digits, which every text here has.
-        baseline_((metrics::height + measurer.measure("0", numberFont).capHeight) / 2),
+        baseline_((Metrics::height + measurer.measure("0", numberFont).capHeight) / 2),
         thin_(measurer.measure(thinSpace, numberFont).width) {}
 
-  // The texts of one window, from `x` on; gives where they end.
+  // The texts of a segment, from `x` on and `gap` away from there; gives where they end. They end
+  // on a whole point, so that the next gauge lies on the pixels of a screen at scale 1: what that
+  // takes goes before them.
+  double segment(double x, const MenuBarSegment& segment, double gap) {
+    const double length = window(0, segment.label, segment.token, segment.reset, false);
+    const double innerLength =
+        window(0, segment.innerLabel, segment.innerToken, segment.innerReset, false);
+    if (length == 0 && innerLength == 0) {
+      return x;
+    }
+    const double between = length > 0 && innerLength > 0 ? Metrics::windowGap : 0;
+    const double end = std::ceil(x + gap + length + between + innerLength);
+    window(end - innerLength - between - length, segment.label, segment.token, segment.reset, true);
+    window(end - innerLength, segment.innerLabel, segment.innerToken, segment.innerReset, true);
+    return end;
+  }
+
+ private:
+  // The texts of one window, from `x` on; gives where they end. A label alone is none.
   double window(double x, const std::optional<std::string>& label,
-                const std::optional<std::string>& token, const std::optional<std::string>& reset) {
+                const std::optional<std::string>& token, const std::optional<std::string>& reset,
+                bool draws) {
     double gap = 0;
     const auto set = [&](const std::optional<std::string>& text, const FontStyle& font,
                          double gapAfter) {
-      if (text) {
-        x += gap;
+      if (!text) {
+        return;
+      }
+      x += gap;
+      if (draws) {
         drawing_.add(Text{
             .baseline = {.x = x, .y = baseline_}, .text = *text, .font = font, .color = color_});
-        x += measurer_.measure(*text, font).width;
-        gap = gapAfter;
       }
+      x += measurer_.measure(*text, font).width;
+      gap = gapAfter;
     };
     set(label, labelFont, thin_);
-    set(token, numberFont, metrics::numberGap);
+    set(token, numberFont, Metrics::numberGap);
     set(reset, numberFont, 0);
     return x;
   }
 
- private:
   Drawing& drawing_;
   const TextMeasurer& measurer_;
   Color color_;
@@ -85,20 +109,20 @@ double drawGauge(Drawing& drawing, const MenuBarMark& mark, const MenuBarSegment
   }
   if (mark.style == MenuBarStyle::pills) {
     MenuBarPill{.bar = *leading, .darkMenuBar = mark.darkMenuBar, .highContrast = mark.highContrast}
-        .draw(drawing, {.x = x, .y = (metrics::height - metrics::pillHeight) / 2});
-    return x + metrics::pillWidth;
+        .draw(drawing, {.x = x, .y = (Metrics::height - Metrics::pillHeight) / 2});
+    return x + Metrics::pillWidth;
   }
   MenuBarRingGlyph{.outer = outerBar(segment),
                    .inner = innerBar(segment),
                    .darkMenuBar = mark.darkMenuBar,
                    .highContrast = mark.highContrast}
-      .draw(drawing, {.x = x, .y = (metrics::height - metrics::glyph) / 2});
-  return x + metrics::glyph;
+      .draw(drawing, {.x = x, .y = (Metrics::height - Metrics::glyph) / 2});
+  return x + Metrics::glyph;
 }
 
 Drawing glyphSquare(Drawing glyph) {
   Drawing square{.size = {.width = squareSide, .height = squareSide}};
-  square.add(Layer{.scale = squareSide / metrics::glyph, .ops = std::move(glyph.ops)});
+  square.add(Layer{.scale = squareSide / Metrics::glyph, .ops = std::move(glyph.ops)});
   return square;
 }
 
@@ -115,6 +139,7 @@ Drawing ringSquare(const MenuBarMark& mark, std::span<const GaugeBar> bars) {
                 .radius = bars.size() == 2 ? radius : radius - 0.75,
                 .stroke = stroke,
                 .darkMenuBar = mark.darkMenuBar,
+                .trackMenuBar = squareTrack,
                 .highContrast = mark.highContrast}
         .draw(square, bars.size() == 2 ? two.at(i) : three.at(i));
   }
@@ -131,6 +156,7 @@ Drawing pillSquare(const MenuBarMark& mark, std::span<const GaugeBar> bars) {
   for (const GaugeBar& bar : bars) {
     MenuBarPill{.bar = bar,
                 .darkMenuBar = mark.darkMenuBar,
+                .trackMenuBar = squareTrack,
                 .highContrast = mark.highContrast,
                 .size = {.width = width, .height = tall}}
         .draw(square, {.x = x, .y = (squareSide - tall) / 2});
@@ -141,38 +167,50 @@ Drawing pillSquare(const MenuBarMark& mark, std::span<const GaugeBar> bars) {
 
 }  // namespace
 
-Drawing menuBarRender::markImage(const MenuBarMark& mark, const TextMeasurer& measurer) {
-  Drawing drawing{.size = {.width = 0, .height = metrics::height}};
+StatusItemContent MenuBarRender::statusItemContent(const MenuBarContent& content,
+                                                   MenuBarStyle style,
+                                                   const AppearanceSettings& appearance,
+                                                   bool devBuild, const TextMeasurer& measurer) {
+  const MenuBarMark mark{
+      .segments = content.segments,
+      .style = style,
+      .darkMenuBar = appearance.darkMenuBar,
+      .textColor = menuBarLabelColor(appearance.darkMenuBar, appearance.increaseContrast),
+      .highContrast = appearance.increaseContrast,
+      .devMarker = devBuild};
+  return {.mark = content.isIdle ? idleImage(devBuild, mark.textColor) : markImage(mark, measurer),
+          .square = content.isIdle ? idleSquare(devBuild) : squareImage(mark),
+          .label = content.label,
+          .tooltip = content.tooltip,
+          .tooltipTitle = (devBuild ? "[Dev] " : "") + content.title,
+          .accessibilityLabel = devBuild ? "Marigold Dev" : "Marigold",
+          .accessibilityValue = content.spoken,
+          .tooltipWithoutAges = content.tooltipWithoutAges,
+          .darkMenuBar = appearance.darkMenuBar};
+}
+
+Drawing MenuBarRender::markImage(const MenuBarMark& mark, const TextMeasurer& measurer) {
+  Drawing drawing{.size = {.width = 0, .height = Metrics::height}};
   Line line(drawing, measurer, mark.textColor);
-  double x = metrics::sidePad;
+  double x = Metrics::sidePad;
   double end = x;  // of what is drawn so far
   for (const MenuBarSegment& segment : mark.segments) {
     const double start = x;
     x = drawGauge(drawing, mark, segment, x);
-    if (segment.token || segment.reset) {
-      x = line.window(x > start ? x + metrics::numberGap : x, segment.label, segment.token,
-                      segment.reset);
-    }
-    if (segment.innerToken || segment.innerReset) {
-      const bool first = !segment.token && !segment.reset;
-      const double gap = first ? metrics::numberGap : metrics::windowGap;
-      x = line.window(x > start ? x + gap : x, segment.innerLabel, segment.innerToken,
-                      segment.innerReset);
-    }
+    x = line.segment(x, segment, x > start ? Metrics::numberGap : 0);
     if (x > start) {
-      // Whole points keep the next gauge on the pixels of a screen at scale 1.
-      end = std::ceil(x);
-      x = end + metrics::providerGap;
+      end = x;
+      x += Metrics::providerGap;
     }
   }
-  drawing.size.width = end + metrics::sidePad;
+  drawing.size.width = end + Metrics::sidePad;
   if (mark.devMarker) {
     MenuBarDevMarker::draw(drawing, {.x = 0, .y = 0});
   }
   return drawing;
 }
 
-Drawing menuBarRender::squareImage(const MenuBarMark& mark) {
+Drawing MenuBarRender::squareImage(const MenuBarMark& mark) {
   std::vector<GaugeBar> bars;
   for (const MenuBarSegment& segment : mark.segments) {
     if (const auto bar = leadingBar(segment)) {
@@ -189,6 +227,7 @@ Drawing menuBarRender::squareImage(const MenuBarMark& mark) {
     MenuBarRingGlyph{.outer = outerBar(*only),
                      .inner = innerBar(*only),
                      .darkMenuBar = mark.darkMenuBar,
+                     .trackMenuBar = squareTrack,
                      .highContrast = mark.highContrast}
         .draw(glyph, {});
     square = glyphSquare(std::move(glyph));
@@ -201,20 +240,21 @@ Drawing menuBarRender::squareImage(const MenuBarMark& mark) {
   return square;
 }
 
-Drawing menuBarRender::idleImage(bool devMarker, Color color) {
-  Drawing drawing{.size = {.width = metrics::glyph, .height = metrics::height}};
+Drawing MenuBarRender::idleImage(bool devMarker, Color color) {
+  Drawing drawing{.size = {.width = Metrics::glyph, .height = Metrics::height}};
   MenuBarIdleGlyph{.devMarker = devMarker, .color = color}.draw(
-      drawing, {.x = 0, .y = (metrics::height - metrics::glyph) / 2});
+      drawing, {.x = 0, .y = (Metrics::height - Metrics::glyph) / 2});
   return drawing;
 }
 
-Drawing menuBarRender::idleSquare(bool devMarker, Color color) {
+Drawing MenuBarRender::idleSquare(bool devMarker) {
   Drawing glyph;
-  MenuBarIdleGlyph{.devMarker = devMarker, .color = color}.draw(glyph, {});
+  MenuBarIdleGlyph{.devMarker = devMarker, .color = menuBarLabelColor(squareTrack, false)}.draw(
+      glyph, {});
   return glyphSquare(std::move(glyph));
 }
 
-std::vector<menuBarRender::TrayImage> menuBarRender::trayImages(const Drawing& square,
+std::vector<MenuBarRender::TrayImage> MenuBarRender::trayImages(const Drawing& square,
                                                                 const Drawing& mark,
                                                                 bool showsWide) {
   std::vector<TrayImage> images;
@@ -222,13 +262,14 @@ std::vector<menuBarRender::TrayImage> menuBarRender::trayImages(const Drawing& s
     images.push_back({.drawing = square, .scale = pixels / square.size.width});
   }
   if (showsWide) {
-    constexpr double crisp = 2;  // scaled down by the tray rather than up
-    images.push_back({.drawing = mark, .scale = crisp});
+    for (const double pixels : {20, 40}) {  // for a scale of 1 and of 2, none to be resampled
+      images.push_back({.drawing = mark, .scale = pixels / Metrics::height});
+    }
   }
   return images;
 }
 
-Drawing menuBarRender::padded(Drawing drawing, double width) {
+Drawing MenuBarRender::padded(Drawing drawing, double width) {
   drawing.size.width = std::max(drawing.size.width, width);
   return drawing;
 }

@@ -2,18 +2,18 @@
 
 #include <string_view>
 
-#include "MenuBarSlots.h"
+#include "bar/MenuBarTexts.h"
 
 namespace marigold {
 
 namespace {
 
-std::string message(const ProviderSnapshot* snapshot) {
+std::string message(const ProviderSnapshot* snapshot, Date now) {
   if (snapshot == nullptr) {
     return "No usage data yet.";
   }
-  if (!snapshot->health.reason().empty()) {
-    return snapshot->health.reason();
+  if (std::string reason = snapshot->shownReason(now); !reason.empty()) {
+    return reason;
   }
   if (snapshot->extraNote) {
     return *snapshot->extraNote;
@@ -42,7 +42,7 @@ std::optional<std::string> windowResetSubLabel(std::optional<Date> resetsAt, Dat
 
 ProviderCard providerCard(ProviderID provider, const ProviderSnapshot* snapshot, Date now,
                           const LocalTimeText& localTime) {
-  ProviderCard card{.title = std::string(displayName(provider)), .message = message(snapshot)};
+  ProviderCard card{.title = std::string(displayName(provider)), .message = message(snapshot, now)};
   if (snapshot == nullptr) {
     return card;
   }

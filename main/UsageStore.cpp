@@ -3,19 +3,16 @@
 #include <algorithm>
 #include <utility>
 
+#include "model/LegacyNetworkCache.h"
+
 namespace marigold {
 
 namespace {
 
 // Between the end of one periodic refresh and the start of the next, in seconds.
 constexpr Seconds refreshPeriod{180};
-
-// A published reading from the future was captured under a wrong clock and keeps nothing out.
-bool isOlder(const ProviderSnapshot& fresh, const std::optional<ProviderSnapshot>& published,
-             Date now) {
-  return published && published->isUsable() && fresh.isUsable() &&
-         fresh.capturedAt < published->capturedAt && published->capturedAt <= now;
-}
+// A refresh goes on without the answers it does not have after this time.
+constexpr Seconds refreshPatience{30};
 
 }  // namespace
 
@@ -37,42 +34,49 @@ std::optional<ProviderSnapshot> coldStartClaudeSnapshot(const std::optional<Cach
 
 UsageStore::UsageStore(Services services)
     : loop_(services.loop),
-      eventStreams_(services.eventStreams),
       attention_(services.attention),
       random_(services.random),
       log_(services.log),
       surroundings_(services.surroundings),
       cache_(services.surroundings),
       preferences_(services.defaults),
-      claude_(services.claude),
-      codex_(std::move(services.codex)),
-      grok_(std::move(services.grok)),
-      codexSessionsDir_(std::move(services.codexSessionsDir)),
-      grokLogsDir_(std::move(services.grokLogsDir)),
-      codexEvents_(loop_, [this](const WatchBatch& batch,
-                                 const Work& done) { codexFilesChanged(batch, done); }),
-      grokEvents_(loop_,
-                  [this](const WatchBatch& /*batch*/, const Work& done) { grokLogChanged(done); }) {
+      claudeProvider_(services.claude),
+      codexProvider_(loop_, services.eventStreams, std::move(services.codex),
+                     [this](const WatchBatch& batch, const Work& done) {
+                       filesChanged(ProviderID::codex, batch, done);
+                     }),
+      grokProvider_(loop_, services.eventStreams, std::move(services.grok),
+                    [this](const WatchBatch& batch, const Work& done) {
+                      filesChanged(ProviderID::grok, batch, done);
+                    }) {
   preferences_.onChange = [this] { stateChanged(); };
+  claudeProvider_.onLateResult = lifetime_.guard([this](ProviderSnapshot snapshot) {
+    if (engineRuns_) {
+      answerTo(ProviderID::claude)(std::move(snapshot));
+    }
+  });
+  preferences_.onClaudeSwitched = [this] {
+    preferences_.claudeTurnedOff() ? turnOffClaude() : turnOnClaude();
+  };
   const Date now = loop_.date();
-  for (const ProviderID provider : allProviders) {
-    // What nothing reads any more must not stand for ever.
-    const auto cached = hasReader(provider) ? cache_.load(provider) : std::nullopt;
+  for (const ProviderID provider : allCases<ProviderID>) {
+    const auto cached = cache_.load(provider);
     if (provider == ProviderID::claude) {
-      reading(provider).published =
-          coldStartClaudeSnapshot(cached, preferences_.claudeTurnedOff(), now);
+      put(provider, coldStartClaudeSnapshot(cached, preferences_.claudeTurnedOff(), now));
     } else if (cached) {
-      reading(provider).published = cached->restored(now);
+      put(provider, cached->restored(now));
     }
   }
-  purgeNetworkCache();
+  purgeLegacyNetworkCache(surroundings_);
 }
 
 UsageStore::~UsageStore() {
   shutdown();
   // A read that was running while its provider was cleared may have saved once more.
-  for (const ProviderID provider : cleared_) {
-    cache_.remove(provider);
+  for (const auto& [provider, publication] : publications_) {
+    if (publication.isCleared()) {
+      cache_.remove(provider);
+    }
   }
 }
 
@@ -80,16 +84,14 @@ void UsageStore::start() {
   set(engineRuns_, true);
   ++engineGeneration_;
   observeAttention();
-  startWatchers();
+  startWatcher();
   runLoop();
 }
 
 void UsageStore::shutdown() {
-  refreshTimer_.cancel();
-  watcher_.reset();
-  grokWatcher_.reset();
-  codexEvents_.cancel();
-  grokEvents_.cancel();
+  refreshTask_.cancel();
+  codexProvider_.stopWatcher();
+  grokProvider_.stopWatcher();
   endSideTasks([](const SideTask& /*task*/) { return true; });
   observers_.clear();
   set(engineRuns_, false);
@@ -97,7 +99,7 @@ void UsageStore::shutdown() {
 
 void UsageStore::runLoop() {
   refreshOnce(ClaudeCadence::background,
-              [this] { refreshTimer_ = loop_.callAfter(refreshPeriod, [this] { runLoop(); }); });
+              [this] { refreshTask_ = loop_.callAfter(refreshPeriod, [this] { runLoop(); }); });
 }
 
 void UsageStore::observeAttention() {
@@ -116,31 +118,9 @@ void UsageStore::observeAttention() {
   }
 }
 
-void UsageStore::startWatchers() {
-  // The callbacks come on the watchers' threads; only the hop to the main loop happens there.
-  const auto watch = [this](std::unique_ptr<CodexWatcher>& watcher, const std::string& path,
-                            WatchCoalescer& events) {
-    if (!watcher) {
-      watcher = CodexWatcher::make(
-          eventStreams_, path,
-          [this, &events, &loop = loop_, alive = std::weak_ptr(alive_)](const WatchBatch& batch) {
-            loop.post([this, &events, alive, batch] {
-              if (!alive.expired() && engineRuns_) {
-                events.submit(batch);
-              }
-            });
-          });
-    }
-    if (watcher) {
-      watcher->start();  // again where the system refused before
-    }
-  };
-  if (codex_) {
-    watch(watcher_, codexSessionsDir_, codexEvents_);
-  }
-  if (grok_) {
-    watch(grokWatcher_, grokLogsDir_, grokEvents_);
-  }
+void UsageStore::startWatcher() {
+  codexProvider_.startWatcher();
+  grokProvider_.startWatcher();
 }
 
 void UsageStore::refreshNow() {
@@ -155,175 +135,174 @@ void UsageStore::refreshOnce(ClaudeCadence cadence, Work done) {
   if (!engineRuns_) {
     return;
   }
-  startWatchers();
-  const auto task = beginSideTask(cadence == ClaudeCadence::manual ? SideTask::Kind::userRefresh
-                                                                   : SideTask::Kind::refresh);
-  task->done = std::move(done);
-  task->missing = 1;  // this call itself, so that no inline answer ends the task too early
-  ask(codex_.get(), ProviderID::codex, task, &SideTask::codex);
-  ask(grok_.get(), ProviderID::grok, task, &SideTask::grok);
-  task->sampledRead = claudeReadsThisCycle(preferences_.claudeTurnedOff());
-  task->claude.ask = ++reading(ProviderID::claude).asked;
-  const Date now = loop_.date();
-  if (!task->sampledRead) {
-    task->claude.snapshot = turnedOffClaudeSnapshot(now);
-    task->claude.arrival = ++arrivals_;
-  } else if (claude_ != nullptr) {
-    ++task->missing;
-    claude_->poll(claudeMinInterval(cadence, now), now, into(task, &SideTask::claude));
-  }
-  if (--task->missing == 0) {
-    finish(task);
-  }
-}
-
-void UsageStore::ask(Isolated<UsageProvider>* provider, ProviderID id,
-                     const std::shared_ptr<SideTask>& task, Answer SideTask::* slot) {
-  if (provider == nullptr) {
-    return;
-  }
-  ++task->missing;
-  ((*task).*slot).ask = ++reading(id).asked;
-  const Date now = loop_.date();
-  provider->ask([now](UsageProvider& reader) { return reader.fetch(now); }, into(task, slot));
-}
-
-std::function<void(ProviderSnapshot)> UsageStore::into(const std::shared_ptr<SideTask>& task,
-                                                       Answer SideTask::* slot) {
-  return [this, weak = std::weak_ptr(task), slot](ProviderSnapshot snapshot) {
-    // The store alone owns its tasks: while one lives, so does the store.
-    if (const auto waiting = weak.lock()) {
-      ((*waiting).*slot).snapshot = std::move(snapshot);
-      ((*waiting).*slot).arrival = ++arrivals_;
-      if (--waiting->missing == 0) {
+  startWatcher();
+  const auto kind =
+      cadence == ClaudeCadence::manual ? SideTask::Kind::userRefresh : SideTask::Kind::refresh;
+  runTracked(kind, std::move(done), [&](const Task& task) {
+    const Date now = loop_.date();
+    task->patience = loop_.callAfter(refreshPatience, [this, weak = std::weak_ptr(task)] {
+      if (const auto waiting = weak.lock()) {
         finish(waiting);
       }
+    });
+    for (const ProviderID provider : {ProviderID::codex, ProviderID::grok}) {
+      // Nobody waits again for a read that others have given up; its answer is applied when it
+      // comes.
+      if (!source(provider).isOutFor(refreshPatience)) {
+        source(provider).fetch(now, answerTo(provider, task));
+      }
     }
-  };
+    task->sampledRead = claudeReadsThisCycle(preferences_.claudeTurnedOff());
+    auto claude = answerTo(ProviderID::claude, task);
+    if (task->sampledRead) {
+      claudeProvider_.poll(claudeMinInterval(cadence, now), loop_.now(), std::move(claude));
+    } else {
+      // Like every answer, not inline: what is still to be asked must not be missing then.
+      loop_.post([claude = std::move(claude), now] { claude(turnedOffClaudeSnapshot(now)); });
+    }
+  });
 }
 
-void UsageStore::finish(const std::shared_ptr<SideTask>& task) {
+void UsageStore::runTracked(SideTask::Kind kind, Work done,
+                            const std::function<void(const Task&)>& work) {
+  const auto task = std::make_shared<SideTask>();
+  task->kind = kind;
+  task->key = nextSideTask_++;
+  task->generation = engineGeneration_;
+  task->done = std::move(done);
+  sideTasks_.emplace(task->key, task);
+  updateTaskFlags();
+  work(task);
+}
+
+void UsageStore::endSideTasks(const std::function<bool(const SideTask&)>& which) {
+  std::erase_if(sideTasks_, [&](const auto& entry) { return which(*entry.second); });
+  updateTaskFlags();
+}
+
+FileSource::Answer UsageStore::answerTo(ProviderID provider, const Task& task) {
+  if (task) {
+    task->missing.insert(provider);
+  }
+  return lifetime_.guard([this, provider, weak = std::weak_ptr(task),
+                          generation = engineGeneration_, sampledRead = !task || task->sampledRead,
+                          ask = publications_.at(provider).ask()](FileSource::Reading reading) {
+    auto answer =
+        publications_.at(provider).arrive(ask, std::move(reading.snapshot), reading.takesBack);
+    if (const auto waiting = weak.lock()) {
+      waiting->answer(provider) = std::move(answer);
+      waiting->missing.erase(provider);
+      if (waiting->missing.empty()) {
+        finish(waiting);
+      }
+    } else if (stillValid(generation)) {
+      apply(provider, answer, sampledRead);
+    }
+  });
+}
+
+void UsageStore::finish(const Task& task) {
   endSideTasks([&](const SideTask& other) { return other.key == task->key; });
   if (!stillValid(task->generation)) {
     return;
   }
-  applyClaude(task->claude, task->sampledRead);
-  applyCodex(ProviderID::codex, task->codex);
-  applyCodex(ProviderID::grok, task->grok);
+  for (const ProviderID provider : allCases<ProviderID>) {
+    if (const auto& answer = task->answer(provider)) {
+      apply(provider, *answer, task->sampledRead);
+    }
+  }
   if (task->done) {
     task->done();
   }
 }
 
+void UsageStore::apply(ProviderID provider, const Answer& answer, bool sampledRead) {
+  provider == ProviderID::claude ? applyClaude(answer, sampledRead) : applyCodex(provider, answer);
+}
+
 void UsageStore::applyClaude(const Answer& answer, bool sampledRead) {
-  Reading& claude = reading(ProviderID::claude);
-  if (!answer.snapshot || answer.ask <= claude.floor || answer.arrival < claudeArrival_ ||
-      !claudePublishesThisResult(sampledRead,
-                                 claudeReadsThisCycle(preferences_.claudeTurnedOff()))) {
+  if (!claudePublishesThisResult(sampledRead,
+                                 claudeReadsThisCycle(preferences_.claudeTurnedOff())) ||
+      !offer(ProviderID::claude, answer)) {
     return;
   }
-  claudeArrival_ = answer.arrival;
-  cleared_.erase(ProviderID::claude);
   if (sampledRead) {
     set(claudeYetFetched_, true);
   }
-  set(claudeReadLatched_, claude_ != nullptr && claude_->isReadLatched());
-  set(claude.published, answer.snapshot);
+  set(claudeReadLatched_, claudeProvider_.isReadLatched());
   claudeCadence_.observe(claudeCadenceSample(answer.snapshot));
 }
 
 void UsageStore::applyCodex(ProviderID provider, const Answer& answer) {
-  Reading& current = reading(provider);
-  // What is dropped here must not keep out an answer asked for before that could be published.
-  if (!answer.snapshot || answer.ask <= current.floor ||
-      isOlder(*answer.snapshot, current.published, loop_.date())) {
-    return;
-  }
-  current.floor = answer.ask;
-  cleared_.erase(provider);
-  set(current.published, answer.snapshot);
+  offer(provider, answer);
 }
 
-template <class Question>
-void UsageStore::readForWatcher(ProviderID provider, Question question, const Work& done) {
-  auto& reader = provider == ProviderID::codex ? codex_ : grok_;
-  if (!engineRuns_ || !reader) {
+bool UsageStore::offer(ProviderID provider, const Answer& answer) {
+  Publication& publication = publications_.at(provider);
+  const auto before = publication.snapshot();
+  const bool accepted = publication.offer(answer, loop_.date());
+  if (publication.snapshot() != before) {
+    stateChanged();
+  }
+  return accepted;
+}
+
+void UsageStore::put(ProviderID provider, std::optional<ProviderSnapshot> snapshot) {
+  Publication& publication = publications_.at(provider);
+  if (publication.snapshot() != snapshot) {
+    publication.put(std::move(snapshot));
+    stateChanged();
+  }
+}
+
+void UsageStore::filesChanged(ProviderID provider, const WatchBatch& batch, const Work& done) {
+  if (!engineRuns_) {
     done();
     return;
   }
-  reader->ask(std::move(question), [this, provider, done, ask = ++reading(provider).asked,
-                                    generation = engineGeneration_,
-                                    alive = std::weak_ptr(alive_)](ProviderSnapshot snapshot) {
-    if (alive.expired()) {
-      return;
-    }
-    if (stillValid(generation)) {
-      applyCodex(provider, {.ask = ask, .snapshot = std::move(snapshot)});
-    }
-    done();
-  });
-}
-
-void UsageStore::codexFilesChanged(const WatchBatch& batch, const Work& done) {
-  readForWatcher(
-      ProviderID::codex,
-      [batch, now = loop_.date()](UsageProvider& reader) {
-        return batch.mustRescan ? reader.rescan(now) : reader.fetch(batch.paths, now);
-      },
-      done);
-}
-
-void UsageStore::grokLogChanged(const Work& done) {
-  readForWatcher(
-      ProviderID::grok, [now = loop_.date()](UsageProvider& reader) { return reader.fetch(now); },
-      done);
+  source(provider).fetch(batch, loop_.date(),
+                         [done, publish = answerTo(provider)](const FileSource::Reading& reading) {
+                           publish(reading);
+                           done();
+                         });
 }
 
 void UsageStore::turnOffClaude() {
   preferences_.setClaudeTurnedOff(true);
   endSideTasks([](const SideTask& task) { return task.kind == SideTask::Kind::claudeRetry; });
   set(claudeReadLatched_, false);
-  if (claude_ != nullptr) {
-    claude_->stopAsking();
-  }
+  claudeProvider_.stopAsking();
   clearStoredUsage(providersClearedByClaudeOff());
 }
 
 void UsageStore::turnOnClaude() {
   preferences_.setClaudeTurnedOff(false);
   set(claudeYetFetched_, false);
-  set(reading(ProviderID::claude).published, {});
+  put(ProviderID::claude, {});
   claudeCadence_.observe({});
   // A reading asked for before Claude was turned off must not come back now.
-  reading(ProviderID::claude).floor = reading(ProviderID::claude).asked;
+  publications_.at(ProviderID::claude).dropAsked();
   stateChanged();
   retryClaudeRead();
 }
 
 void UsageStore::retryClaudeRead() {
-  if (!engineRuns_ || claudeRetrying_ || preferences_.claudeTurnedOff() || claude_ == nullptr) {
+  if (!engineRuns_ || claudeRetrying_ || preferences_.claudeTurnedOff()) {
     return;
   }
-  const auto task = beginSideTask(SideTask::Kind::claudeRetry);
-  task->sampledRead = true;
-  task->claude.ask = ++reading(ProviderID::claude).asked;
-  task->missing = 1;
-  claude_->retryNow(into(task, &SideTask::claude));
+  runTracked(SideTask::Kind::claudeRetry, {}, [this](const Task& task) {
+    task->sampledRead = true;
+    claudeProvider_.retryNow(answerTo(ProviderID::claude, task));
+  });
 }
 
 void UsageStore::clearStoredUsage(const std::set<ProviderID>& providers) {
   forgetLastGood(providers);
   if (providers.contains(ProviderID::claude)) {
     claudeCadence_.observe({});
-    set(reading(ProviderID::claude).published,
-        claudeMenuSnapshot({}, preferences_.claudeTurnedOff(), loop_.date()));
+    put(ProviderID::claude, claudeMenuSnapshot({}, preferences_.claudeTurnedOff(), loop_.date()));
   }
-  purgeNetworkCache();
-}
-
-void UsageStore::purgeNetworkCache() const {
-  purgeLegacyNetworkCache(surroundings_.caches, surroundings_.httpStorages, cache_.bundleID(),
-                          {cache_.dir(), surroundings_.configuration});
+  purgeLegacyNetworkCache(surroundings_);
 }
 
 void UsageStore::forgetLastGood(const std::set<ProviderID>& providers) {
@@ -331,32 +310,34 @@ void UsageStore::forgetLastGood(const std::set<ProviderID>& providers) {
     // The file goes now, whatever the reader is busy with; if that is saving a reading, the file
     // goes again when the reader forgets.
     cache_.remove(provider);
-    cleared_.insert(provider);
+    // An answer that waits for other providers is one of the readings to forget.
+    bool isDue = false;
+    for (const auto& [key, task] : sideTasks_) {
+      isDue = isDue || task->answer(provider);
+      task->answer(provider).reset();
+    }
+    put(provider, {});
+    publications_.at(provider).clear();
     if (provider == ProviderID::claude) {
-      if (claude_ != nullptr) {
-        claude_->forgetCache();
-      }
-      // An answer that waits for the other providers is one of the readings to forget; one that is
-      // still out is new.
-      for (const auto& [key, task] : sideTasks_) {
-        task->claude.snapshot.reset();
+      claudeProvider_.forgetCache();
+      // What is still out is new: the provider has seen to that.
+      if (isDue && claudeReadsThisCycle(preferences_.claudeTurnedOff())) {
+        claudeProvider_.poll(onDemandMinInterval, loop_.now(), answerTo(provider));
       }
     } else {
-      const auto& reader = provider == ProviderID::codex ? codex_ : grok_;
-      if (reader) {
-        reader->tell([](UsageProvider& it) { it.forgetCache(); });
+      // What is still out may come from memory that is now forgotten.
+      publications_.at(provider).dropAsked();
+      isDue = isDue || source(provider).isOutFor(Seconds{0});
+      source(provider).forgetCache();
+      if (isDue && engineRuns_) {
+        source(provider).fetch(loop_.date(), answerTo(provider));
       }
-      // What is still being read may come from memory that is now forgotten.
-      reading(provider).floor = reading(provider).asked;
     }
-    set(reading(provider).published, {});
   }
 }
 
 const std::optional<ProviderSnapshot>& UsageStore::snapshot(ProviderID provider) const {
-  static const std::optional<ProviderSnapshot> absent;
-  const auto found = readings_.find(provider);
-  return found == readings_.end() ? absent : found->second.published;
+  return publications_.at(provider).snapshot();
 }
 
 bool UsageStore::isPresent(ProviderID provider) const {
@@ -374,19 +355,7 @@ std::vector<ProviderID> UsageStore::menuBarBars() const {
   });
 }
 
-bool UsageStore::hasReader(ProviderID provider) const {
-  switch (provider) {
-    case ProviderID::claude:
-      return claude_ != nullptr;
-    case ProviderID::codex:
-      return codex_ != nullptr;
-    case ProviderID::grok:
-      return grok_ != nullptr;
-  }
-  return false;
-}
-
-double UsageStore::claudeMinInterval(ClaudeCadence cadence, Date now) {
+Seconds UsageStore::claudeMinInterval(ClaudeCadence cadence, Date now) {
   switch (cadence) {
     case ClaudeCadence::background: {
       const double fraction = random_.fraction();
@@ -395,7 +364,7 @@ double UsageStore::claudeMinInterval(ClaudeCadence cadence, Date now) {
     case ClaudeCadence::onDemand:
       return onDemandMinInterval;
     case ClaudeCadence::manual:
-      return 0;
+      return Seconds{0};
   }
   return backgroundMinInterval;
 }
@@ -404,23 +373,8 @@ bool UsageStore::stillValid(int generation) const {
   return engineWorkStillValid(generation, engineGeneration_, engineRuns_);
 }
 
-UsageStore::Reading& UsageStore::reading(ProviderID provider) {
-  return readings_[provider];
-}
-
-std::shared_ptr<UsageStore::SideTask> UsageStore::beginSideTask(SideTask::Kind kind) {
-  auto task = std::make_shared<SideTask>();
-  task->kind = kind;
-  task->key = nextSideTask_++;
-  task->generation = engineGeneration_;
-  sideTasks_.emplace(task->key, task);
-  updateTaskFlags();
-  return task;
-}
-
-void UsageStore::endSideTasks(const std::function<bool(const SideTask&)>& which) {
-  std::erase_if(sideTasks_, [&](const auto& entry) { return which(*entry.second); });
-  updateTaskFlags();
+FileSource& UsageStore::source(ProviderID provider) {
+  return provider == ProviderID::codex ? codexProvider_ : grokProvider_;
 }
 
 void UsageStore::updateTaskFlags() {
@@ -444,15 +398,12 @@ void UsageStore::stateChanged() {
   if (std::exchange(notifyPosted_, true)) {
     return;
   }
-  loop_.post([this, alive = std::weak_ptr(alive_)] {
-    if (alive.expired()) {
-      return;
-    }
+  loop_.post(lifetime_.guard([this] {
     notifyPosted_ = false;
     if (onStateChange) {
       onStateChange();
     }
-  });
+  }));
 }
 
 }  // namespace marigold

@@ -1,27 +1,27 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
-#include <string>
 #include <vector>
 
-#include "ClaudePacing.h"
-#include "ClaudeReader.h"
-#include "DiskCache.h"
-#include "EventLoop.h"
-#include "FileWatching.h"
-#include "Preferences.h"
-#include "ProviderSnapshot.h"
-#include "UsageProvider.h"
-#include "Worker.h"
+#include "base/EventLoop.h"
+#include "base/Lifetime.h"
+#include "claude/ClaudePacing.h"
+#include "claude/ClaudeReader.h"
+#include "model/DiskCache.h"
+#include "model/Preferences.h"
+#include "model/ProviderSnapshot.h"
 #include "ports/Attention.h"
 #include "ports/EventStream.h"
 #include "ports/Log.h"
 #include "ports/RandomSource.h"
+#include "store/FileSource.h"
+#include "store/Publication.h"
 
 namespace marigold {
 
@@ -55,19 +55,15 @@ class UsageStore {
     RandomSource& random;
     Log& log;
     const Surroundings& surroundings;
-    ClaudeReader* claude = nullptr;  ///< null: Claude's reading stays absent
-    std::unique_ptr<Isolated<UsageProvider>> codex;
-    std::unique_ptr<Isolated<UsageProvider>> grok;  ///< null: Grok's reading stays absent
-    std::string codexSessionsDir;
-    std::string grokLogsDir;
+    ClaudeReader& claude;
+    FileSource::Origin codex;
+    FileSource::Origin grok;
   };
 
   /// Runs the preference migrations and restores the cached readings; nothing runs yet.
   explicit UsageStore(Services services);
   UsageStore(const UsageStore&) = delete;
   UsageStore& operator=(const UsageStore&) = delete;
-  UsageStore(UsageStore&&) = delete;
-  UsageStore& operator=(UsageStore&&) = delete;
   ~UsageStore();
 
   /// Called once per turn of the loop after any published reading, preference or flag changed.
@@ -109,64 +105,49 @@ class UsageStore {
   [[nodiscard]] bool claudeRetrying() const noexcept { return claudeRetrying_; }
   /// A refresh that the user asked for is running.
   [[nodiscard]] bool refreshInFlight() const noexcept { return refreshInFlight_; }
-  [[nodiscard]] const ClaudeCadenceTracker& claudeCadence() const noexcept {
-    return claudeCadence_;
-  }
-  /// The shortest allowed time since the last request to Anthropic, in seconds. In the background
-  /// it varies by 15 % either way, so that many machines do not ask in step.
-  [[nodiscard]] double claudeMinInterval(ClaudeCadence cadence, Date now);
 
  private:
-  // The reads of one provider, numbered as they are asked for. Codex and Grok answer in order, but
-  // a refresh waits for all three: a reading asked for earlier never replaces one asked for later.
-  // Claude may answer a later question from memory while an earlier request is out, so there its
-  // answers are numbered as they arrive too, and what arrived earlier never replaces what arrived
-  // later; what was asked before it was turned off and on is late whenever it arrives.
-  struct Reading {
-    std::optional<ProviderSnapshot> published;
-    std::uint64_t asked = 0;
-    std::uint64_t floor = 0;  // answers up to this one come too late
-  };
-  // One answer of a provider, and which ask it answers.
-  struct Answer {
-    std::uint64_t ask = 0;
-    std::uint64_t arrival = 0;
-    std::optional<ProviderSnapshot> snapshot;
-  };
-  // A piece of work in flight. The store owns it, what waits for answers holds it weakly: once the
-  // store drops it, late answers find nothing.
+  // A piece of work in flight, and what it has of the answers it waits for. The store owns it, what
+  // waits for answers holds it weakly: once the store drops it, answers are on their own.
   struct SideTask {
     enum class Kind : std::uint8_t { refresh, userRefresh, claudeRetry };
     Kind kind = Kind::refresh;
     int key = 0;
     int generation = 0;
     bool sampledRead = false;  // Claude was to be read when this started
-    Answer claude, codex, grok;
-    int missing = 0;  // answers still out
+    std::array<std::optional<Answer>, allCases<ProviderID>.size()> answers;  // by provider
+    std::set<ProviderID> missing;  // whose answer is still out
+    Timer patience;
     Work done;
-  };
 
-  [[nodiscard]] bool stillValid(int generation) const;
-  [[nodiscard]] Reading& reading(ProviderID provider);
-  [[nodiscard]] bool hasReader(ProviderID provider) const;
-  void purgeNetworkCache() const;
-  std::shared_ptr<SideTask> beginSideTask(SideTask::Kind kind);
-  void endSideTasks(const std::function<bool(const SideTask&)>& which);
+    [[nodiscard]] std::optional<Answer>& answer(ProviderID provider) {
+      return answers.at(static_cast<std::size_t>(provider));
+    }
+  };
+  using Task = std::shared_ptr<SideTask>;
+
   void runLoop();
   void observeAttention();
-  void startWatchers();
-  void codexFilesChanged(const WatchBatch& batch, const Work& done);
-  void grokLogChanged(const Work& done);
-  template <class Question>
-  void readForWatcher(ProviderID provider, Question question, const Work& done);
-  void ask(Isolated<UsageProvider>* provider, ProviderID id, const std::shared_ptr<SideTask>& task,
-           Answer SideTask::* slot);
-  [[nodiscard]] std::function<void(ProviderSnapshot)> into(const std::shared_ptr<SideTask>& task,
-                                                           Answer SideTask::* slot);
-  void finish(const std::shared_ptr<SideTask>& task);
+  void startWatcher();
+  void runTracked(SideTask::Kind kind, Work done, const std::function<void(const Task&)>& work);
+  void endSideTasks(const std::function<bool(const SideTask&)>& which);
+  // What takes the answer to a question being asked of `provider`: `task` as long as it lasts. The
+  // answer is published with the others of the task, or by itself when it comes later.
+  [[nodiscard]] FileSource::Answer answerTo(ProviderID provider, const Task& task = {});
+  void finish(const Task& task);
+  [[nodiscard]] bool stillValid(int generation) const;
   void applyClaude(const Answer& answer, bool sampledRead);
+  // Codex's answers, and Grok's by the same rule.
   void applyCodex(ProviderID provider, const Answer& answer);
+  void apply(ProviderID provider, const Answer& answer, bool sampledRead);
+  bool offer(ProviderID provider, const Answer& answer);
+  void put(ProviderID provider, std::optional<ProviderSnapshot> snapshot);
+  void filesChanged(ProviderID provider, const WatchBatch& batch, const Work& done);
+  // The shortest allowed time since the last request to Anthropic. In the background it varies by
+  // 15 % either way, so that many machines do not ask in step.
+  [[nodiscard]] Seconds claudeMinInterval(ClaudeCadence cadence, Date now);
   void forgetLastGood(const std::set<ProviderID>& providers);
+  [[nodiscard]] FileSource& source(ProviderID provider);
   // Raises and lowers the flags that stand for running tasks.
   void updateTaskFlags();
   template <class T>
@@ -174,41 +155,34 @@ class UsageStore {
   void stateChanged();
 
   EventLoop& loop_;
-  EventStreamSource& eventStreams_;
   Attention& attention_;
   RandomSource& random_;
   Log& log_;
   const Surroundings& surroundings_;
   DiskCache cache_;
   Preferences preferences_;
-  ClaudeReader* claude_;
-  std::unique_ptr<Isolated<UsageProvider>> codex_;
-  std::unique_ptr<Isolated<UsageProvider>> grok_;
-  std::string codexSessionsDir_;
-  std::string grokLogsDir_;
+  ClaudeReader& claudeProvider_;
+  FileSource codexProvider_;
+  FileSource grokProvider_;
 
-  std::map<ProviderID, Reading> readings_;
-  std::set<ProviderID> cleared_;  // nothing new was published since they were cleared
+  std::map<ProviderID, Publication> publications_{
+      {ProviderID::claude, Publication(Publication::Order::byArrival)},
+      {ProviderID::codex, Publication(Publication::Order::byCapture)},
+      {ProviderID::grok, Publication(Publication::Order::byCapture)}};
   bool claudeYetFetched_ = false;
   bool claudeReadLatched_ = false;
   bool claudeRetrying_ = false;
   bool refreshInFlight_ = false;
   ClaudeCadenceTracker claudeCadence_;
 
-  Timer refreshTimer_;
-  std::unique_ptr<CodexWatcher> watcher_;
-  std::unique_ptr<CodexWatcher> grokWatcher_;
-  WatchCoalescer codexEvents_;
-  WatchCoalescer grokEvents_;
+  Timer refreshTask_;
   std::vector<std::unique_ptr<AttentionObserver>> observers_;
   bool engineRuns_ = false;
   int engineGeneration_ = 0;
-  std::map<int, std::shared_ptr<SideTask>> sideTasks_;
+  std::map<int, Task> sideTasks_;
   int nextSideTask_ = 0;
-  std::uint64_t arrivals_ = 0;       // answers of side tasks so far
-  std::uint64_t claudeArrival_ = 0;  // the one that was applied last
   bool notifyPosted_ = false;
-  std::shared_ptr<char> alive_ = std::make_shared<char>();  // held weakly by what may outlive this
+  Lifetime lifetime_;
 };
 
 }  // namespace marigold

@@ -1,14 +1,18 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 
-#include "Pinned.h"
+#include "base/Pinned.h"
 
 namespace marigold {
 
+/// Whether the bar that holds the status item is dark, as far as it can be known.
+enum class DarkMenuBar : std::uint8_t { unknown, no, yes };
+
 /// How the desktop looks and how its user asked to be served.
 struct AppearanceSettings {
-  bool darkMenuBar = true;        ///< the bar that holds the status item is dark
+  DarkMenuBar darkMenuBar = DarkMenuBar::unknown;
   bool increaseContrast = false;  ///< the user asked for more contrast
   bool reduceMotion = false;      ///< the user asked for less motion
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Pinned.h"
+#include "base/Pinned.h"
+#include "base/Time.h"
 
 namespace marigold {
 
@@ -13,6 +14,8 @@ class ApplicationControl : public Pinned {
   virtual void activate() {}
   /// Ends the event loop; the application then shuts down in order.
   virtual void quit() = 0;
+  /// Has the process leave after so long, whatever still blocks it then. Does not wait.
+  virtual void leaveRegardless(Seconds after) = 0;
 };
 
 }  // namespace marigold

@@ -4,7 +4,7 @@
 #include <functional>
 #include <memory>
 
-#include "Pinned.h"
+#include "base/Pinned.h"
 
 namespace marigold {
 

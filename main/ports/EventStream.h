@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Pinned.h"
-#include "Time.h"
+#include "base/Pinned.h"
+#include "base/Time.h"
 
 namespace marigold {
 
@@ -43,9 +43,9 @@ class EventStreamSource : public Pinned {
   /// at all means that something changed and nothing more is known.
   using Callback = std::function<void(const std::vector<FileEvent>&)>;
 
-  /// Watches `path` and everything below it from now on. The first event after a quiet time is
-  /// delivered at once, later ones no sooner than `latency` after the delivery before. Null when
-  /// the system refuses.
+  /// Watches `path` and everything below it from now on, also once it exists or exists again. The
+  /// first event after a quiet time is delivered at once, later ones no sooner than `latency` after
+  /// the delivery before. Null when the system refuses.
   [[nodiscard]] virtual std::unique_ptr<EventStream> open(const std::string& path, Seconds latency,
                                                           Callback callback) = 0;
 };

@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "Pinned.h"
-#include "Secret.h"
-#include "Time.h"
+#include "base/Pinned.h"
+#include "base/Secret.h"
+#include "base/Time.h"
 
 namespace marigold {
 
@@ -38,9 +38,10 @@ struct HTTPAnswer {
 /// a log, a file, a command line or the environment.
 class HTTPTransport : public Pinned {
  public:
-  /// Sends `request` and waits for the whole answer; nothing when none came in time. Blocks its
-  /// thread for little more than the request's timeout. One request at a time.
-  [[nodiscard]] virtual std::optional<HTTPAnswer> send(const HTTPRequest& request) = 0;
+  /// Sends `request` and waits for the whole answer; nothing when none came in time. Keeps the
+  /// token no longer than it takes to send it. Blocks its thread for little more than the request's
+  /// timeout. One request at a time.
+  [[nodiscard]] virtual std::optional<HTTPAnswer> send(HTTPRequest request) = 0;
   /// Ends the request that is out and refuses every later one: `send` returns nothing at once. From
   /// any thread, does not wait.
   virtual void stop() = 0;

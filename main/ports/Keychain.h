@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Pinned.h"
+#include "base/Pinned.h"
 
 namespace marigold {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "Pinned.h"
-#include "Time.h"
+#include "base/Pinned.h"
+#include "base/Time.h"
 
 namespace marigold {
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "Pinned.h"
+#include "base/Pinned.h"
 
 namespace marigold {
 

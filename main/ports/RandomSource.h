@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Pinned.h"
+#include "base/Pinned.h"
 
 namespace marigold {
 

@@ -3,13 +3,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "Drawing.h"
-#include "MenuItem.h"
-#include "Pinned.h"
+#include "base/Drawing.h"
+#include "base/MenuItem.h"
+#include "base/Pinned.h"
+#include "ports/Appearance.h"
 
 namespace marigold {
 
@@ -19,11 +19,14 @@ struct StatusItemContent {
   Drawing square;                  ///< the gauges alone, for bars that only take square icons
   std::string label;               ///< the texts of the mark, for bars that draw text themselves
   std::string tooltip;             ///< lines separated by line feeds
+  std::string tooltipTitle;        ///< one line, for bars that give a tooltip a title
   std::string accessibilityLabel;  ///< name
   std::string accessibilityValue;  ///< spoken description
   /// The tooltip without the ages of readings, for a form that tells each change once: an age that
   /// moves on is none.
   std::string tooltipWithoutAges;
+  /// The bar that the drawings are for; squares show on any.
+  DarkMenuBar darkMenuBar = DarkMenuBar::unknown;
 
   bool operator==(const StatusItemContent&) const = default;
 };
@@ -33,7 +36,6 @@ struct StatusItemClick {
   enum class Button : std::uint8_t { left, right };
   Button button = Button::left;
   bool controlHeld = false;  ///< false also where the desktop does not tell modifiers
-  std::optional<Point> at;   ///< in screen coordinates; absent where the desktop does not tell
 };
 
 /// The item in the desktop's status bar. Lives on the main loop's thread.
@@ -45,8 +47,8 @@ class StatusItem : public Pinned {
   std::function<std::vector<MenuItem>(bool opening)> onMenuRead;
 
   virtual void show(const StatusItemContent& content) = 0;
-  /// Opens a menu at the item, or at `at` where the desktop cannot say where the item is.
-  virtual void openMenu(std::vector<MenuItem> items, std::optional<Point> at) = 0;
+  /// Opens a menu at the item.
+  virtual void openMenu(std::vector<MenuItem> items) = 0;
 };
 
 /// The desktop's status bar.

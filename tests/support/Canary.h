@@ -13,8 +13,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "OwnedDescriptor.h"
-#include "Secret.h"
+#include "base/OwnedDescriptor.h"
+#include "base/Secret.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold::test {
@@ -32,14 +32,18 @@ struct Canary {
     return copies;
   }
 
-  /// Writes a login with it to the file at `relative`; gives its path.
+  /// Writes a login both of whose tokens it is to the file at `relative`; gives its path.
   static std::string writeLogin(const TemporaryDirectory& directory, std::string_view relative) {
-    const std::string path = directory.write(relative, R"({"claudeAiOauth":{"accessToken":")");
-    const OwnedDescriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    const std::string path = directory.write(relative, "");
+    const OwnedDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
     const Secret token = characters(0, 300);
-    const bool isWritten = ::write(file.get(), token.expose().data(), token.size()) == 300 &&
-                           ::write(file.get(), "\"}}", 3) == 3;
-    return isWritten ? path : "";
+    ssize_t written = 0;
+    for (const std::string_view part :
+         {std::string_view(R"({"claudeAiOauth":{"refreshToken":")"), token.expose(),
+          std::string_view(R"(","accessToken":")"), token.expose(), std::string_view("\"}}")}) {
+      written += ::write(file.get(), part.data(), part.size());
+    }
+    return written == 654 ? path : "";
   }
 
  private:
@@ -53,20 +57,18 @@ struct Canary {
   }
 };
 
+/// How many copies lie in memory, and how many of those where a core dump would have them.
 struct Copies {
   std::size_t inMemory = 0;
   std::size_t inCoreDumps = 0;
+
+  bool operator==(const Copies&) const = default;
 };
 
-/// How often the canary lies in this process's memory, freed memory included. A copy of the process
-/// holds still for it.
-inline Copies copiesOfCanary() {
-  const pid_t still = ::fork();
-  if (still == 0) {
-    ::alarm(60);
-    ::pause();
-    ::_exit(0);
-  }
+/// How often the canary lies in the memory of a process, freed memory included. It holds still for
+/// that.
+inline Copies copiesOfCanary(pid_t still) {
+  ::kill(still, SIGSTOP);
   const std::string process = "/proc/" + std::to_string(still);
   const OwnedDescriptor memory(::open((process + "/mem").c_str(), O_RDONLY | O_CLOEXEC));
   std::ifstream mappings(process + "/smaps");
@@ -92,8 +94,21 @@ inline Copies copiesOfCanary() {
       copies.inCoreDumps += found;
     }
   }
-  ::kill(still, SIGKILL);
-  ::waitpid(still, nullptr, 0);
+  ::kill(still, SIGCONT);
+  return copies;
+}
+
+/// The same for this process, by a copy of it.
+inline Copies copiesOfCanary() {
+  const pid_t copy = ::fork();
+  if (copy == 0) {
+    ::alarm(60);
+    ::pause();
+    ::_exit(0);
+  }
+  const Copies copies = copiesOfCanary(copy);
+  ::kill(copy, SIGKILL);
+  ::waitpid(copy, nullptr, 0);
   return copies;
 }
 

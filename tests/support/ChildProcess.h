@@ -4,10 +4,11 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <functional>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -19,30 +20,38 @@
 
 namespace marigold::test {
 
-/// A real child process with its output read line by line. Killed and waited for when destroyed.
+/// A real child process with its output read line by line. It is asked to end when this is
+/// destroyed, with the children it has by then, or when the test dies.
 class ChildProcess {
  public:
-  ChildProcess(const std::vector<std::string>& command,
-               const std::map<std::string, std::string>& environment) {
+  explicit ChildProcess(std::vector<std::string> words,
+                        const std::map<std::string, std::string>& environment = {}) {
     std::array<int, 2> out{};
     std::array<int, 2> err{};
     if (::pipe2(out.data(), O_CLOEXEC) != 0 || ::pipe2(err.data(), O_CLOEXEC) != 0) {
-      return;
+      throw std::runtime_error("no pipe");
     }
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     ::posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-    std::vector<std::string> words = command;
+    // It must not keep open what the test was started with: a lock, a pipe that somebody reads.
+    ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+    words.insert(words.begin(), {"/usr/bin/setpriv", "--pdeathsig", "TERM"});
     std::vector<std::string> settings;
     for (const auto& [name, value] : environment) {
       settings.emplace_back(name).append("=").append(value);
     }
-    if (::posix_spawn(&pid_, words.front().c_str(), &actions, nullptr, pointers(words).data(),
+    posix_spawnattr_t attributes;
+    ::posix_spawnattr_init(&attributes);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    if (::posix_spawn(&pid_, words.front().c_str(), &actions, &attributes, pointers(words).data(),
                       pointers(settings).data()) != 0) {
-      pid_ = -1;
+      throw std::runtime_error("cannot start " + words.front());
     }
+    group_ = pid_;
+    ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);
     ::close(err[1]);
@@ -51,45 +60,52 @@ class ChildProcess {
   }
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
-  ChildProcess(ChildProcess&&) = delete;
-  ChildProcess& operator=(ChildProcess&&) = delete;
   ~ChildProcess() {
+    ::kill(-group_, SIGTERM);
     if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
+      finish(5);
+    }
+    ::kill(-group_, SIGKILL);
+    if (pid_ > 0) {
       ::waitpid(pid_, nullptr, 0);
     }
     ::close(out_.descriptor);
     ::close(err_.descriptor);
   }
 
-  /// The next line of standard output for which `wanted` holds; lines before it are skipped.
-  /// Nothing when none comes within `seconds` or the output ends.
-  std::optional<std::string> outputLine(const std::function<bool(const std::string&)>& wanted,
-                                        double seconds) {
-    return line(out_, wanted, seconds);
+  /// The next line of standard output that holds `part`; lines before it are skipped. Nothing when
+  /// none comes within `seconds` or the output ends.
+  std::optional<std::string> outputLine(std::string_view part, double seconds = 20) {
+    return line(out_, part, seconds);
   }
-  std::optional<std::string> errorLine(const std::function<bool(const std::string&)>& wanted,
-                                       double seconds) {
-    return line(err_, wanted, seconds);
+  std::optional<std::string> errorLine(std::string_view part, double seconds = 20) {
+    return line(err_, part, seconds);
   }
+  [[nodiscard]] pid_t id() const { return pid_; }
   /// Sends `signal`.
   void tell(int signal) const { ::kill(pid_, signal); }
   /// The rest of standard output and the exit status: minus the number of the signal that ended it,
   /// -1000 when it did not end in time.
-  std::pair<std::string, int> finish(double seconds) {
+  std::pair<std::string, int> finish(double seconds = 20) {
     std::string rest;
-    line(
-        out_,
-        [&](const std::string& each) {
-          rest += each + "\n";
-          return false;
-        },
-        seconds);
+    while (const auto each = line(out_, "", seconds)) {
+      rest += *each + "\n";
+    }
     int status = 0;
     if (out_.ended && ::waitpid(std::exchange(pid_, -1), &status, 0) > 0) {
       return {rest, WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status)};
     }
     return {rest, -1000};
+  }
+  /// Asks it to end; its exit status, with what it last said when that is not 0.
+  std::string end(int signal = SIGTERM) {
+    tell(signal);
+    const int status = finish().second;
+    std::string text = std::to_string(status);
+    while (const auto said = status == 0 ? std::nullopt : errorLine("", 1)) {
+      text += "\n" + *said;
+    }
+    return text;
   }
 
  private:
@@ -108,16 +124,14 @@ class ChildProcess {
     return result;
   }
 
-  static std::optional<std::string> line(Stream& stream,
-                                         const std::function<bool(const std::string&)>& wanted,
-                                         double seconds) {
+  static std::optional<std::string> line(Stream& stream, std::string_view part, double seconds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     for (;;) {
       for (auto end = stream.buffered.find('\n'); end != std::string::npos;
            end = stream.buffered.find('\n')) {
         std::string found = stream.buffered.substr(0, end);
         stream.buffered.erase(0, end + 1);
-        if (wanted(found)) {
+        if (found.find(part) != std::string::npos) {
           return found;
         }
       }
@@ -138,7 +152,8 @@ class ChildProcess {
     }
   }
 
-  pid_t pid_ = -1;
+  pid_t pid_ = -1;    // until it was waited for
+  pid_t group_ = -1;  // its own
   Stream out_;
   Stream err_;
 };

@@ -6,29 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "ClaudeProvider.h"
+#include "claude/ClaudeProvider.h"
 #include "support/ManualEventLoop.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold::test {
-
-/// A network that does what the test says.
-class ScriptedTransport final : public HTTPTransport {
- public:
-  using Script = std::function<std::optional<HTTPAnswer>()>;
-  explicit ScriptedTransport(Script script) : answer(std::move(script)) {}
-
-  Script answer;
-  std::vector<std::string> tokens;  ///< one of each request, in order
-
-  std::optional<HTTPAnswer> send(const HTTPRequest& request) override {
-    tokens.emplace_back(request.bearerToken.expose());
-    return answer();
-  }
-  void stop() override {
-    answer = [] { return std::nullopt; };
-  }
-};
 
 /// How one read of the login and the request after it go.
 struct ClaudeReply {
@@ -49,35 +31,33 @@ inline ClaudeReply usage(double percent) {
   return status(200, R"({"five_hour":{"utilization":)" + std::to_string(percent) + "}}");
 }
 
-/// A provider over scripted surroundings, in virtual time. The worker is a loop of its own, so that
-/// a test decides how far a job has come.
-struct ClaudeFixture {
+/// A provider over a scripted login and network, in virtual time. The worker is a loop of its own,
+/// so that a test decides how far a job has come.
+struct ClaudeFixture : HTTPTransport {
   TemporaryDirectory directory;
   DiskCache cache{{.environment = {{"MARIGOLD_CACHE_DIR", directory.path() + "/cache"}}}};
-  ManualEventLoop ownLoop, worker;
-  ManualEventLoop& loop = ownLoop;
-  ScriptedTransport transport{[this] { return reply.answer; }};
+  ManualEventLoop loop, worker;
   ClaudeReply reply = usage(1);  ///< to the next job
-  std::string token = "token-";  ///< each read of the login finds one of its own
+  std::string token = "token";   ///< of the login
+  std::string sent;              ///< the token of the last request
   int reads = 0;
+  std::function<void()> whileReading = [] {};     ///< the login
+  std::function<void()> whileRequesting = [] {};  ///< its usage
   std::unique_ptr<ClaudeProvider> provider = make();
-
-  ClaudeFixture() = default;
-  /// In the time of another loop.
-  explicit ClaudeFixture(ManualEventLoop& other) : loop(other) {}
 
   std::unique_ptr<ClaudeProvider> make() {
     return std::make_unique<ClaudeProvider>(
-        loop, worker, transport, [this] { return readLogin(); }, cache);
+        loop, worker, *this, [this] { return readLogin(); }, cache);
   }
   std::expected<ClaudeCredentials, KeychainReadError> readLogin() {
     ++reads;
+    whileReading();
     if (reply.readError) {
       return std::unexpected(*reply.readError);
     }
     const Date expiry = loop.date() + Seconds{reply.isExpired ? -1e9 : 1e9};
     ClaudeCredentials login;
-    login.claudeAiOauth = {.accessToken = Secret(token + std::to_string(reads)),
+    login.claudeAiOauth = {.accessToken = Secret(token),
                            .expiresAtMillis = expiry.time_since_epoch().count() * 1000,
                            .subscriptionType = "pro"};
     return login;
@@ -86,6 +66,14 @@ struct ClaudeFixture {
     while (worker.step() || loop.step()) {
     }
   }
+
+ private:
+  std::optional<HTTPAnswer> send(HTTPRequest request) override {
+    sent = request.bearerToken.expose();
+    whileRequesting();
+    return reply.answer;
+  }
+  void stop() override {}
 };
 
 }  // namespace marigold::test

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "CodexProvider.h"
 #include "TemporaryDirectory.h"
 #include "TestTime.h"
+#include "codex/CodexProvider.h"
 
 namespace marigold::test {
 
@@ -22,6 +22,14 @@ struct CodexHome {
 
   [[nodiscard]] CodexProvider provider() const {
     return {CodexPaths(surroundings), DiskCache(surroundings), at(0)};
+  }
+  /// The paths below the sessions of the rollout files that are found at a time.
+  [[nodiscard]] std::vector<std::string> recentRolloutFiles(double time = 0) const {
+    std::vector<std::string> paths;
+    for (auto& file : RolloutTree(sessions).recentRolloutFiles(40, at(time)).newest) {
+      paths.push_back(std::move(file.path));
+    }
+    return paths;
   }
   /// Writes a file below the sessions, modified `at(time)`; gives its path.
   std::string write(const std::string& relative, std::string_view content, double time) const {

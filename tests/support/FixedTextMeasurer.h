@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Drawing.h"
+#include "base/Drawing.h"
 
 namespace marigold::test {
 

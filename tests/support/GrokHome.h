@@ -2,9 +2,9 @@
 
 #include <fstream>
 
-#include "GrokProvider.h"
 #include "TemporaryDirectory.h"
 #include "TestTime.h"
+#include "grok/GrokProvider.h"
 
 namespace marigold::test {
 

@@ -4,17 +4,24 @@
 #include <sstream>
 #include <string>
 
-#include "GrokProvider.h"
+#include "grok/GrokLogScan.h"
 
 namespace marigold::test {
 
 /// What a scan of `content` finds, by walking all of its lines.
-inline GrokProvider::BillingScan reference(const std::string& content,
-                                           const GrokProvider::Limits& limits) {
-  GrokProvider::BillingScan found{.size = static_cast<std::int64_t>(content.size())};
+// NOLINTNEXTLINE(readability-function-cognitive-complexity): one plain walk, to compare with
+inline GrokLogScan::BillingScan reference(const std::string& content,
+                                          const GrokLogScan::Limits& limits, Date now) {
+  GrokLogScan::BillingScan found{.size = static_cast<std::int64_t>(content.size())};
   const std::size_t floor = content.size() - std::min(content.size(), limits.searchBudget);
+  const auto settled = [now](const auto& line) { return line && line->ts <= now + Seconds{300}; };
+  const auto take = [&](auto& slot, const auto& line, std::size_t at) {
+    const auto fresh = std::optional(GrokLocated{
+        .line = line, .ts = line.ts.value_or(Date{}), .at = static_cast<std::int64_t>(at)});
+    slot = !slot || (!settled(slot) && settled(fresh)) ? fresh : slot;
+  };
   for (std::size_t start = 0, end = content.rfind('\n');
-       end != std::string::npos && end >= floor && !found.usable; end = start - 1) {
+       end != std::string::npos && end >= floor && !settled(found.usable); end = start - 1) {
     found.lineEnd = found.lineEnd.value_or(static_cast<std::int64_t>(end + 1));
     start = end == 0 ? 0 : content.rfind('\n', end - 1) + 1;  // after none comes 0
     if (floor > 0 && start <= floor) {
@@ -22,20 +29,22 @@ inline GrokProvider::BillingScan reference(const std::string& content,
     }
     const std::string line = content.substr(start, end - start);
     const auto has = [&](const char* mark) { return line.find(mark) != std::string::npos; };
-    const auto offset = static_cast<std::int64_t>(start);
     if (line.size() > limits.maxLine) {
       continue;
     }
     if (has("billing: fetched credits config")) {
-      if (const auto bill = GrokBillingLine::decode(line); bill && bill->isBilling()) {
-        const GrokLocated located{.line = *bill, .ts = {}, .at = offset};
-        found.newest = found.newest.value_or(located);
-        found.usable = bill->hasCreditPercent() ? std::optional(located) : std::nullopt;
+      const auto bill = GrokBillingLine::decode(line);
+      const bool isBilling = bill && bill->isBilling();
+      if (isBilling) {
+        take(found.newest, *bill, start);
       }
-    } else if (!found.activity && (has("shell.turn.inference_done") || has("rate_limited"))) {
+      if (isBilling && bill->hasCreditPercent()) {
+        take(found.usable, *bill, start);
+      }
+    } else if (has("shell.turn.inference_done") || has("rate_limited")) {
       const auto activity = GrokActivityLine::decode(line);
       if (activity && (activity->isInferenceDone() || activity->isQuotaExhaustion())) {
-        found.activity = {.line = *activity, .ts = {}, .at = offset};
+        take(found.activity, *activity, start);
       }
     }
   }
@@ -43,7 +52,7 @@ inline GrokProvider::BillingScan reference(const std::string& content,
 }
 
 /// What was found and where, without what depends on how it was scanned.
-inline std::string places(const GrokProvider::BillingScan& scan) {
+inline std::string places(const GrokLogScan::BillingScan& scan) {
   std::ostringstream text;
   const auto place = [&](const char* name, const auto& located) {
     if (located) {

@@ -1,20 +1,13 @@
 #pragma once
 
-#include <cstdint>
-#include <random>
-
-#include "QueuedEventLoop.h"
+#include "base/QueuedEventLoop.h"
 
 namespace marigold::test {
 
 /// An event loop in virtual time: nothing runs unless asked, time moves only when told. Serves as
-/// the main loop and as every worker at once. With a seed, ready work runs in a random order that
-/// the seed repeats.
+/// the main loop and as every worker.
 class ManualEventLoop final : public QueuedEventLoop {
  public:
-  ManualEventLoop() = default;
-  explicit ManualEventLoop(std::uint32_t seed) : order_(seed), shuffled_(true) {}
-
   [[nodiscard]] Instant now() const override { return now_; }
   [[nodiscard]] Date date() const override { return date_; }
   void setDate(Date date) { date_ = date; }
@@ -22,11 +15,7 @@ class ManualEventLoop final : public QueuedEventLoop {
   /// Runs one piece of ready work; false when none is ready.
   bool step() {
     promoteDueTimers();
-    const std::size_t ready = readyCount();
-    if (ready == 0) {
-      return false;
-    }
-    return runOne(shuffled_ ? order_() % ready : 0);
+    return runOne();
   }
   /// Runs until nothing is ready.
   void settle() {
@@ -59,8 +48,6 @@ class ManualEventLoop final : public QueuedEventLoop {
 
   Instant now_{std::chrono::hours(1)};
   Date date_{Seconds{1'781'270'000}};  // 2026-06-12, a Friday
-  std::mt19937 order_;
-  bool shuffled_ = false;
 };
 
 }  // namespace marigold::test

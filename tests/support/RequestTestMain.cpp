@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "HttpsRequest.h"
+#include "linux/request/HttpsRequest.h"
 
 int main(int /*argc*/, char** argv) {
   const auto place = std::filesystem::path(*argv).parent_path();

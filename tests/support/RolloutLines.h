@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string>
 
-#include "Time.h"
+#include "base/Time.h"
 
 namespace marigold::test {
 

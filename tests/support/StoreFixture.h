@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -49,13 +48,14 @@ class ScriptedProvider final : public UsageProvider {
 /// A Claude reader that answers when the test says so.
 class ScriptedClaude final : public ClaudeReader {
  public:
-  std::vector<double> polls;
+  std::vector<Seconds> polls;
   std::vector<Answer> waiting;
   int retries = 0;
   int forgets = 0;
+  int stops = 0;
   bool latched = false;
 
-  void poll(double minInterval, Date /*now*/, Answer answer) override {
+  void poll(Seconds minInterval, Instant /*now*/, Answer answer) override {
     polls.push_back(minInterval);
     waiting.push_back(std::move(answer));
   }
@@ -64,77 +64,80 @@ class ScriptedClaude final : public ClaudeReader {
     waiting.push_back(std::move(answer));
   }
   [[nodiscard]] bool isReadLatched() const override { return latched; }
-  void resetBackoff() override {}
-  void stopAsking() override {}
+  void stopAsking() override { ++stops; }
   void forgetCache() override { ++forgets; }
 
   /// Answers the question at `index`, or drops nothing when there is none.
   void reply(std::size_t index, ProviderSnapshot snapshot) {
     if (index < waiting.size()) {
-      const Answer answer = std::move(waiting[index]);
-      waiting.erase(waiting.begin() + static_cast<std::ptrdiff_t>(index));
+      const auto asked = waiting.begin() + static_cast<std::ptrdiff_t>(index);
+      const Answer answer = std::move(*asked);
+      waiting.erase(asked);
       answer(std::move(snapshot));
     }
   }
+  /// Answers every question.
+  void replyAll(const ProviderSnapshot& snapshot) {
+    while (!waiting.empty()) {
+      reply(0, snapshot);
+    }
+  }
 };
 
-/// A registration or a stream: what ends when it is destroyed is what `held` stands for.
-template <class Port>
-class Held final : public Port {
+/// Callbacks under keys, each called as long as what `add` gave for it lives.
+template <class Port, class Key, class... Told>
+class Registry {
  public:
-  explicit Held(std::shared_ptr<void> held) : held_(std::move(held)) {}
+  using Callback = std::function<void(Told...)>;
+  std::unique_ptr<Port> add(const Key& key, Callback callback) {
+    struct Held final : Port {
+      std::shared_ptr<Callback> held;
+    };
+    auto held = std::make_unique<Held>();
+    held->held = std::make_shared<Callback>(std::move(callback));
+    entries_.emplace_back(key, held->held);
+    return held;
+  }
+  /// How many were told.
+  int tell(const Key& key, Told... told) {
+    int count = 0;
+    for (const auto& [registered, callback] : std::vector(entries_)) {
+      if (const auto alive = callback.lock(); alive && registered == key) {
+        (*alive)(told...);
+        ++count;
+      }
+    }
+    return count;
+  }
 
  private:
-  std::shared_ptr<void> held_;
+  std::vector<std::pair<Key, std::weak_ptr<Callback>>> entries_;
 };
 
 /// File-change notification driven by the test.
-class ScriptedEventStreams final : public EventStreamSource {
- public:
-  std::unique_ptr<EventStream> open(const std::string& path, Seconds /*latency*/,
-                                    Callback callback) override {
-    auto shared = std::make_shared<Callback>(std::move(callback));
-    open_[path] = shared;
-    return std::make_unique<Held<EventStream>>(std::move(shared));
+struct ScriptedEventStreams final : EventStreamSource {
+  bool refuses = false;
+  Registry<EventStream, std::string, const std::vector<FileEvent>&> streams;
+  std::unique_ptr<EventStream> open(const std::string& path, Seconds, Callback callback) override {
+    return refuses ? nullptr : streams.add(path, std::move(callback));
   }
-  [[nodiscard]] bool watches(const std::string& path) { return !open_[path].expired(); }
-  void deliver(const std::string& path, const std::vector<FileEvent>& events) {
-    if (const auto callback = open_[path].lock()) {
-      (*callback)(events);
-    }
+  /// How many streams got them.
+  int deliver(const std::string& path, const std::vector<FileEvent>& events) {
+    return streams.tell(path, events);
   }
-
- private:
-  std::map<std::string, std::weak_ptr<Callback>> open_;
 };
 
 /// Attention driven by the test.
-class ScriptedAttention final : public Attention {
- public:
+struct ScriptedAttention final : Attention {
+  Registry<AttentionObserver, AttentionEvent> observers;
   std::unique_ptr<AttentionObserver> observe(AttentionEvent event,
                                              std::function<void()> callback) override {
-    auto shared = std::make_shared<std::function<void()>>(std::move(callback));
-    observers_.emplace_back(event, shared);
-    return std::make_unique<Held<AttentionObserver>>(std::move(shared));
+    return observers.add(event, std::move(callback));
   }
-  /// How many were told.
-  int tell(AttentionEvent event) {
-    int told = 0;
-    for (const auto& [registered, callback] : std::vector(observers_)) {
-      if (const auto alive = callback.lock(); alive && registered == event) {
-        (*alive)();
-        ++told;
-      }
-    }
-    return told;
-  }
-
- private:
-  std::vector<std::pair<AttentionEvent, std::weak_ptr<std::function<void()>>>> observers_;
+  int tell(AttentionEvent event) { return observers.tell(event); }
 };
 
-class FixedRandom final : public RandomSource {
- public:
+struct FixedRandom final : RandomSource {
   double value = 0.5;
   double fraction() override { return value; }
 };
@@ -162,12 +165,7 @@ struct StoreFixture {
   int notified = 0;
   std::unique_ptr<UsageStore> store;
 
-  StoreFixture() {
-    directory.write("sessions/.keep", "");
-    directory.write("logs/.keep", "");
-  }
-
-  void makeStore(ClaudeReader* claudeReader = nullptr) {
+  void makeStore() {
     auto codexProvider = std::make_unique<ScriptedProvider>();
     auto grokProvider = std::make_unique<ScriptedProvider>();
     codex = codexProvider.get();
@@ -182,13 +180,9 @@ struct StoreFixture {
         .random = random,
         .log = log,
         .surroundings = surroundings,
-        .claude = claudeReader != nullptr ? claudeReader : &claude,
-        .codex =
-            std::make_unique<Isolated<UsageProvider>>(codexWorker, loop, std::move(codexProvider)),
-        .grok =
-            std::make_unique<Isolated<UsageProvider>>(grokWorker, loop, std::move(grokProvider)),
-        .codexSessionsDir = sessions,
-        .grokLogsDir = logs});
+        .claude = claude,
+        .codex = {.worker = codexWorker, .reader = std::move(codexProvider), .directory = sessions},
+        .grok = {.worker = grokWorker, .reader = std::move(grokProvider), .directory = logs}});
     store->onStateChange = [this] { ++notified; };
   }
 

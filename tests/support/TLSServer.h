@@ -21,7 +21,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
-#include "OwnedDescriptor.h"
+#include "base/OwnedDescriptor.h"
 
 namespace marigold::test {
 
@@ -113,6 +113,7 @@ class TLSServer {
   struct Manner {
     int newestVersion = TLS1_3_VERSION;
     bool asProxy = false;  ///< is asked to connect first, and then plays the host itself
+    std::string_view asProxySays = "200 Connected";
   };
 
   TLSServer(Identity identity, Script script)
@@ -138,8 +139,6 @@ class TLSServer {
   }
   TLSServer(const TLSServer&) = delete;
   TLSServer& operator=(const TLSServer&) = delete;
-  TLSServer(TLSServer&&) = delete;
-  TLSServer& operator=(TLSServer&&) = delete;
   ~TLSServer() {
     ::shutdown(listening_.get(), SHUT_RDWR);
     thread_.join();
@@ -172,7 +171,7 @@ class TLSServer {
   void meet(int client) {
     if (manner_.asProxy) {
       header([client](char* byte) { return ::recv(client, byte, 1, 0); });
-      constexpr std::string_view connected = "HTTP/1.1 200 Connected\r\n\r\n";
+      const std::string connected = "HTTP/1.1 " + std::string(manner_.asProxySays) + "\r\n\r\n";
       (void)::send(client, connected.data(), connected.size(), 0);
     }
     const std::unique_ptr<SSL, decltype(&SSL_free)> tls(SSL_new(context_.get()), SSL_free);

@@ -3,10 +3,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
+
+#include <sys/stat.h>
 
 namespace marigold::test {
 
@@ -14,16 +15,12 @@ namespace marigold::test {
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
+    ::umask(022);  // whatever the user's is: who may write a file matters to what is read from it
     std::string name = std::filesystem::temp_directory_path() / "marigold-XXXXXX";
-    if (::mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error("no temporary directory");
-    }
-    path_ = std::filesystem::canonical(name);
+    path_ = std::filesystem::canonical(::mkdtemp(name.data()));
   }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  TemporaryDirectory(TemporaryDirectory&&) = delete;
-  TemporaryDirectory& operator=(TemporaryDirectory&&) = delete;
   ~TemporaryDirectory() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
@@ -36,8 +33,7 @@ class TemporaryDirectory {
   std::string write(std::string_view relative, std::string_view content) const {
     const auto file = path_ / relative;
     std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary)
-        .write(content.data(), static_cast<std::streamsize>(content.size()));
+    std::ofstream(file, std::ios::binary) << content;
     return file;
   }
 

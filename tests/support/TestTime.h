@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "Time.h"
+#include "base/Time.h"
 
 namespace marigold::test {
 
@@ -13,8 +13,8 @@ constexpr Date at(double seconds) {
 }
 
 inline void setModified(const std::string& path, Date date) {
-  const auto whole = std::chrono::floor<std::chrono::seconds>(date);
-  std::filesystem::last_write_time(path, std::chrono::file_clock::from_sys(whole));
+  const auto exact = std::chrono::round<std::chrono::nanoseconds>(date);
+  std::filesystem::last_write_time(path, std::chrono::file_clock::from_sys(exact));
 }
 
 }  // namespace marigold::test

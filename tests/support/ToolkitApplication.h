@@ -4,9 +4,9 @@
 #include <string>
 #include <utility>
 
-#include <QtCore/QEventLoop>
-#include <QtCore/QTimer>
 #include <QtWidgets/QApplication>
+
+#include "support/Eventually.h"
 
 namespace marigold::test {
 
@@ -25,22 +25,5 @@ class ToolkitApplication {
   int count_ = 3;
   QApplication application_{count_, words_.data()};
 };
-
-/// Turns the toolkit's loop until `holds` does, for some seconds at most; whether it then does.
-template <class Condition>
-bool eventually(Condition holds, int seconds = 20) {
-  QTimer limit;
-  limit.setSingleShot(true);
-  limit.start(seconds * 1000);
-  // Looked at after every event and, for what another program does, now and then.
-  QTimer look;
-  look.start(10);
-  bool held = holds();
-  while (!held && limit.isActive()) {
-    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    held = holds();
-  }
-  return held;
-}
 
 }  // namespace marigold::test

@@ -9,6 +9,10 @@
 #include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusPendingCall>
+
+#include "linux/item/DBusMenuLayout.h"
+#include "support/Eventually.h"
 
 namespace marigold::test {
 
@@ -40,7 +44,11 @@ class TrayHost final : public QObject {
                    const QVariantList& arguments = {}) {
     QDBusMessage call = QDBusMessage::createMethodCall(item, path, interface, method);
     call.setArguments(arguments);
-    const QDBusMessage reply = bus_.call(call, QDBus::BlockWithGui, 5000);
+    // The toolkit's own way of waiting in its loop may miss an answer that comes at once.
+    const QDBusPendingCall pending = bus_.asyncCall(call, 5000);
+    (void)eventually([&] { return pending.isFinished(); });
+    QCoreApplication::processEvents();  // the signals sent before the answer, which may overtake them
+    const QDBusMessage reply = pending.reply();
     return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments()
                                                       : QVariantList{reply.errorName()};
   }
@@ -76,27 +84,24 @@ class TrayHost final : public QObject {
 };
 
 /// A layout as text: "~" marks a disabled entry, "c" and "r" a toggle, "*" one that is on.
-inline std::string menuText(const QVariant& layout, QList<int>& ids) {
-  const auto argument = layout.value<QDBusArgument>();
-  int id = 0;
-  QVariantMap properties;
-  QVariantList children;
-  argument.beginStructure();
-  argument >> id >> properties >> children;
-  argument.endStructure();
-  ids.append(id);
+inline std::string menuText(const DBusMenuLayout& layout, QList<int>& ids) {
+  const QVariantMap& properties = layout.properties;
+  ids.append(layout.id);
   std::string text = properties.value("label", properties.value("type")).toString().toStdString();
   text += properties.value("enabled", true).toBool() ? "" : "~";
   text += properties.value("toggle-type").toString().left(1).toStdString();
   text += properties.value("toggle-state").toInt() == 1 ? "*" : "";
   if (properties.contains("children-display")) {
     text += "(";
-    for (const QVariant& child : children) {
+    for (const DBusMenuLayout& child : layout.children) {
       text += menuText(child, ids) + ";";
     }
     text += ")";
   }
   return text;
+}
+inline std::string menuText(const QVariant& layout, QList<int>& ids) {
+  return menuText(qdbus_cast<DBusMenuLayout>(layout), ids);
 }
 
 }  // namespace marigold::test

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "UsageStore.h"
+#include "bar/ResetDrain.h"
+#include "base/Drawing.h"
+#include "base/EventLoop.h"
+#include "base/MenuItem.h"
+#include "base/Surroundings.h"
+#include "ports/Appearance.h"
+#include "ports/ApplicationControl.h"
+#include "ports/Attention.h"
+#include "ports/LocalTimeText.h"
+#include "ports/Log.h"
+#include "ports/LoginItem.h"
+#include "ports/Popover.h"
+#include "ports/StatusItem.h"
+#include "ports/Updater.h"
+
+namespace marigold {
+
+/// A development build has a bundle identifier of its own, which ends with ".dev".
+[[nodiscard]] bool isDevBuild(std::string_view bundleIdentifier) noexcept;
+
+/// The application as long as it runs: keeps the status item current, and opens the popover and the
+/// menu. Lives on the main loop's thread, once a process.
+class AppDelegate {
+ public:
+  /// What the delegate works with. The references must outlive it.
+  struct Services {
+    UsageStore& store;
+    EventLoop& loop;
+    Log& log;
+    Attention& attention;
+    StatusBar& statusBar;
+    Popover& popover;
+    Appearance& appearance;
+    ApplicationControl& application;
+    LoginItem& loginItem;
+    Updater& updater;
+    const LocalTimeText& localTime;
+    const TextMeasurer& textMeasurer;
+    const Surroundings& surroundings;
+    int processId = 0;
+  };
+
+  explicit AppDelegate(const Services& services) : s_(services) {}
+  AppDelegate(const AppDelegate&) = delete;
+  AppDelegate& operator=(const AppDelegate&) = delete;
+  ~AppDelegate();
+
+  void applicationDidFinishLaunching();
+  void applicationWillTerminate();
+
+  /// Draws the status item anew and plans the next time at which it must be.
+  void refreshStatusItem();
+  void showPopover();
+  void showMenu();
+
+ private:
+  void setUpStatusItem();
+  void setUpPopover();
+  void statusItemClicked(const StatusItemClick& click);
+  void popoverDidClose();
+  [[nodiscard]] std::vector<MenuItem> menuItems();
+  // The published readings among those of `providers`.
+  [[nodiscard]] std::vector<ProviderSnapshot> snapshots(
+      const std::vector<ProviderID>& providers) const;
+  // Shows the next frame of the drains that run, if any, in time.
+  void scheduleDrain();
+  void scheduleRepaint(std::optional<Date> date);
+  void updateCards();
+  // Everything that is shown.
+  void refresh();
+
+  Services s_;
+  std::unique_ptr<StatusItem> statusItem_;
+  std::optional<StatusItemContent> shown_;  // nothing until the item shows something
+  std::vector<ProviderCard> cards_;         // as the popover has them
+  RunningDrains drains_;
+  Timer drainTask_;
+  Timer repaintTask_;
+  Timer itemRetry_;
+  std::unique_ptr<AttentionObserver> clockObserver_;
+  bool engineRunning_ = false;
+};
+
+}  // namespace marigold

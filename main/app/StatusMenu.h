@@ -1,0 +1,17 @@
+#pragma once
+
+#include <vector>
+
+#include "UsageStore.h"
+#include "base/MenuItem.h"
+#include "ports/ApplicationControl.h"
+#include "ports/Updater.h"
+
+namespace marigold {
+
+/// The status item's menu as it is now; `open` opens the popover. What it refers to must outlive
+/// the actions of its items.
+[[nodiscard]] std::vector<MenuItem> statusMenu(UsageStore& store, Updater& updater,
+                                               ApplicationControl& application, Work open);
+
+}  // namespace marigold

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include <QtCore/QPoint>
+#include <QtGui/QImage>
+#include <QtWidgets/QWidget>
+
+#include "linux/system/X11.h"
+#include "ports/StatusItem.h"
+
+namespace marigold {
+
+/// The status item where there is no tray: a small window that shows the mark above all others and
+/// never takes the keyboard. It can be dragged, and keeps its place where the desktop lets windows
+/// have one. To be shown once it has content.
+class Strip final : public QWidget {
+ public:
+  /// Where the user put the strip, "x,y" of its corner; kept from run to run by whoever made it.
+  struct Place {
+    std::function<std::optional<std::string>()> load;
+    std::function<void(std::string)> save;
+  };
+
+  explicit Strip(Place place);
+
+  /// Clicks, with the strip's place where that is known.
+  std::function<void(const StatusItemClick&, const std::optional<QRect>& area)> onClick;
+
+  void setContent(const StatusItemContent& content);
+  /// Whether the mark is one for a dark ground.
+  void setDark(bool dark);
+
+  /// As a click that assistive technology does.
+  void click(StatusItemClick::Button button, bool controlHeld = false);
+  [[nodiscard]] QString spokenValue() const { return accessibleDescription(); }
+
+ protected:
+  void closeEvent(QCloseEvent* event) override;
+  void paintEvent(QPaintEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+
+ private:
+  void put();
+  void follow(const QScreen* screen);
+  [[nodiscard]] bool translucent() const;
+
+  Place place_;
+  std::optional<QPoint> wanted_;   ///< by the user; it may be on no screen for the time being
+  std::optional<QPoint> pressed_;  ///< where on the strip
+  bool dragged_ = false;
+  bool settled_ = false;  ///< its place was looked up since it is shown
+  bool dark_ = true;
+  Drawing mark_;
+  QImage picture_;
+  X11Selection compositor_;
+};
+
+}  // namespace marigold

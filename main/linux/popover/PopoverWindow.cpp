@@ -1,0 +1,239 @@
+#include "linux/popover/PopoverWindow.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <utility>
+
+#include <QtCore/QEvent>
+#include <QtCore/QTimer>
+#include <QtGui/QCursor>
+#include <QtGui/QKeyEvent>
+#include <QtGui/QPainter>
+#include <QtWidgets/QApplication>
+#include <QtWidgets/QScrollArea>
+#include <QtWidgets/QScrollBar>
+#include <QtWidgets/QVBoxLayout>
+#include <QtWidgets/QWidget>
+
+#include "linux/popover/CardWidget.h"
+#include "linux/system/ScreenPlaces.h"
+#include "linux/system/X11.h"
+
+namespace marigold {
+
+namespace {
+
+constexpr int padding = 12;
+constexpr int widthInLetters = 50;
+/// How long a click takes at most to reach this program after the button was released.
+constexpr std::chrono::milliseconds clickOnItsWay{400};
+constexpr std::chrono::seconds buttonHeld{10};
+/// For how long after it opened the focus may come and go: some window managers first give it to
+/// the window, then back to the one before.
+constexpr std::chrono::milliseconds focusSettles{500};
+
+}  // namespace
+
+class PopoverWindow::Window final : public QWidget {
+ public:
+  Window(PopoverWindow& popover, const ItemPlace& item)
+      : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint),
+        popover_(popover),
+        item_(item),
+        scroll_(new QScrollArea(this)),
+        content_(new QWidget) {
+    setWindowTitle(QStringLiteral("Marigold"));
+    setAttribute(Qt::WA_QuitOnClose, false);
+    scroll_->setFrameShape(QFrame::NoFrame);
+    scroll_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll_->setWidgetResizable(true);
+    auto* const cards = new QVBoxLayout(content_);
+    cards->setContentsMargins(padding, padding, padding, padding);
+    cards->setSpacing(padding - 2);
+    scroll_->setWidget(content_);
+    auto* const frame = new QVBoxLayout(this);
+    frame->setContentsMargins(1, 1, 1, 1);
+    frame->addWidget(scroll_);
+    closedByClick_.setSingleShot(true);
+    focusSettles_.setSingleShot(true);
+    connect(&closedByClick_, &QTimer::timeout, this, [this] { buttons_.reset(); });
+  }
+
+  void setCards(const std::vector<ProviderCard>& cards) {
+    while (cards_.size() > cards.size()) {
+      delete cards_.back();
+      cards_.pop_back();
+    }
+    for (std::size_t i = 0; i < cards.size(); ++i) {
+      if (i == cards_.size()) {
+        cards_.push_back(new CardWidget(*content_));
+        content_->layout()->addWidget(cards_.back());
+        cards_.back()->setVisible(true);
+      }
+      cards_[i]->show(cards[i]);
+    }
+    if (isVisible()) {
+      fit();
+    }
+  }
+
+  void open() {
+    if (closedByClick_.isActive()) {
+      return;
+    }
+    fit();
+    scroll_->verticalScrollBar()->setValue(0);
+    activateWhenPainted_ = true;
+    hadFocus_ = false;
+    focusSettles_.start(focusSettles);
+    show();
+    raise();
+    update();
+    // Made once an opening: the end of one watch would end another's, too.
+    if (!buttons_) {
+      buttons_ = std::make_unique<X11Buttons>([this](bool down) { buttonMoved(down); });
+    }
+  }
+
+  void dismiss() {
+    if (isVisible()) {
+      hide();
+      if (!closedByClick_.isActive()) {
+        buttons_.reset();
+      }
+      if (popover_.onClosed) {
+        popover_.onClosed();
+      }
+    }
+  }
+
+ protected:
+  void paintEvent(QPaintEvent* /*event*/) override {
+    QPainter painter(this);
+    painter.setPen(faintText(*this, 0.25F));
+    painter.drawRect(rect().adjusted(0, 0, -1, -1));
+    // Not before: a window manager compares when the user last did something, here and in the
+    // window that has the focus. What the toolkit knows of that is news only since this window
+    // appeared.
+    if (std::exchange(activateWhenPainted_, false)) {
+      QMetaObject::invokeMethod(
+          this,
+          [this] {
+            (void)placeOf(*this);
+            activateWindow();
+          },
+          Qt::QueuedConnection);
+    }
+  }
+
+  void keyPressEvent(QKeyEvent* event) override {
+    if (event->key() == Qt::Key_Escape) {
+      dismiss();
+    } else {
+      QWidget::keyPressEvent(event);
+    }
+  }
+
+  void closeEvent(QCloseEvent* event) override {
+    event->ignore();
+    dismiss();
+  }
+
+  void changeEvent(QEvent* event) override {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::ActivationChange) {
+      // Looked at later: the focus may only pass through another window.
+      QMetaObject::invokeMethod(
+          this,
+          [this] {
+            if (isVisible() && !isActiveWindow() && hadFocus_ && !menuIsOpen()) {
+              if (focusSettles_.isActive()) {
+                activateWindow();
+                return;
+              }
+              dismissByClick(clickOnItsWay);
+            }
+            hadFocus_ = isActiveWindow();
+          },
+          Qt::QueuedConnection);
+    }
+  }
+
+ private:
+  static bool menuIsOpen() { return QApplication::activePopupWidget() != nullptr; }
+
+  bool isAtPointer() {
+    const auto place = placeOf(*this);
+    return place && place->contains(QCursor::pos());
+  }
+
+  void buttonMoved(bool down) {
+    if (!down) {
+      if (closedByClick_.isActive()) {
+        closedByClick_.start(clickOnItsWay);
+      }
+    } else if (isVisible() ? !isAtPointer() && !menuIsOpen() : closedByClick_.isActive()) {
+      dismissByClick(buttonHeld);
+    }
+  }
+
+  void dismissByClick(std::chrono::milliseconds clickComesWithin) {
+    closedByClick_.start(clickComesWithin);
+    dismiss();
+  }
+
+  // As large as the cards, as far as the screen goes, at the place that suits the size.
+  void fit() {
+    QLayout& cards = *content_->layout();
+    cards.activate();
+    int width = fontMetrics().averageCharWidth() * widthInLetters;
+    const int height =
+        2 + (cards.hasHeightForWidth() ? cards.heightForWidth(width) : cards.sizeHint().height());
+    QRect place = openingAt(item_, {width + 2, height});
+    if (place.height() < height) {
+      width += scroll_->verticalScrollBar()->sizeHint().width();
+      place = openingAt(item_, {width + 2, height});
+    }
+    setFixedSize(place.size());
+    move(place.topLeft());
+  }
+
+  PopoverWindow& popover_;
+  const ItemPlace& item_;
+  QScrollArea* scroll_;
+  QWidget* content_;
+  std::vector<CardWidget*> cards_;
+  bool activateWhenPainted_ = false;
+  bool hadFocus_ = false;
+  std::unique_ptr<X11Buttons> buttons_;
+  QTimer focusSettles_;
+  QTimer closedByClick_;  ///< runs until the click that closed the window must have been told
+};
+
+PopoverWindow::PopoverWindow(const ItemPlace& item)
+    : window_(std::make_unique<Window>(*this, item)) {}
+
+PopoverWindow::~PopoverWindow() = default;
+
+void PopoverWindow::setCards(const std::vector<ProviderCard>& cards) {
+  window_->setCards(cards);
+}
+
+void PopoverWindow::open() {
+  window_->open();
+}
+
+void PopoverWindow::close() {
+  // The token of the click that closes it is used up here: until it is, GNOME shows a busy pointer.
+  if (window_->isVisible() && qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN")) {
+    window_->activateWindow();
+  }
+  window_->dismiss();
+}
+
+bool PopoverWindow::isShown() const {
+  return window_->isVisible();
+}
+
+}  // namespace marigold

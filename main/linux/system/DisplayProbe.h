@@ -1,0 +1,30 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "base/Time.h"
+#include "linux/system/LinuxSurroundings.h"
+#include "ports/Log.h"
+
+namespace marigold {
+
+/// How long a display may take to answer. A session that is just starting is slow, and who has no
+/// display waits no longer than it takes to find that out.
+inline constexpr Seconds displayPatience{5};
+
+/// The platforms to start Qt with, as a list for its argument "-platform", or nothing when no
+/// display is usable: Qt ends the process when it cannot open one.
+///
+/// Looks through the user's choice, QT_QPA_PLATFORM of `environment`, or else Wayland and then X11
+/// as Qt does, and gives the list from the first one on that works: one that `program`, which calls
+/// `answerProbe`, can open in a process of its own. What comes after it is not asked, since
+/// that could start an X server nobody needs. A Wayland or X11 display is only one that is named in
+/// `environment`, the whole of this process's: there is no guessing at "wayland-0". A platform that
+/// is named but not usable is a line in `log`.
+[[nodiscard]] std::optional<std::string> usablePlatforms(const Environment& environment, Log& log,
+                                                         const std::string& program,
+                                                         Seconds patience = displayPatience);
+
+}  // namespace marigold

@@ -1,0 +1,94 @@
+#include <filesystem>
+#include <future>
+#include <iterator>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "MarigoldApp.h"
+#include "app/TextForm.h"
+#include "support/FixedLocalTimeText.h"
+#include "support/FixedTextMeasurer.h"
+#include "support/StoreFixture.h"
+
+namespace marigold {
+namespace {
+
+std::ptrdiff_t threads() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+TEST(MarigoldApp, EndsItsPartsInOrder) {
+  const test::TemporaryDirectory home;
+  test::ManualEventLoop loop;
+  test::RecordingLog log;
+  test::MemoryDefaults defaults;
+  test::ScriptedEventStreams streams;
+  test::ScriptedAttention attention;
+  test::FixedRandom random;
+  std::vector<std::string> ends;
+  std::promise<void> reading;
+  std::promise<void> stopped;
+  struct Transport final : HTTPTransport {
+    std::function<void()> onStop;
+    std::optional<HTTPAnswer> send(HTTPRequest /*request*/) override { return {}; }
+    void stop() override { onStop(); }
+  } transport;
+  transport.onStop = [&] {
+    ends.emplace_back(attention.tell(AttentionEvent::wake) == 0 ? "request" : "request first");
+    stopped.set_value();
+  };
+  struct Control final : ApplicationControl {
+    explicit Control(std::vector<std::string>& journal) : ends(journal) {}
+    void quit() override {}
+    void leaveRegardless(Seconds after) override {
+      ends.push_back("at the latest in " + std::to_string(after.count()));
+    }
+    std::vector<std::string>& ends;
+  } application(ends);
+  TextStatusBar statusBar([](const std::string&) {});
+  Popover popover;
+  Appearance appearance;
+  LoginItem loginItem;
+  Updater updater;
+  const test::FixedLocalTimeText localTime;
+  const test::FixedTextMeasurer measurer;
+  std::thread([] {}).join();  // a sanitizer has one of its own from the first on
+  const std::ptrdiff_t before = threads();
+  MarigoldApp app({.surroundings = {.home = home.path(), .bundleIdentifier = "app"},
+                   .loop = loop,
+                   .log = log,
+                   .defaults = defaults,
+                   .eventStreams = streams,
+                   .attention = attention,
+                   .random = random,
+                   .transport = transport,
+                   .readClaudeLogin = [&]() -> std::expected<ClaudeCredentials, KeychainReadError> {
+                     reading.set_value();
+                     stopped.get_future().wait();  // as one that waits for a request does
+                     std::this_thread::sleep_for(Seconds{0.05});
+                     ends.emplace_back("login");
+                     return std::unexpected(KeychainReadError{});
+                   },
+                   .statusBar = statusBar,
+                   .popover = popover,
+                   .appearance = appearance,
+                   .application = application,
+                   .loginItem = loginItem,
+                   .updater = updater,
+                   .localTime = localTime,
+                   .textMeasurer = measurer});
+  app.launch();
+  reading.get_future().wait();
+  EXPECT_EQ(threads(), before + 3) << "a worker for each provider";
+  app.terminate();
+  EXPECT_EQ(ends, (std::vector<std::string>{"at the latest in 0.500000", "request", "login"}));
+  EXPECT_EQ(threads(), before);
+  EXPECT_FALSE(popover.onClosed);
+  loop.post([&] { ends.clear(); });
+  loop.settle();
+  EXPECT_EQ(ends.size(), 3U) << "the loop is closed";
+}
+
+}  // namespace
+}  // namespace marigold

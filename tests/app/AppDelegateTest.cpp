@@ -1,0 +1,328 @@
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "MenuBarRender.h"
+#include "app/AppDelegate.h"
+#include "bar/Palette.h"
+#include "support/FixedLocalTimeText.h"
+#include "support/FixedTextMeasurer.h"
+#include "support/StoreFixture.h"
+
+namespace marigold {
+namespace {
+
+using Journal = std::vector<std::string>;
+using Sweeps = std::vector<double>;
+using Windows = std::vector<UsageWindow>;
+using Button = StatusItemClick::Button;
+
+// A port that writes down what it is asked.
+template <class Port>
+struct Noting : Port {
+  explicit Noting(Journal& owner) : journal(owner) {}
+  void note(const char* what) { journal.emplace_back(what); }
+  Journal& journal;
+};
+
+struct Item final : Noting<StatusItem> {
+  Item(Journal& owner, std::vector<StatusItemContent>& kept) : Noting(owner), shown(kept) {}
+  void show(const StatusItemContent& content) override { shown.push_back(content); }
+  void openMenu(std::vector<MenuItem> /*items*/) override { note("menu"); }
+  std::vector<StatusItemContent>& shown;
+};
+
+struct Bar final : Noting<StatusBar> {
+  using Noting::Noting;
+  std::unique_ptr<StatusItem> makeItem() override {
+    auto made = refusals-- > 0 ? nullptr : std::make_unique<Item>(journal, shown);
+    item = made.get();
+    return made;
+  }
+  int refusals = 0;
+  StatusItem* item = nullptr;
+  std::vector<StatusItemContent> shown;
+};
+
+struct Window final : Noting<Popover> {
+  using Noting::Noting;
+  void setCards(const std::vector<ProviderCard>& next) override { cards = next; }
+  void open() override {
+    note("popover");
+    isOpen = true;
+  }
+  void close() override {
+    note("close");
+    isOpen = false;
+    onClosed();
+  }
+  [[nodiscard]] bool isShown() const override { return isOpen; }
+  bool isOpen = false;
+  std::vector<ProviderCard> cards;
+};
+
+struct Looks final : Appearance {
+  AppearanceSettings now;
+  [[nodiscard]] AppearanceSettings settings() const override { return now; }
+};
+
+struct Control final : Noting<ApplicationControl> {
+  using Noting::Noting;
+  void installMainMenu() override { note("main menu"); }
+  void activate() override { note("activate"); }
+  void quit() override { note("quit"); }
+  void leaveRegardless(Seconds /*after*/) override { note("leave"); }
+};
+
+struct Login final : Noting<LoginItem> {
+  using Noting::Noting;
+  void refreshStatus() override { note("login status"); }
+  void reregisterIfEnabled() override { note("reregister"); }
+};
+
+class AppDelegateTest : public testing::Test, protected test::StoreFixture {
+ protected:
+  Journal journal;
+  Bar bar{journal};
+  Window popover{journal};
+  Looks looks;
+  Control application{journal};
+  Login login{journal};
+  Updater updater;
+  test::FixedLocalTimeText times;
+  test::FixedTextMeasurer measurer;
+  std::unique_ptr<AppDelegate> delegate;
+
+  // Codex alone, whose reading, like Grok's, stays as it is until a test changes it.
+  AppDelegateTest() {
+    makeStore();
+    store->preferences().setVisible(ProviderID::claude, false);
+    store->turnOffClaude();
+    show({five(80, 100)});
+    grok->answer = [at = loop.date()](Date) { return test::reading(ProviderID::grok, 20, at); };
+    delegate = std::make_unique<AppDelegate>(
+        AppDelegate::Services{*store, loop, log, attention, bar, popover, looks, application, login,
+                              updater, times, measurer, surroundings, 42});
+  }
+  void show(const Windows& windows) {
+    codex->answer = [windows, at = loop.date()](Date) {
+      return ProviderSnapshot{.provider = ProviderID::codex, .windows = windows, .capturedAt = at};
+    };
+  }
+  void read(const Windows& windows) {
+    show(windows);
+    store->refreshNow();
+    settle();
+  }
+  void click(const StatusItemClick& how = {}) {
+    bar.item->onClick(how);
+    settle();
+  }
+  [[nodiscard]] UsageWindow five(double percent, double resetsIn) const {
+    return {.label = "5h", .percent = percent, .resetsAt = loop.date() + Seconds{resetsIn}};
+  }
+  void launch() {
+    delegate->applicationDidFinishLaunching();
+    settle();
+  }
+  [[nodiscard]] const StatusItemContent& last() const { return bar.shown.back(); }
+  // The filled arcs of the rings, from the left and from outside in.
+  [[nodiscard]] static Sweeps sweeps(const StatusItemContent& content) {
+    Sweeps filled;
+    for (const DrawOp& op : content.mark.ops) {
+      const auto* arc = std::get_if<StrokeArc>(&op.shape);
+      if (arc != nullptr && arc->color.opacity == 1) {
+        filled.push_back(std::round(1000 * (arc->sweep + 2 * arc->start)) / 1000);
+      }
+    }
+    return filled;
+  }
+};
+
+TEST_F(AppDelegateTest, LaunchesInOrderAndShowsWhatIsKnown) {
+  bar.refusals = 2;
+  delegate->applicationDidFinishLaunching();
+  EXPECT_EQ(journal, (Journal{"main menu", "reregister"}));
+  EXPECT_EQ(log.lines.front(), "launched (pid 42)");
+  advance(0.75);
+  EXPECT_EQ(std::ranges::count(log.lines, "status item had no button; retrying shortly"), 2);
+  EXPECT_TRUE(bar.shown.empty());
+  advance(0.25);
+  ASSERT_FALSE(bar.shown.empty());
+  EXPECT_EQ(last().tooltip, "Codex: 5h 80% used, updated just now");
+  EXPECT_EQ(last().tooltipWithoutAges, "Codex: 5h 80% used, updated ");
+  EXPECT_EQ(last().tooltipTitle, last().tooltip);
+  EXPECT_EQ(last().accessibilityLabel, "Marigold");
+  EXPECT_EQ(last().accessibilityValue, "Codex 5h 80%, updated just now");
+  EXPECT_EQ(last().label, "80%");
+}
+
+TEST_F(AppDelegateTest, EveryChoiceAndLookReachesTheMark) {
+  surroundings.bundleIdentifier += ".dev";
+  show({five(80, 7500), {.label = "Weekly", .percent = 12}});
+  Preferences& chosen = store->preferences();
+  constexpr auto id = ProviderID::codex;
+  chosen.setAccent(id, ProviderAccent::pink);
+  delegate->applicationDidFinishLaunching();
+  EXPECT_EQ(last().tooltip, menuBarEmptyStateText(true).tooltip) << "Claude's is that it is off";
+  const auto filled = [](double percent, ProviderAccent accent) {
+    return GaugeBar{.percent = percent, .mode = GaugeBar::Mode::normal, .accent = accent};
+  };
+  MenuBarMark mark{.segments = {{.bar = filled(80, ProviderAccent::pink),
+                                 .token = "80%",
+                                 .inner = filled(12, ProviderAccent::pink)}},
+                   .darkMenuBar = DarkMenuBar::unknown,
+                   .textColor = menuBarLabelColor(DarkMenuBar::unknown, false),
+                   .devMarker = true};
+  const auto expectMark = [&] {
+    settle();
+    EXPECT_EQ(last().mark, MenuBarRender::markImage(mark, measurer));
+    EXPECT_EQ(last().square, MenuBarRender::squareImage(mark));
+    EXPECT_EQ(last().darkMenuBar, mark.darkMenuBar);
+  };
+  expectMark();
+  chosen.setRingColors(RingColorMode::byWindow);
+  chosen.setMenuWindow(id, MenuBarWindowKind::weekly);
+  chosen.setPercentScope(id, MenuBarTextScope::weekly);
+  chosen.setResetScope(id, MenuBarTextScope::fiveHour);
+  chosen.setMenuBarLabels(true);
+  chosen.setMenuBarStyle(mark.style = MenuBarStyle::pills);
+  mark.segments = {{.bar = filled(12, ProviderAccent::purple),
+                    .token = "12%",
+                    .inner = filled(80, ProviderAccent::teal),
+                    .innerReset = "2h05m",
+                    .label = "wk",
+                    .innerLabel = "5h"}};
+  expectMark();
+  looks.now = {.darkMenuBar = mark.darkMenuBar = DarkMenuBar::no,
+               .increaseContrast = mark.highContrast = true};
+  mark.textColor = menuBarLabelColor(DarkMenuBar::no, true);
+  looks.onChange();
+  expectMark();
+  for (const auto& [choice, dark] : {std::pair(BarColors::dark, DarkMenuBar::yes),
+                                     std::pair(BarColors::automatic, DarkMenuBar::no),
+                                     std::pair(BarColors::light, DarkMenuBar::no)}) {
+    looks.now.darkMenuBar = choice == BarColors::light ? DarkMenuBar::yes : DarkMenuBar::no;
+    chosen.setBarColors(choice);
+    mark.darkMenuBar = dark;
+    mark.textColor = menuBarLabelColor(dark, true);
+    expectMark();
+  }
+  chosen.setShowsInMenuBar(id, false);
+  settle();
+  EXPECT_EQ(last().mark, MenuBarRender::idleImage(true, mark.textColor));
+  EXPECT_EQ(last().square, MenuBarRender::idleSquare(true));
+  EXPECT_EQ(last().accessibilityLabel, "Marigold Dev");
+  EXPECT_EQ(last().tooltipTitle, "[Dev] " + last().tooltip);
+}
+
+TEST_F(AppDelegateTest, ClicksOpenThePopoverOrTheMenuAndCountAsAttention) {
+  launch();
+  const std::vector<MenuItem> menu = bar.item->onMenuRead(false);
+  std::string titles;
+  for (const MenuItem& item : menu) {
+    titles += item.title + ";";
+  }
+  ASSERT_EQ(titles, "Open Marigold;Refresh Now;;Quit Marigold;");
+  const Journal opened{"login status", "activate", "popover"};
+  for (const auto& [act, expected, reads] :
+       std::vector<std::tuple<std::function<void()>, Journal, bool>>{
+           {[&] { click(); }, opened, true},
+           {[&] { click(); }, {"close"}, true},
+           {menu[0].action, opened, true},
+           {[&] { click({.button = Button::right}); }, {"close", "menu"}, true},
+           {[&] { click({.controlHeld = true}); }, {"menu"}, true},
+           {[&] { (void)bar.item->onMenuRead(false); }, {}, false},
+           {[&] { (void)bar.item->onMenuRead(true); }, {}, true},
+           {menu[1].action, {}, true},
+           {menu[3].action, {"quit"}, false}}) {
+    journal.clear();
+    const std::size_t before = codex->calls.size();
+    act();
+    settle();
+    EXPECT_EQ(journal, expected);
+    EXPECT_EQ(codex->calls.size() > before, reads);
+  }
+}
+
+TEST_F(AppDelegateTest, DrawsOnlyWhatChangedAndWhenItChanges) {
+  launch();
+  const std::size_t before = bar.shown.size();
+  advance(60);
+  EXPECT_EQ(bar.shown.size(), before) << "the same picture and words are not sent again";
+  advance(30.5);
+  EXPECT_EQ(last().tooltip, "Codex: 5h 80% used, updated 1m ago");
+  EXPECT_EQ(bar.shown.size(), before + 1);
+  loop.setDate(loop.date() + Seconds{7 * 86400.0});
+  EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 1);
+  EXPECT_EQ(last().tooltip, "Codex: 5h window reset, no new reading yet");
+  EXPECT_EQ(sweeps(last()), Sweeps()) << "reset long ago: no drain";
+}
+
+TEST_F(AppDelegateTest, AResetDrainsItsRingUnlessMotionIsReduced) {
+  launch();
+  for (const bool reduceMotion : {false, true}) {
+    looks.now.reduceMotion = reduceMotion;
+    UsageWindow week = five(50, 110);
+    week.label = "Weekly";
+    read({five(80, 100), week});
+    ASSERT_EQ(sweeps(last()), (Sweeps{0.8, 0.5}));
+    for (const auto& [wait, left] : {std::pair(100.0, Sweeps{0.5}), std::pair(8.0, Sweeps())}) {
+      advance(wait);
+      const std::size_t before = bar.shown.size();
+      advance(2);
+      const Sweeps first = sweeps(bar.shown[before]);
+      EXPECT_EQ(first.size() > left.size() && first.back() != 0.8, !reduceMotion) << wait;
+      EXPECT_EQ(bar.shown.size() > before + 10, !reduceMotion) << "frames that look alike are one";
+      EXPECT_EQ(sweeps(last()), left);
+    }
+    const std::size_t before = bar.shown.size();
+    advance(20);
+    EXPECT_EQ(bar.shown.size(), before) << "a drain happens once";
+  }
+}
+
+TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
+  store->preferences().setResetScope(ProviderID::codex, MenuBarTextScope::both);
+  launch();
+  click();
+  const auto row = [this] { return popover.cards.front().rows.front(); };
+  ASSERT_EQ(popover.cards.size(), 2U);
+  EXPECT_EQ(row().value, "80%");
+  const double wide = last().mark.size.width;
+  read({{.label = "5h", .percent = 7}});
+  EXPECT_EQ(row().value, "7%");
+  EXPECT_EQ(last().mark.size.width, wide);
+  // Hidden in the bar, shown on the card.
+  store->preferences().setShowsInMenuBar(ProviderID::codex, false);
+  read({five(7, 30)});
+  EXPECT_EQ(row().subLabel, "in 1m");
+  advance(31);
+  EXPECT_EQ(row().subLabel, "") << "time goes by in it";
+  read({five(7, 125)});
+  click();
+  delegate->showPopover();
+  EXPECT_EQ(row().subLabel, "in 2m");
+  advance(10);
+  EXPECT_EQ(row().subLabel, "in 1m") << "counted from the moment it opened";
+  click();
+  EXPECT_LT(last().mark.size.width, wide);
+}
+
+TEST_F(AppDelegateTest, NothingRunsOnAfterTheEnd) {
+  launch();
+  delegate->applicationWillTerminate();
+  settle();
+  EXPECT_FALSE(store->engineRuns());
+  const std::size_t before = bar.shown.size();
+  const std::size_t reads = codex->calls.size();
+  advance(400);
+  EXPECT_EQ(bar.shown.size(), before);
+  EXPECT_EQ(codex->calls.size(), reads);
+}
+
+}  // namespace
+}  // namespace marigold

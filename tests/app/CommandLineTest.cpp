@@ -1,0 +1,36 @@
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "app/CommandLine.h"
+
+namespace marigold {
+namespace {
+
+TEST(CommandLine, TheFirstFlagOfTheTableWins) {
+  using Mode = Command::Mode;
+  struct Row {
+    std::vector<std::string> arguments;
+    Mode mode;
+    std::string path;
+  };
+  for (const Row& row :
+       {Row{{}, Mode::application, ""}, Row{{"--selftests", "x"}, Mode::application, ""},
+        Row{{"x", "--selftest"}, Mode::selfTest, ""},
+        Row{{"--dump-codex", "--selftest"}, Mode::selfTest, ""},
+        Row{{"--shot"}, Mode::application, ""},
+        Row{{"--shot-off", "a", "--shot"}, Mode::shotOff, "a"},
+        Row{{"--shot-off", "a", "--shot", "b"}, Mode::shot, "b"},
+        Row{{"--shot", "--dump-codex"}, Mode::dumpCodex, ""},
+        Row{{"--shot", "--shot-held"}, Mode::shot, "--shot-held"},
+        Row{{"--help", "--shot-menubar", "m.png"}, Mode::shotMenuBar, "m.png"},
+        Row{{"--version", "--help"}, Mode::help, ""},
+        Row{{"--shot", "--version"}, Mode::shot, "--version"}}) {
+    const Command command = parseCommandLine(row.arguments);
+    EXPECT_EQ(command.mode, row.mode) << testing::PrintToString(row.arguments);
+    EXPECT_EQ(command.path, row.path);
+  }
+}
+
+}  // namespace
+}  // namespace marigold

@@ -1,0 +1,138 @@
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/BoundedProcessRun.h"
+
+namespace marigold {
+namespace {
+
+using Command = BoundedProcessRun::Command;
+
+// A command for the shell whose children live for seconds unless they are ended.
+Command shell(std::string script, double timeout = 5, std::optional<Secret> input = {}) {
+  return {.executable = "/bin/sh",
+          .arguments = {"-c", std::move(script)},
+          .environment = {{"PATH", "/usr/bin:/bin"}},
+          .stdoutCap = 1000,
+          .stderrCap = 100,
+          .timeout = Seconds{timeout},
+          .input = std::move(input),
+          .grace = Seconds{0.1}};
+}
+
+std::ptrdiff_t openDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return std::distance(begin(all), end(all));
+}
+
+// Runs `command`, which takes less than two seconds and leaves neither a descriptor nor a child.
+SecretCommandResult execute(Command command) {
+  (void)std::signal(SIGPIPE, SIG_IGN);  // as the program does
+  (void)std::signal(SIGCHLD, SIG_IGN);  // as whoever started it may have done
+  const auto before = openDescriptors();
+  const auto start = std::chrono::steady_clock::now();
+  auto result = BoundedProcessRun::execute(std::move(command));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, Seconds{2});
+  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+  return result;
+}
+
+TEST(BoundedProcessRun, EndsWithWhateverChild) {
+  struct Row {
+    const char* script = "";
+    const char* told =
+        "";  // status, bytes on standard output and error, late, overflowed, not launched
+    double timeout = 5;
+  };
+  for (const auto& [script, told, timeout] :
+       {Row{"printf result; printf more >&2; exit 44", "44 6 4 false false"},
+        {"kill -9 $$", "137 0 0 false false"},
+        {"exec head -c 1000 /dev/zero", "0 1000 0 false false"},
+        {"exec head -c 200000 /dev/zero >&2", "0 0 200000 false false"},
+        {"sleep 3 & printf x", "0 1 0 false false"},  // and the pipes stay open
+        {"exec >&- 2>&-; exec sleep 5", "143 0 0 true false", 0.02},
+        {"head -c 1001 /dev/zero; sleep 3", "143 0 0 false true"},
+        {"trap '' TERM; head -c 1001 /dev/zero; sleep 3", "137 0 0 false true"}}) {
+    const SecretCommandResult result = execute(shell(script, timeout));
+    EXPECT_EQ(std::to_string(result.status) + " " + std::to_string(result.stdoutBytes.size()) +
+                  " " + std::to_string(result.stderrByteCount) +
+                  (result.timedOut ? " true" : " false") + (result.overflowed ? " true" : " false"),
+              told)
+        << script;
+  }
+  EXPECT_EQ(execute(shell("printf secret; printf more >&2; exit 44")).description(),
+            "SecretCommandResult(status: 44, stdoutBytes: 6 <redacted>, stderrBytes: 4, timedOut: "
+            "false, overflowed: false, launchFailed: false)");
+}
+
+TEST(BoundedProcessRun, AChildGetsNothingButWhatItIsGiven) {
+  const auto printed = [](Command command) {
+    return std::string(execute(std::move(command)).stdoutBytes.expose());
+  };
+  sigset_t usual{};
+  sigset_t most{};
+  sigfillset(&most);
+  ::pthread_sigmask(SIG_SETMASK, &most, &usual);
+  const int kept = ::fcntl(STDERR_FILENO, F_DUPFD, 100);
+  // The C library itself ignores two signals of its own, 32 and 33, in the child.
+  EXPECT_THAT(printed(shell("exec grep -E 'Sig(Blk|Ign)' /proc/self/status")),
+              testing::MatchesRegex("SigBlk:\t0*\nSigIgn:\t0*(180000000)?\n"));
+  // The fourth is the directory.
+  EXPECT_EQ(printed(shell("readlink /proc/self/fd/0; exec ls /proc/self/fd")),
+            "/dev/null\n0\n1\n2\n3\n");
+  ::close(kept);
+  ::pthread_sigmask(SIG_SETMASK, &usual, nullptr);
+  Command env = shell("");
+  env.executable = "/usr/bin/env";
+  env.arguments.clear();
+  env.environment = {{"A", "1"}, {"B", ""}};
+  EXPECT_EQ(printed(std::move(env)), "A=1\nB=\n");
+
+  const std::string text(300'000, 'x');
+  Command echo = shell("exec cat", 5, Secret(text));
+  echo.stdoutCap = text.size();
+  const int standardInput = ::dup(STDIN_FILENO);
+  ::close(STDIN_FILENO);  // a pipe of ours takes its place
+  EXPECT_EQ(printed(std::move(echo)), text);
+  ::dup2(standardInput, STDIN_FILENO);
+  ::close(standardInput);
+  EXPECT_EQ(execute(shell("exec 0<&-; sleep 0.05; exit 3", 5, Secret(text))).status, 3);
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path("/");
+  for (const char* path : {"/nonexistent", "bin/sh", ""}) {
+    Command command = shell("", 5, Secret(text));
+    command.executable = path;
+    EXPECT_TRUE(execute(std::move(command)).launchFailed) << path;
+  }
+  std::filesystem::current_path(before);
+}
+
+TEST(BoundedProcessRun, StopsAtOnce) {
+  std::atomic<bool> stop = false;
+  const auto stubborn = [&stop] {
+    Command command = shell("trap '' TERM; sleep 0.5 & exec sleep 5");
+    command.grace = Seconds{5};
+    command.stop = &stop;
+    return command;
+  };
+  std::thread other([&stop] {
+    std::this_thread::sleep_for(Seconds{0.05});
+    stop = true;
+  });
+  const SecretCommandResult result = execute(stubborn());
+  other.join();
+  EXPECT_TRUE(result.timedOut);
+  EXPECT_EQ(result.status, 128 + SIGKILL);
+  EXPECT_EQ(execute(stubborn()).status, -1) << "not even started";
+}
+
+}  // namespace
+}  // namespace marigold

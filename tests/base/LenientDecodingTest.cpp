@@ -1,0 +1,117 @@
+#include <cstdint>
+
+#include <gtest/gtest.h>
+
+#include "base/ISODate.h"
+#include "base/LenientDecoding.h"
+
+namespace marigold {
+namespace {
+
+TEST(JsonDocument, OnlyOneWellFormedObjectParses) {
+  for (const char* value :
+       {".5", "1.", "1e", "-", "01", "1-2", "NaN", "1,", "'1'", "\"\n\"", "\"\xc0\xaf\"",
+        "\"\xed\xa0\x80\"", "\"\\ud800\"", "\"\\x\"", "\"\\", "1}{", "/**/1"}) {
+    EXPECT_FALSE(JsonDocument::parseObject("{\"a\":" + std::string(value) + "}")) << value;
+  }
+  EXPECT_FALSE(JsonDocument::parseObject(std::string("{\"a\":1}\0", 8)));
+  for (const char* text : {"", "[]", "null", "{", "{} x", "{}{}", "{\"\xff\":1}", "{\"\xf0"}) {
+    EXPECT_FALSE(JsonDocument::parseObject(text)) << text;
+  }
+  EXPECT_TRUE(JsonDocument::parseObject("\xEF\xBB\xBF {} \n")) << "a byte order mark";
+  const auto half = JsonDocument::parseObject(R"({"a":"\ude00","\ude00":[{}],"b":[1,"x\uDC00"]})");
+  EXPECT_FALSE(half->root()["a"].text() || half->root()["a"].isNull());
+  EXPECT_EQ(half->root().members()->size(), 2);
+  EXPECT_EQ(half->root().json(), R"({"a":null,"b":[1,null]})");
+  const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
+  EXPECT_EQ(JsonDocument::parseObject("{\"a\":" + deep + "}")->root()["a"].json(), deep);
+}
+
+TEST(JsonValue, EachShapeIsReadAsItselfOnly) {
+  const auto document = JsonDocument::parseObject(
+      R"({"text":"\u00e4\u0000\"-1","number":1.5,"flag":false,"null":null,)"
+      R"("list":[1,[2,3],{"x":4},5],"object":{"flag":true},"twice":1,"twice":2})");
+  const JsonValue root = document.value().root();
+  const auto members = root.members().value();
+  EXPECT_EQ(root["text"].text(), std::string("\u00e4\0\"-1", 6));
+  EXPECT_EQ(root["object"]["flag"].flag(), true) << "not the outer member of that name";
+  EXPECT_TRUE(root["x"].isAbsent()) << "nor one that lies deeper";
+  EXPECT_EQ(root["twice"].wholeNumber(), 1);
+  EXPECT_EQ((*root["list"].list())[3].wholeNumber(), 5);
+  for (const auto& [key, value] : members) {
+    EXPECT_EQ(value.text().has_value(), key == "text");
+    EXPECT_EQ(value.number().has_value(), key == "number" || key == "twice");
+    EXPECT_EQ(value.flag().has_value(), key == "flag");
+    EXPECT_EQ(value.list().has_value(), key == "list");
+    EXPECT_EQ(value.object().has_value(), key == "object");
+    EXPECT_EQ(value.isNull(), key == "null");
+  }
+}
+
+TEST(JsonValue, NumbersKeepTheirPrecisionAndCostOnlyThemselves) {
+  using Case = std::pair<std::string, std::optional<std::int64_t>>;
+  for (const auto& [number, whole] :
+       {Case("300.0", 300), Case("3e2", 300), Case("-0", 0), Case("300.5", {}),
+        Case("9007199254740993", 9007199254740993), Case("9223372036854775807", INT64_MAX),
+        Case("9223372036854775808", {}), Case("-9223372036854775808", INT64_MIN),
+        Case("9.3e18", {}), Case("1e400", {}), Case("-1e99999999999999999999", {})}) {
+    const std::string text = "{\"v\":" + number + ",\"next\":[7]}";
+    const auto document = JsonDocument::parseObject(text);
+    ASSERT_TRUE(document.has_value()) << number;
+    EXPECT_EQ(document->root()["v"].wholeNumber(), whole) << number;
+    EXPECT_EQ(document->root().json(), text);
+  }
+}
+
+TEST(ISODate, ReadsInternetDateTimes) {
+  for (const auto& [text, epoch] : {std::pair("2026-06-12T13:40:42Z", 1781271642.0),
+                                    {"2026-06-12T13:40:42+02:00", 1781264442},
+                                    {"2026-06-12T13:40:42.5-11:30", 1781313042.5},
+                                    {"2026-06-12T13:40:42.123456789Z", 1781271642.123456789},
+                                    {"2024-02-29T00:00:00Z", 1709164800},
+                                    {"1969-12-31T23:59:59Z", -1}}) {
+    const auto date = ISODate::parse(text);
+    ASSERT_TRUE(date.has_value()) << text;
+    EXPECT_NEAR(date->time_since_epoch().count(), epoch, 1e-6) << text;
+  }
+  for (const char* text :
+       {"", "1781271642", "2026-06-12", "2026-06-12T13:40:42", "2026-06-12 13:40:42Z",
+        "2026-06-12T13:40:42Z ", "2026-06-12T13:40:42.Z", "2026-06-12T13:40:42+0200",
+        "2026-06-12T13:40:42+24:00", "2026-06-12T24:00:00Z", "2025-02-29T00:00:00Z"}) {
+    EXPECT_EQ(ISODate::parse(text), std::nullopt) << text;
+  }
+}
+
+struct Share {
+  double percent = 0;
+  static std::optional<Share> decode(JsonValue item) {
+    const auto percent = item["p"].number();
+    return percent ? std::optional(Share{*percent}) : std::nullopt;
+  }
+};
+
+TEST(Lossy, ABadItemCostsThatItemOnly) {
+  const auto document =
+      JsonDocument::parseObject(R"({"l":[{"p":1},"x",{"p":null},{"p":4}],"n":1})");
+  const auto survivors = decodeSurvivors<Share>(document->root()["l"]);
+  ASSERT_EQ(survivors.value().size(), 2U);
+  EXPECT_EQ(survivors->back().percent, 4);
+  EXPECT_FALSE(decodeSurvivors<Share>(document->root()["n"]).has_value());
+}
+
+TEST(Percent, IsReadFromNumbersAndNumericTextsWithinTheTolerance) {
+  using Case = std::pair<std::string, std::optional<double>>;
+  for (const auto& [json, percent] :
+       {Case("-1", 0),         Case("-1.01", {}),      Case("101", 100),    Case("101.01", {}),
+        Case("42.5", 42.5),    Case("\"42.5\"", 42.5), Case("\"1e1\"", 10), Case("\"+5\"", 5),
+        Case("\"+-5\"", {}),   Case("\"16%\"", {}),    Case("\" 16\"", {}), Case("\"16 \"", {}),
+        Case("\"\"", {}),      Case("\"16,5\"", {}),   Case("\"nan\"", {}), Case("\"inf\"", {}),
+        Case("\"1e400\"", {}), Case("1e400", {}),      Case("null", {}),    Case("true", {})}) {
+    const auto document = JsonDocument::parseObject("{\"v\":" + json + "}");
+    EXPECT_EQ(decodePercent("v", document->root()), percent) << json;
+  }
+  EXPECT_EQ(plausibleWindowMinutes(longestWindowMinutes), 527040);
+}
+
+}  // namespace
+}  // namespace marigold

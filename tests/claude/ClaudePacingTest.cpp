@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+
+#include "claude/ClaudePacing.h"
+#include "claude/ClaudeTexts.h"
+#include "claude/ClaudeUsage.h"
+#include "claude/HTTPClassification.h"
+
+namespace marigold {
+namespace {
+
+using namespace std::chrono_literals;
+
+const Date start = dateFromEpoch(1e9);
+
+TEST(ClaudePacing, PollsFasterOnlyOnFreshEvidenceOfARise) {
+  const auto sample = [&](double percent, double at) {
+    return ClaudeCadenceSample{.percent = percent, .capturedAt = start + Seconds{at}};
+  };
+  struct Row {
+    double first, second, secondAt, now, interval;
+  };
+  for (const Row& row :
+       {Row{10, 12, 60, 60, 450}, Row{10, 12, 60, 1860, 450}, Row{10, 12, 60, 1861, 900},
+        Row{12, 10, 60, 60, 900}, Row{10, 10, 60, 60, 900}, Row{10, 12, 60, 59, 900},
+        Row{10, 12, 0, 60, 900}}) {
+    ClaudeCadenceTracker tracker;
+    tracker.observe(sample(row.first, 0));
+    tracker.observe(sample(row.second, row.secondAt));
+    EXPECT_EQ(tracker.interval(start + Seconds{row.now}), Seconds{row.interval})
+        << row.first << " then " << row.second << " at " << row.secondAt << ", now " << row.now;
+    tracker.observe({});
+    EXPECT_EQ(tracker, ClaudeCadenceTracker());
+  }
+  ProviderSnapshot mixed{.windows = {{.label = "5h", .percent = 7}}, .capturedAt = start};
+  mixed.windows.insert(mixed.windows.begin(), {.label = "Weekly", .percent = 90});
+  EXPECT_EQ(claudeCadenceSample(mixed)->percent, 7);
+  mixed.windows.pop_back();
+  EXPECT_EQ(claudeCadenceSample(mixed)->percent, 90);
+  EXPECT_FALSE(claudeCadenceSample(mixed.withHealth(Health::stale("fetch failed"))));
+  mixed.windows[0].percent = std::nan("");
+  EXPECT_FALSE(claudeCadenceSample(mixed));
+}
+
+TEST(ClaudePacing, ReadsHeadersThatTellWhenToComeBack) {
+  struct Row {
+    const char* text = nullptr;
+    std::optional<std::chrono::seconds> retryAfter;
+    std::optional<Date> reset;
+  };
+  for (const auto& [text, retryAfter, reset] :
+       {Row{" 120\t", 120s, start + 120s}, Row{"-0", 0s, start}, Row{"7199", 7199s, start + 7199s},
+        Row{"7201", 7200s, start + 7201s}, Row{"1781455589", 7200s, dateFromEpoch(1781455589.0)},
+        Row{"10000000", 7200s, dateFromEpoch(1e7)}, Row{"9999999.5", {}, start + 9999999500ms},
+        Row{"99999999999999999999", 7200s, distantFuture}, Row{"1e300", {}, distantFuture},
+        Row{"+7", 7s, start + 7s}, Row{"-5", {}, {}}, Row{"-99999999999999999999", {}, {}},
+        Row{"1e400", {}, {}}, Row{"nan", {}, {}}, Row{"inf", {}, {}}, Row{" ", {}, {}},
+        Row{"+", {}, {}}, Row{"1 2", {}, {}}, Row{"Fri, 12 Jun 2026 13:40:42 GMT", {}, {}}}) {
+    EXPECT_EQ(parseRetryAfter(text), retryAfter) << text;
+    EXPECT_EQ(parseUnifiedReset(text, start), reset) << text;
+  }
+  EXPECT_FALSE(parseRetryAfter({}) || parseUnifiedReset({}, start));
+}
+
+TEST(ClaudePacing, DelaysDoubleUpToTheirCap) {
+  using Delay = Seconds (*)(int);
+  const std::vector<std::pair<Delay, std::vector<double>>> series = {
+      {[](int n) { return Seconds{backoffDelay(n, {})}; },
+       {180, 180, 360, 720, 1440, 2880, 3600, 3600}},
+      {[](int n) { return claudeCooldown(n, {}, {}, start); }, {900, 900, 1800, 3600, 7200, 7200}},
+      {claudeAuthBackoff, {300, 300, 600, 1200, 2400, 3600, 3600}},
+      {claudeReadRetryDelay, {60, 60, 120, 240, 480, 900, 900}}};
+  for (const auto& [delay, expected] : series) {
+    for (int step = 0; step < static_cast<int>(expected.size()); ++step) {
+      EXPECT_EQ(delay(step).count(), expected.at(static_cast<std::size_t>(step))) << step;
+    }
+    EXPECT_EQ(delay(INT_MAX).count(), expected.back());
+  }
+  EXPECT_EQ(backoffDelay(7, 5s), 5s);
+  using Row = std::tuple<std::optional<std::chrono::seconds>, std::optional<Date>, double>;
+  for (const auto& [retryAfter, reset, delay] :
+       {Row(30s, {}, 900), Row(5000s, {}, 5000), Row(0s, start + 4000s, 4000),
+        Row(5000s, start + 4000s, 5000), Row({}, start + 100000s, 7200), Row({}, start, 900)}) {
+    EXPECT_EQ(claudeCooldown(1, retryAfter, reset, start).count(), delay);
+  }
+}
+
+TEST(ClaudePacing, AnAnswerHoldsOffTheNextRequest) {
+  using Kind = HTTPClassification::Kind;
+  const Date later = start + Seconds{5000};
+  const Date second = start + Seconds{1800};
+  for (const auto& [kind, health] : {std::pair(Kind::throttled, Health::rateLimited(later)),
+                                     std::pair(Kind::serverError, Health::serverError(later)),
+                                     std::pair(Kind::unauthorized, Health::rateLimited(second)),
+                                     std::pair(Kind::ok, Health::rateLimited(second))}) {
+    EXPECT_EQ(claudeBackoffDecision({kind, 5000s}, 1, {}, start),
+              (ClaudeBackoffDecision{health.until().value(), health, 2}));
+  }
+}
+
+TEST(ClaudePacing, SortsFailedReadsOfTheLogin) {
+  using Kind = KeychainReadError::Kind;
+  const std::vector<std::tuple<Kind, bool, std::string_view>> rows = {
+      {Kind::ambiguous, false, ClaudeUnavailable::ambiguous},
+      {Kind::indeterminate, false, ClaudeUnavailable::indeterminate},
+      {Kind::exitStatus, true, ClaudeUnavailable::unreadable},
+      {Kind::notInstalled, false, "Claude Code not detected"},
+      {Kind::locked, false, ClaudeUnavailable::keychainLocked},
+      {Kind::unauthorized, false, ClaudeUnavailable::unauthorized},
+      {Kind::launchFailed, true, ClaudeUnavailable::unreadable},
+      {Kind::timedOut, true, ClaudeUnavailable::timedOut},
+      {Kind::overflow, true, ClaudeUnavailable::unreadable},
+      {Kind::decode, true, ClaudeUnavailable::unreadable}};
+  for (const auto& [kind, spawned, text] : rows) {
+    const KeychainReadError error{.kind = kind, .payload = 2};
+    EXPECT_EQ(claudeReadSpawned(error), spawned) << text;
+    EXPECT_EQ(claudeReadLatches(error), kind == Kind::timedOut) << text;
+    EXPECT_EQ(claudeReadHealth(error).reason(), text);
+  }
+}
+
+}  // namespace
+}  // namespace marigold

@@ -1,0 +1,297 @@
+#include <fstream>
+#include <iostream>
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "app/CodexDump.h"
+#include "support/CodexHome.h"
+#include "support/OrdinaryUser.h"
+#include "support/Told.h"
+
+namespace marigold {
+namespace {
+
+namespace fs = std::filesystem;
+using test::at, test::recordLine, test::told, testing::HasSubstr;
+
+TEST(CodexPaths, FollowTheEnvironment) {
+  const Surroundings surroundings{.home = "/u", .environment = {{"CODEX_HOME", "~/c/"}}};
+  EXPECT_EQ(CodexPaths(surroundings).sessionsDir(), "/u/c/sessions");
+}
+
+TEST(CodexProvider, TellsWhatItHas) {
+  const test::CodexHome home;
+  CodexProvider provider = home.provider();
+  EXPECT_EQ(provider.fetch(at(0)).health, Health::notInstalled("Codex not detected"));
+  fs::create_directories(home.sessions);
+  EXPECT_EQ(provider.fetch(at(0)).health, Health::reconnect("Run Codex once to see usage"));
+  const auto file = home.write("2027/rollout-a.jsonl", recordLine(16, 10), 11);
+  const ProviderSnapshot good = provider.fetch(at(20));
+  EXPECT_EQ(told(good), "5h 16 @10, ok");
+  EXPECT_EQ(provider.lastProcessed(), (CodexProvider::Processed{file, at(11), 142}));
+  home.write("2027/rollout-a.jsonl", recordLine(17, 12), 11);
+  EXPECT_EQ(provider.fetch(at(20000)), good.withHealth(Health::stale("5h ago")));
+  EXPECT_EQ(told(provider.rescan(at(20))), "5h 17 @12, ok") << "only a rescan looks";
+  home.write("2027/rollout-a.jsonl", recordLine(18, 13), 11.001);
+  EXPECT_EQ(told(provider.fetch(at(20))), "5h 18 @13, ok") << "within a second";
+  const auto newer = home.write("rollout-b.jsonl", recordLine(19, 14), 14);
+  home.write("rollout-c.jsonl", recordLine(20, 15), 15);
+  EXPECT_EQ(told(home.provider().fetch({newer}, at(20))), "5h 20 @15, ok")
+      << "restored but never read: all files";
+  for (const char* name : {"2027/rollout-a.jsonl", "rollout-b.jsonl", "rollout-c.jsonl"}) {
+    home.write(name, "{}\n", 13);
+  }
+  EXPECT_EQ(told(provider.fetch(at(20))), "5h 18 @13, no recent usage");
+  EXPECT_FALSE(provider.lastProcessed() || provider.lastSource());
+  home.write("rollout-c.jsonl", recordLine(21, 16), 16);
+  EXPECT_EQ(told(provider.fetch(at(20))), "5h 21 @16, ok");
+  fs::remove_all(home.sessions);
+  EXPECT_EQ(told(provider.fetch(at(20))), "5h 21 @16, Codex not running");
+  EXPECT_FALSE(provider.lastProcessed() || provider.lastSource());
+  provider.forgetCache();
+  EXPECT_EQ(provider.fetch(at(20)).health, Health::notInstalled("Codex not detected"));
+  EXPECT_EQ(home.provider().lastGood(), std::nullopt);
+  home.write("rollout-b.jsonl", recordLine(18, 99).replace(2, 9, "otherwise"), 14);
+  EXPECT_EQ(provider.fetch(at(20)).capturedAt, at(14)) << "the file's time for want of the line's";
+  provider.forgetCache();
+  EXPECT_FALSE(provider.lastProcessed() || provider.lastSource());
+}
+
+TEST(CodexProvider, ReadsTheLastUsableLineOfATail) {
+  constexpr std::size_t tail = codexTailWindow;
+  constexpr std::size_t step = 65536;
+  const auto pad = [](std::size_t bytes) { return std::string(bytes - 1, ' ') + "\n"; };
+  const std::string one = recordLine(1, 0);
+  const std::string two = recordLine(2, -50);
+  const std::string open = two.substr(0, two.size() - 1);
+  const std::string deep = R"({"x":)" + std::string(100'000, '[') + std::string(100'000, ']') + ",";
+  const std::vector<std::tuple<const char*, std::string, std::optional<double>>> cases = {
+      {"the later line, not the later time", one + two, 2},
+      {"no newline at the end", one + open, 2},
+      {"still being written", one + two.substr(0, two.size() - 3), 1},
+      {"CRLF and empty lines", one + open + "\r\n\n\n", 2},
+      {"mark in other lines", one + R"({"a":"rate_limits"})", 1},
+      {"no window", one + R"({"payload":{"rate_limits":{"primary":null}}})" + "\n", 1},
+      {"across the first step", pad(tail) + one + pad(step - 20), 1},
+      {"step begins at the line", pad(tail) + one + pad(step - one.size()), 1},
+      {"step begins at a newline", pad(tail) + one + pad(step - one.size() - 1), 1},
+      {"whole file in two steps", one + pad(2 * step), 1},
+      {"tail begins inside the line", pad(tail) + one + pad(tail - 20), {}},
+      {"tail begins at what may be a part", pad(tail) + one + pad(tail - one.size()), {}},
+      {"a line of 256 KiB", one + open + pad(codexLongestLine - open.size() + 1), 2},
+      {"of 256 KiB and a byte", one + open + pad(codexLongestLine - open.size() + 2), 1},
+      {"not UTF-8", one + "{\"x\":\"\xff\"," + two.substr(1), 1},
+      {"NUL", one + std::string(1, '\0') + two, 1},
+      {"nesting", one + deep + two.substr(1), 2}};
+  const test::CodexHome home;
+  for (const auto& [what, content, percent] : cases) {
+    const auto file = BoundedFile::open(home.write("rollout-a.jsonl", content, 0));
+    const auto found = lastRateLimits(*file, at(0));
+    EXPECT_EQ(found ? found->limits.primary->usedPercent : std::nullopt, percent) << what;
+  }
+}
+
+TEST(CodexProvider, ReadsNothingButRolloutFiles) {
+  const test::CodexHome home;
+  const test::TemporaryDirectory elsewhere;
+  const std::string target = elsewhere.write("rollout-t.jsonl", recordLine(99, 50));
+  std::set<std::string> others{target, home.sessions + "/linked/rollout-t.jsonl"};
+  for (const char* name : {"session.jsonl", "rollout-x.json", ".rollout-x.jsonl",
+                           ".hidden/rollout-x.jsonl", "rollout-d.jsonl/inside.txt"}) {
+    others.insert(home.write(name, recordLine(99, 50), 60));
+  }
+  fs::create_symlink(elsewhere.path(), home.sessions + "/linked");
+  fs::create_symlink(target, *others.insert(home.sessions + "/rollout-link.jsonl").first);
+  ASSERT_EQ(::mkfifo(others.insert(home.sessions + "/rollout-fifo.jsonl").first->c_str(), 0600), 0);
+  CodexProvider provider = home.provider();
+  EXPECT_THAT(home.recentRolloutFiles(), testing::IsEmpty());
+  home.write("a/rollout-a.jsonl", recordLine(5, 1), 1);
+  EXPECT_EQ(provider.fetch(at(60)).headlinePercent(), 5);
+  EXPECT_EQ(provider.fetch(others, at(60)).headlinePercent(), 5) << *provider.lastSource();
+}
+
+TEST(CodexProvider, TheLatestRecordOfAllFilesWins) {
+  const test::CodexHome home;
+  home.write("rollout-a.jsonl", recordLine(1, 10), 100);
+  home.write("rollout-b.jsonl", recordLine(2, 90), 99);
+  home.write("rollout-c.jsonl", recordLine(3, 95), 90);
+  home.write("rollout-d.jsonl", recordLine(4, 99), 89);
+  EXPECT_EQ(told(home.provider().fetch(at(200))), "5h 3 @95, ok") << "d was last written before";
+  home.write("rollout-c.jsonl", recordLine(3, 90), 90);
+  home.provider().forgetCache();
+  EXPECT_EQ(told(home.provider().fetch(at(200))), "5h 2 @90, ok") << "the first of equals";
+  std::vector<std::string> walked;
+  std::string deep;
+  for (int i = 0; i < 200; ++i) {
+    deep += "d/";
+  }
+  home.write(deep + "rollout-deep.jsonl", "", 400);
+  home.write("rollout-future.jsonl", "", 1000);
+  for (int i = 0; i < 20; ++i) {
+    home.write("same/rollout-" + std::to_string(i) + ".jsonl", "", 300);
+  }
+  for (const auto& entry : fs::directory_iterator(home.sessions + "/same")) {
+    walked.push_back("same/" + entry.path().filename().string());
+  }
+  walked.insert(walked.begin(), deep + "rollout-deep.jsonl");
+  walked.insert(walked.end(), {"rollout-a.jsonl", "rollout-b.jsonl", "rollout-c.jsonl",
+                               "rollout-d.jsonl", "rollout-future.jsonl"});
+  EXPECT_EQ(home.recentRolloutFiles(699), walked) << "of one time, in the order of the walk";
+  walked.pop_back();
+  walked.insert(walked.begin(), "rollout-future.jsonl");
+  EXPECT_EQ(home.recentRolloutFiles(700), walked) << "the future has come";
+}
+
+// What becomes of the files, then what a regular read and one of these files answer.
+TEST(CodexProvider, AnOlderReadingReplacesANewerOneInNoWay) {
+  const test::CodexHome home;
+  const auto a = home.write("a/rollout-a.jsonl", recordLine(1, 10), 10);
+  const auto b = home.write("rollout-b.jsonl", recordLine(2, 20), 20);
+  CodexProvider provider = home.provider();
+  EXPECT_EQ(told(provider.fetch(at(30))), "5h 2 @20, ok");
+  const std::string away = home.home.path() + "/away";
+  const std::vector<std::function<void()>> losses = {
+      [&] { fs::rename(b, away); }, [&] { home.write("rollout-b.jsonl", recordLine(3, 15), 40); },
+      [&] { home.write("rollout-b.jsonl", "", 41); },
+      [&] {
+        fs::permissions(home.home.write(".codex/sessions/rollout-b.jsonl", ""), fs::perms::none);
+      }};
+  for (const auto& lose : losses) {
+    lose();
+    test::asOrdinaryUser([&] {
+      EXPECT_EQ(told(provider.rescan(at(11000))), "5h 2 @20, 3h ago");
+      EXPECT_EQ(told(provider.fetch({a, b}, at(50))), "5h 2 @20, ok");
+      EXPECT_EQ(told(home.provider().fetch(at(50))), "5h 2 @20, ok") << "nor on the disk";
+    });
+  }
+  fs::remove_all(home.sessions + "/a");
+  fs::remove(b);
+  EXPECT_EQ(told(provider.fetch(at(60))), "5h 2 @20, no recent usage");
+  std::string resets = recordLine(4, 25);
+  home.write("rollout-c.jsonl",
+             resets.insert(resets.find(R"(,"window_min)"), R"(,"resets_at":1800000100)"), 25);
+  EXPECT_EQ(told(provider.fetch(at(60))), "5h 4 @25, ok");
+  home.write("rollout-c.jsonl", recordLine(5, 24), 26);
+  EXPECT_EQ(told(provider.fetch(at(99))), "5h 4 @25, ok");
+  EXPECT_EQ(told(provider.rescan(at(100))), "5h 5 @24, ok") << "its windows have reset";
+}
+
+TEST(CodexProvider, AFileWrittenUnderAWrongClockHidesNone) {
+  const test::CodexHome home;
+  home.write("rollout-future.jsonl", recordLine(9, 5000), 5000);
+  CodexProvider provider = home.provider();
+  EXPECT_EQ(told(provider.fetch(at(10))), "5h 9 @5000, ok") << "there is no other";
+  const auto a = home.write("rollout-a.jsonl", recordLine(1, 10), 10);
+  EXPECT_EQ(told(provider.fetch({a}, at(20))), "5h 1 @10, ok");
+  home.write("rollout-b.jsonl", recordLine(2, 30), 30);
+  EXPECT_EQ(told(provider.fetch(at(40))), "5h 2 @30, ok") << "it is the newest";
+  EXPECT_EQ(provider.lastProcessed().value().path, home.sessions + "/rollout-b.jsonl");
+  home.write("rollout-future.jsonl", recordLine(8, 50), 6000);
+  EXPECT_EQ(told(provider.rescan(at(60))), "5h 8 @50, ok") << "only the file's time is wrong";
+  home.write("rollout-b.jsonl", recordLine(3, 361), 61);
+  EXPECT_EQ(told(provider.fetch(at(60))), "5h 8 @50, ok");
+  EXPECT_EQ(told(provider.rescan(at(61))), "5h 3 @361, ok") << "300 s ahead";
+}
+
+TEST(CodexProvider, ReadsWhatChanged) {
+  const test::CodexHome home;
+  const auto a = home.write("rollout-a.jsonl", recordLine(1, 10), 10);
+  const auto b = home.write("b/rollout-b.jsonl", recordLine(2, 5), 5);
+  const std::string real = home.home.path() + "/real";  // the root may be a link
+  fs::rename(home.sessions, real);
+  fs::create_symlink(real, home.sessions);
+  CodexProvider provider = home.provider();
+  EXPECT_EQ(provider.fetch({b}, at(20)).headlinePercent(), 1) << "first a regular read";
+  home.write("b/rollout-b.jsonl", recordLine(3, 15), 9);
+  EXPECT_EQ(provider.fetch({a, real + "/b/rollout-b.jsonl"}, at(20)).headlinePercent(), 3);
+  EXPECT_EQ(provider.lastSource(), b);
+  EXPECT_EQ(provider.lastProcessed().value().path, a) << "b is the older file";
+  home.write("b/rollout-b.jsonl", recordLine(4, 12), 9);
+  EXPECT_EQ(provider.fetch({b}, at(20000)).headlinePercent(), 3) << "not newer";
+  home.write("b/rollout-b.jsonl", recordLine(5, 22), 23);
+  EXPECT_EQ(provider.fetch({b, "/gone/rollout-x.jsonl"}, at(30)).headlinePercent(), 5);
+  EXPECT_EQ(home.provider().lastGood().value().capturedAt, at(22));
+  std::set<std::string> many;
+  for (int i = 0; i < 60; ++i) {
+    many.insert(home.write("rollout-" + std::to_string(i) + ".jsonl", "{}\n", 50));
+  }
+  many.insert(home.write("rollout-last.jsonl", recordLine(6, 30), 30));
+  EXPECT_EQ(told(provider.fetch(many, at(60))), "5h 6 @30, ok") << "the last of more than 40";
+  home.write("b/rollout-b.jsonl", "", 24);
+  home.write("rollout-c.jsonl", recordLine(7, 61), 61);
+  EXPECT_EQ(told(provider.fetch({b}, at(62))), "5h 7 @61, ok") << "no record there: a regular read";
+}
+
+TEST(CodexDump, TellsHowTheReadingCameAbout) {
+  const test::CodexHome home;
+  home.write("rollout-a.jsonl", "{\"text\":\"private\"}\n" + recordLine(12.5, 10), 10);
+  home.write("rollout-b\n\x7f\u0085\u202e\u2066\u2069\u202c\u00e9\xff.jsonl", "{}\n", 20);
+  home.write("rollout-c.jsonl", "{}\n", 5);
+  fs::permissions(home.write("rollout-d.jsonl", "{}\n", 20), fs::perms::none);
+  std::string dump;
+  test::asOrdinaryUser([&] { dump = codexDump(home.surroundings, at(60)); });
+  for (const char* part :
+       {"4 found, the newest 4 considered, 2 read", "rollout-a.jsonl  <- the reading", "at byte 19",
+        "rollout-b???????\u00e9?.jsonl\n", "no usable record", "could not be read", "not opened",
+        "5h: 12.5% used"}) {
+    EXPECT_THAT(dump, HasSubstr(part));
+  }
+  EXPECT_THAT(dump, Not(HasSubstr("private")));
+  EXPECT_FALSE(fs::exists(home.home.path() + "/cache"));
+}
+
+TEST(CodexProvider, ReadsTheHomesOfTheRealTool) {
+  const char* folder = std::getenv("MARIGOLD_CODEX_HOMES");  // NOLINT(concurrency-mt-unsafe)
+  if (folder == nullptr || !fs::exists(folder)) {
+    std::cout << "the real tool's homes are not here: only our own lines were read\n";
+    return;
+  }
+  const std::vector<std::pair<const char*, const char*>> truths = {
+      {"a_5h_weekly_ws", "5h 37 1795387304, Weekly 12 1795680104, Codex Plus"},
+      {"a_5h_weekly_headers", "5h 37 1795387310, Weekly 12.5 1795680110, no plan"},
+      {"b_weekly_only_primary", "Weekly 64 1795580115, Codex Free"},
+      {"b_weekly_only_secondary", "Weekly 64 1795580121, Codex Business"},
+      {"c_credits_balance", "5h 8 1795387326, Weekly 55 1795680126, Codex Pro 12.4 credits"},
+      {"c_credits_unlimited", "5h 8 1795387332, Weekly 55 1795680132, Codex Pro unlimited credits"},
+      {"c_credits_none", "5h 8 1795387338, Weekly 55 1795680138, Codex Pro"},
+      {"d_multi_turn", "5h 30 1795387343, Weekly 6 1795680143, Codex Plus"},
+      {"d_last_turn_null", "5h 20 1795387360, Weekly 5 1795680160, Codex Plus"},
+      {"e_two_sessions", "5h 5 1795398170, Weekly 21 1795680170, Codex Plus"},
+      {"e_older_file_resumed", "5h 61 1795387396, Weekly 22 1795680196, Codex Plus"},
+      {"f_pct_zero", "5h 0 1795387430, Weekly 0 1795680230, Codex Plus"},
+      {"f_pct_low_fraction", "5h 0.4 1795387430, Weekly 0.4 1795680230, Codex Plus"},
+      {"f_pct_high_fraction", "5h 99.6 1795387430, Weekly 99.6 1795680230, Codex Plus"},
+      {"f_pct_hundred", "5h 100 1795387430, Weekly 100 1795680230, Codex Plus"},
+      {"g_none_ws", "no plan"},
+      {"g_none_headers", "no plan"},
+      {"i_limit_reached_429", "5h 100 1795387496, Weekly 45 1795680296, no plan"},
+      {"n_old_0_42_0", "5h 37 0, Weekly 12 0, no plan"},
+      {"n_old_0_98_0", "5h 37 1795387568, Weekly 12 1795680368, no plan 12.4 credits"},
+      {"n_old_0_125_0", "5h 37 1795387574, Weekly 12 1795680374, no plan 12.4 credits"},
+      {"o_tui_two_turns", "5h 10 1795387590, Weekly 3 1795680390, Codex Plus"},
+      {"p_long_tail", "5h 44 1795389431, Weekly 15 1795682231, Codex Plus"}};
+  for (const auto& [name, truth] : truths) {
+    const test::CodexHome home;
+    const std::string target = home.home.path() + "/.codex/";
+    fs::copy(fs::path(folder) / name, target, fs::copy_options::recursive);
+    std::ifstream times(target + "mtimes.tsv");
+    for (auto [path, time] = std::pair(std::string(), 0.0); times >> path >> time;) {
+      test::setModified(target + path, dateFromEpoch(time));
+    }
+    const ProviderSnapshot reading = home.provider().fetch(dateFromEpoch(1795383000.0));
+    std::ostringstream text;  // the times of resets in seconds since 1970, 0 when not known
+    text.precision(12);
+    for (const auto& [label, percent, resetsAt] : reading.windows) {
+      const Seconds reset = resetsAt.value_or(Date{}).time_since_epoch();
+      text << label << ' ' << percent << ' ' << reset.count() << ", ";
+    }
+    const std::string note = reading.extraNote.value_or("");
+    text << reading.planLabel.value_or("no plan") << note.substr(note.find(':') + 1);
+    EXPECT_EQ(text.str(), truth) << name;
+    EXPECT_EQ(reading.health.reason(), reading.isUsable() ? "" : "Run Codex once to see usage");
+  }
+}
+
+}  // namespace
+}  // namespace marigold

@@ -1,0 +1,401 @@
+// The built program where there is no display: what it prints tells what it read.
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <iterator>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <QtDBus/QDBusConnection>
+#include <QtDBus/QDBusConnectionInterface>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusReply>
+#include <gmock/gmock.h>
+#include <sys/prctl.h>
+
+#include "base/Time.h"
+#include "end-to-end/ProgramFixture.h"
+#include "support/Canary.h"
+#include "support/OrdinaryUser.h"
+#include "support/SilentPort.h"
+#include "support/TLSServer.h"
+
+namespace marigold {
+namespace {
+
+using test::append;
+using test::ChildProcess;
+using test::soon;
+namespace fs = std::filesystem;
+
+class EndToEnd : public test::ProgramFixture {
+ protected:
+  std::string preferences = ".config/app.marigold.Marigold/preferences.json";
+};
+
+TEST_F(EndToEnd, FollowsCodexAcrossItsLifeAndItsOwn) {
+  {
+    ChildProcess running = run({"/bin/sh", "-c", "exec $0 <&-", executable});
+    const std::string launched = running.errorLine("launched (pid ").value_or("(pid 0");
+    const int pid = std::stoi(launched.substr(launched.find("(pid ") + 5));
+    EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(pid) + "/fd/0"), "/dev/null");
+    EXPECT_TRUE(running.outputLine("Codex not detected"));
+    codexSays(37, 12);
+    EXPECT_TRUE(running.outputLine("Codex: 5h 37% used, updated just now", soon));
+    EXPECT_EQ(running.outputLine("mark:", soon), "mark: 37%");
+
+    const std::string next = "2026/11/23/rollout-b";
+    codexSays(45, 13, 4 * 86400.0, next);
+    EXPECT_TRUE(running.outputLine("5h 45% used, updated just now", soon));
+
+    fs::rename(home.path() + "/codex/sessions", home.path() + "/away");
+    EXPECT_TRUE(running.outputLine("5h 45% used, data just now", soon))
+        << "Codex is not running: an older reading";
+    fs::rename(home.path() + "/away", home.path() + "/codex/sessions");
+    EXPECT_TRUE(running.outputLine("5h 45% used, updated just now", soon));
+    codexSays(46, 13, 4 * 86400.0, next);
+    EXPECT_TRUE(running.outputLine("5h 46% used, updated just now", soon))
+        << "watched again after it came back";
+    EXPECT_EQ(running.end(SIGTERM), "0");
+  }
+  ChildProcess again = start();
+  for (const char* const line :
+       {"Codex: 5h 46% used, data just now", "Codex: Weekly 13% used, data just now",
+        "Codex: 5h 46% used, updated just now", "Codex: Weekly 13% used, updated just now"}) {
+    EXPECT_EQ(again.outputLine("Codex:"), line);
+  }
+  EXPECT_EQ(again.end(SIGINT), "0");
+}
+
+// A line of Grok's log, written now.
+std::string grokLine(const std::string& msg, const std::string& ctx) {
+  return R"({"ts":")" + isoText(std::chrono::system_clock::now()) + R"(","msg":")" + msg +
+         R"(","ctx":)" + ctx + "}\n";
+}
+std::string billing(int percent) {
+  const Date end = Date(std::chrono::system_clock::now()) + Seconds{4 * 86400.0};
+  return grokLine("billing: fetched credits config",
+                  R"({"config":{"creditUsagePercent":)" + std::to_string(percent) +
+                      R"(,"currentPeriod":{"end":")" + isoText(end) +
+                      R"("}},"subscriptionTier":"X Premium"})");
+}
+
+TEST_F(EndToEnd, FollowsGrokAsItsLogGrowsGoesAndComesBack) {
+  environment["GROK_HOME"] = home.path() + "/grok";
+  const std::string log = home.path() + "/grok/logs/unified.jsonl";
+  append(log, billing(15));
+  ChildProcess running = start();
+  EXPECT_TRUE(running.outputLine("Claude Code not detected"));
+  home.write(preferences, R"({"perProviderMigrated": true, "menubar.grok": true})");
+  EXPECT_TRUE(running.outputLine("Grok: Weekly 15% used, updated just now"));
+  EXPECT_EQ(running.outputLine("mark:", soon), "mark: 15%");
+  append(log, grokLine("shell.turn.failed",
+                       R"({"kind":"rate_limited",)"
+                       R"("message":"subscription: usage-exhausted, rolling 24-hour window"})"));
+  EXPECT_TRUE(running.outputLine("Grok: 24h 100% used, updated just now", soon));
+  append(log, billing(16));
+  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, updated just now", soon));
+  fs::rename(log, log + ".away");
+  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, data just now", soon)) << "not running";
+  fs::rename(log + ".away", log);
+  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, updated just now", soon));
+  EXPECT_EQ(running.end(SIGHUP), "0");
+}
+
+TEST_F(EndToEnd, OneShotModesPrintAndExit) {
+  codexSays(37, 12);
+  const std::string picture = home.path() + "/mark.png";
+  struct Row {
+    std::vector<std::string> arguments;
+    std::string prints;
+    int status;
+  };
+  for (const Row& row :
+       {Row{{"--selftest"}, "SELFTEST PASS\n", 0}, Row{{"--dump-codex"}, "37", 0},
+        Row{{"--help"}, "usage:", 0}, Row{{"--version"}, "Marigold", 0},
+        Row{{"--version", "--selftest"}, "SELFTEST PASS\n", 0}, Row{{"--shot", "x.png"}, "", 1},
+        Row{{"--shot-menubar", picture}, "", 0}, Row{{"--shot-menubar", "/no/mark.png"}, "", 1}}) {
+    const auto [printed, status] = start(row.arguments).finish();
+    EXPECT_NE(printed.find(row.prints), std::string::npos) << row.arguments.front();
+    EXPECT_EQ(status, row.status) << row.arguments.front();
+  }
+  EXPECT_GT(fs::file_size(picture), 50'000U);
+  EXPECT_FALSE(fs::exists(home.path() + "/.local")) << "a one-shot mode leaves nothing behind";
+}
+
+TEST_F(EndToEnd, LivesWithoutAPlaceToWriteAndWithABrokenSettingsFile) {
+  codexSays(37, 12);
+  append(home.path() + "/.local/share", "a file where a directory should be");
+  home.write(preferences, "{broken");
+  ChildProcess running = start();
+  EXPECT_TRUE(running.outputLine("5h 37% used, updated just now"));
+  EXPECT_TRUE(running.errorLine("preferences.json", soon));
+  EXPECT_EQ(running.end(), "0");
+  EXPECT_TRUE(fs::exists(home.path() + "/" + preferences + ".corrupt"));
+}
+
+TEST_F(EndToEnd, LivesWhereTheEnvironmentSays) {
+  codexSays(37, 12);
+  home.write("settings/app.marigold.Marigold/preferences.json",
+             R"({"menubar.codex": false, "perProviderMigrated": true})");
+  home.write("caches/app.marigold.Marigold/old", "");
+  environment["XDG_CONFIG_HOME"] = home.path() + "/settings";
+  environment["XDG_DATA_HOME"] = home.path() + "/data";
+  environment["XDG_CACHE_HOME"] = home.path() + "/caches";
+  for (const auto& [cacheDir, cache] : std::vector<std::pair<std::string, std::string>>{
+           {"", "/data/app.marigold.Marigold/cache"}, {home.path() + "/readings", "/readings"}}) {
+    environment["MARIGOLD_CACHE_DIR"] = cacheDir;
+    ChildProcess running = start();
+    EXPECT_TRUE(running.outputLine("Claude Code not detected"));
+    EXPECT_EQ(running.end(), "0");
+    EXPECT_FALSE(fs::exists(home.path() + "/caches/app.marigold.Marigold"));
+    EXPECT_TRUE(fs::exists(home.path() + cache + "/codex.json")) << cache;
+  }
+  EXPECT_FALSE(fs::exists(home.path() + "/.config"));
+  EXPECT_FALSE(fs::exists(home.path() + "/codex/x")) << "nothing is ever made there";
+}
+
+TEST_F(EndToEnd, RefreshesWhenSomebodyMayLook) {
+  struct Row {
+    const char* bus;
+    const char* path;
+    const char* interface;
+    const char* signal;
+  };
+  for (const Row& row :
+       {Row{"SYSTEM", "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
+            "PrepareForSleep"},
+        Row{"SESSION", "/ScreenSaver", "org.gnome.ScreenSaver", "ActiveChanged"}}) {
+    const std::string address = "unix:path=" + home.path() + "/" + row.bus;
+    std::optional<ChildProcess> daemon;
+    const auto startDaemon = [&] {
+      daemon.emplace(std::vector<std::string>{MARIGOLD_DBUS_DAEMON, "--session", "--nofork",
+                                              "--print-address", "--address=" + address});
+      return daemon->outputLine("unix:").has_value();
+    };
+    ASSERT_TRUE(startDaemon());
+    environment["DBUS_SYSTEM_BUS_ADDRESS"] = environment["DBUS_SESSION_BUS_ADDRESS"] = "disabled:";
+    environment["DBUS_" + std::string(row.bus) + "_BUS_ADDRESS"] = address;
+    for (const char* old : {"/codex", "/.local", "/unwatched.jsonl"}) {
+      fs::remove_all(home.path() + old);
+    }
+    const std::string rollout = home.write("codex/sessions/2026/11/22/rollout-a.jsonl", "");
+    fs::create_hard_link(rollout, home.path() + "/unwatched.jsonl");
+    ChildProcess running = start();
+    ASSERT_TRUE(running.outputLine("not detected"));
+    daemon.reset();  // and again, at the same address
+    ASSERT_TRUE(startDaemon());
+    QDBusConnection bus =
+        QDBusConnection::connectToBus(QString::fromStdString(address), row.signal);
+    ASSERT_TRUE(bus.registerService("org.freedesktop.login1"));
+    const auto say = [&](bool value) {
+      bus.send(QDBusMessage::createSignal(row.path, row.interface, row.signal) << value);
+    };
+    // Each connection has a name. The file's own watch stands by then, too.
+    ASSERT_TRUE(test::eventually(
+        [&] { return bus.interface()->registeredServiceNames().value().filter(":").size() > 1; }));
+    EXPECT_FALSE(running.outputLine("used", 0.5));
+    codexSays(37, 12, 4 * 86400.0, "../../unwatched");  // no event tells of its other name
+    say(true);                                          // sleep or the screen saver begins
+    EXPECT_FALSE(running.outputLine("5h 37% used", 0.5)) << row.signal;
+    say(false);
+    EXPECT_TRUE(running.outputLine("5h 37% used", soon)) << row.signal;
+    EXPECT_EQ(running.end(), "0");
+    QDBusConnection::disconnectFromBus(row.signal);
+  }
+}
+
+TEST_F(EndToEnd, WaitsForNoSilentBus) {
+  codexSays(37, 12);
+  const test::SilentPort port;
+  environment["DBUS_SYSTEM_BUS_ADDRESS"] = environment["DBUS_SESSION_BUS_ADDRESS"] =
+      "tcp:host=127.0.0.1,port=" + std::to_string(port.number());
+  ChildProcess running = start();
+  EXPECT_TRUE(running.outputLine("5h 37% used, updated just now", 10));
+  EXPECT_EQ(running.end(), "0");
+}
+
+TEST_F(EndToEnd, SaysHowOldAReadingIsWhenTheClockIsSet) {
+  codexSays(37, 12);
+  environment["LD_PRELOAD"] = MARIGOLD_PRELOADED;
+  environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+  ChildProcess running = start();
+  ASSERT_TRUE(running.outputLine("5h 37% used, updated just now"));
+  running.tell(SIGUSR1);
+  EXPECT_TRUE(running.outputLine("5h was 37% used, 10m ago", soon));
+  EXPECT_EQ(running.end(), "0");
+}
+
+// The program beside a helper that believes the tests' own authority and finds the tests' server
+// where Anthropic's would be.
+class ClaudeEndToEnd : public EndToEnd {
+ protected:
+  ClaudeEndToEnd() {
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    executable = put(MARIGOLD_PROGRAM, "marigold");
+    put(MARIGOLD_TEST_REQUEST, "marigold-request");
+    home.write("bin/authority.pem", authority.text());
+    home.write("bin/connect-to", "api.anthropic.com:443:" + server.address());
+    environment["CLAUDE_CONFIG_DIR"] = home.path() + "/claude";
+    home.write("claude/.credentials.json",
+               R"({"claudeAiOauth":{"accessToken":"the-token","subscriptionType":"max"}})");
+    fs::permissions(home.path() + "/claude/.credentials.json", fs::perms{0600});
+    says([](test::Visit& visit) { visit.say(answer("200 OK", "42")); });
+  }
+
+  // Not a link, through which the program would find its own place.
+  std::string put(const char* file, const std::string& name) const {
+    const std::string path = home.path() + "/bin/" + name;
+    fs::create_directories(home.path() + "/bin");
+    std::error_code otherDevice;
+    fs::create_hard_link(file, path, otherDevice);
+    if (otherDevice) {
+      fs::copy_file(file, path);
+    }
+    return path;
+  }
+  void says(test::TLSServer::Script next) {
+    const std::lock_guard lock(mutex_);
+    script_ = std::move(next);
+  }
+  static std::string answer(const std::string& status, const std::string& percent) {
+    const std::string body = R"({"five_hour":{"utilization":)" + percent + "}}";
+    return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
+           "\r\n\r\n" + body;
+  }
+  static Seconds since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::steady_clock::now() - start;
+  }
+
+  test::Authority authority;
+
+ private:
+  std::mutex mutex_;
+  test::TLSServer::Script script_;  // guarded by it; both outlive the server
+
+ protected:
+  test::TLSServer::Script script = [this](test::Visit& visit) {
+    std::unique_lock lock(mutex_);
+    const auto say = script_;
+    lock.unlock();
+    say(visit);
+  };
+  test::TLSServer server{authority.issue("api.anthropic.com"), script};
+};
+
+TEST_F(ClaudeEndToEnd, AsksWithTheLoginAndTellsWhyThereIsNothingNewer) {
+  const std::string cache = home.path() + "/.local/share/app.marigold.Marigold/cache/claude.json";
+  struct Row {
+    std::function<void()> given;
+    std::string line;
+    int connections;
+  };
+  for (const Row& row : {
+           Row{[] {}, "Claude: 5h 42% used, updated just now", 1},
+           Row{[this] { says([](test::Visit& visit) { visit.say(answer("500 Oops", "43")); }); },
+               "Claude: 5h 42% used, server error, data just now", 2},
+           Row{[this] { home.write(preferences, R"({"claudeTurnedOff": true})"); },
+               "Claude: usage reading is off", 2},
+       }) {
+    row.given();
+    ChildProcess running = start();
+    EXPECT_EQ(running.outputLine(row.line), row.line);
+    EXPECT_TRUE(test::eventually([&] { return fs::exists(cache); })) << "it is kept";
+    EXPECT_EQ(running.end(), "0");
+    EXPECT_EQ(server.connections(), row.connections) << row.line;
+  }
+  ASSERT_EQ(server.requests().size(), 2U);
+  EXPECT_NE(server.requests()[0].find("Bearer the-token"), std::string::npos);
+}
+
+TEST_F(ClaudeEndToEnd, GoesThroughTheProxy) {
+  const test::TLSServer proxy(authority.issue("api.anthropic.com"), script, {.asProxy = true});
+  environment["https_proxy"] = "http://" + proxy.address();
+  ChildProcess running = start();
+  EXPECT_TRUE(running.outputLine("Claude: 5h 42% used, updated just now"));
+  EXPECT_EQ(running.end(), "0");
+  EXPECT_EQ(proxy.connections(), 1);
+}
+
+TEST_F(ClaudeEndToEnd, EndsSoonWhateverHangs) {
+  says([](test::Visit& visit) { visit.hold(); });
+  {
+    ChildProcess asking = start();
+    ASSERT_TRUE(test::eventually([this] { return !server.requests().empty(); }));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(asking.end(), "0");
+    EXPECT_LT(since(start), Seconds{0.4}) << "nothing is waited for";
+  }
+  environment["CLAUDE_CONFIG_DIR"] = home.path() + "/hangs";
+  environment["LD_PRELOAD"] = MARIGOLD_PRELOADED;
+  environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+  ChildProcess reading = start();
+  ASSERT_TRUE(reading.errorLine("hangs"));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(reading.end(), "0");
+  EXPECT_GT(since(start), Seconds{0.4}) << "the time to end in order";
+  EXPECT_LT(since(start), Seconds{1.5});
+}
+
+// Searched is all that a secret could stay in: the program's memory while the server keeps it
+// waiting and after the answer, what the kernel tells of it and its helper, what it says and
+// writes.
+TEST_F(ClaudeEndToEnd, KeepsTheLoginFromEverybodyElse) {
+  (void)::prctl(PR_CAPBSET_DROP, CAP_SYS_PTRACE);  // else root may look into everything
+  const std::string login = test::Canary::writeLogin(home, "claude/.credentials.json");
+  std::promise<std::size_t> asked;
+  std::promise<void> seen;
+  says([&](test::Visit& visit) {
+    asked.set_value(test::Canary::copiesIn(visit.request));
+    seen.get_future().wait();
+    visit.say(answer("200 OK", "42"));
+  });
+  ChildProcess running = start();
+  const auto contentOf = [](const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  auto request = asked.get_future();
+  if (request.wait_for(std::chrono::seconds(20)) == std::future_status::ready) {
+    EXPECT_EQ(request.get(), 1U) << "the token did not arrive";
+    EXPECT_EQ(test::copiesOfCanary(running.id()).inMemory, 0U) << "it is in the helper's hands";
+    const std::string own = "/proc/" + std::to_string(running.id());
+    std::string children;
+    for (const auto& thread : fs::directory_iterator(own + "/task")) {
+      children += contentOf(thread.path() / "children");
+    }
+    EXPECT_THAT(contentOf(own + "/limits"), testing::ContainsRegex("Max core file size +0 +0 "));
+    for (const std::string& process : {own, "/proc/" + std::to_string(std::stoi(children))}) {
+      EXPECT_THAT(contentOf(process + "/cmdline"), testing::StartsWith(executable));
+      EXPECT_EQ(test::Canary::copiesIn(contentOf(process + "/cmdline")), 0U);
+      EXPECT_EQ(test::Canary::copiesIn(contentOf(process + "/environ")), 0U);
+      // No debugger of the user's may look into the helper, nor a handler of dumps.
+      test::asOrdinaryUser(
+          [&] { EXPECT_EQ(std::ifstream(process + "/mem").is_open(), process == own); },
+          1U << CAP_SYS_PTRACE);
+    }
+  }
+  seen.set_value();
+  EXPECT_TRUE(running.outputLine("Claude: 5h 42% used, updated just now"));
+  EXPECT_EQ(test::copiesOfCanary(running.id()).inMemory, 0U);
+  running.tell(SIGTERM);
+  std::string told = running.finish().first;
+  while (const auto line = running.errorLine("")) {
+    told += *line;
+  }
+  EXPECT_EQ(test::Canary::copiesIn(told), 0U);
+  for (const auto& entry : fs::recursive_directory_iterator(home.path())) {
+    if (entry.is_regular_file()) {
+      EXPECT_EQ(test::Canary::copiesIn(contentOf(entry)), entry.path() == login ? 2U : 0U) << entry;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace marigold

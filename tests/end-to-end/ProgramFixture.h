@@ -1,0 +1,61 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <QtCore/QCoreApplication>
+#include <gtest/gtest.h>
+
+#include "support/ChildProcess.h"
+#include "support/Eventually.h"
+#include "support/RolloutLines.h"
+#include "support/TemporaryDirectory.h"
+
+namespace marigold::test {
+
+/// From a change on disk to what is shown, in seconds: the event latency, the pause between reads,
+/// and room for a busy machine.
+constexpr double soon = 2.5;
+
+/// The built program in a home of its own, without a display and a bus.
+class ProgramFixture : public testing::Test {
+ private:
+  static inline int argumentCount_ = 0;
+  QCoreApplication application_{argumentCount_, nullptr};
+
+ protected:
+  TemporaryDirectory home;
+  std::map<std::string, std::string> environment{
+      {"HOME", home.path()},
+      {"CODEX_HOME", home.path() + "/codex"},
+      {"XDG_RUNTIME_DIR", home.path()},
+      {"PATH", "/usr/bin:/bin"},
+      {"LC_ALL", "C.UTF-8"},
+      {"TZ", "UTC"},
+      {"NO_AT_BRIDGE", "1"},
+      {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"},
+      {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"}};
+  std::string executable = MARIGOLD_PROGRAM;
+  // As it may be started by who knows whom.
+  std::vector<std::string> wrapper{"/usr/bin/env", "--ignore-signal=CHLD",
+                                   "--block-signal=ALRM,TERM,CHLD"};
+
+  [[nodiscard]] ChildProcess start(std::vector<std::string> arguments = {}) const {
+    arguments.insert(arguments.begin(), executable);
+    arguments.insert(arguments.begin(), wrapper.begin(), wrapper.end());
+    return run(std::move(arguments));
+  }
+  [[nodiscard]] ChildProcess run(std::vector<std::string> command) const {
+    return ChildProcess(std::move(command), environment);
+  }
+  /// Codex reports these percentages, now.
+  void codexSays(double fiveHour, double weekly, double resetsIn = 4 * 86400.0,
+                 const std::string& file = "2026/11/22/rollout-a") const {
+    append(home.path() + "/codex/sessions/" + file + ".jsonl",
+           tokenCount(fiveHour, weekly, resetsIn));
+  }
+};
+
+}  // namespace marigold::test

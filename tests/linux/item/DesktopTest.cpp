@@ -1,0 +1,289 @@
+// The widgets on a real X11 desktop: server, window manager, tray, mouse and keyboard.
+
+#include <csignal>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <QtCore/QPointer>
+#include <QtCore/QTimer>
+#include <QtGui/QScreen>
+#include <QtGui/QWindow>
+#include <QtWidgets/QMenu>
+#include <gtest/gtest.h>
+
+#include "linux/item/NativeMenu.h"
+#include "linux/item/Strip.h"
+#include "linux/item/TrayIcon.h"
+#include "linux/popover/PopoverWindow.h"
+#include "linux/system/X11.h"
+#include "support/ChildProcess.h"
+#include "support/TemporaryDirectory.h"
+#include "support/ToolkitApplication.h"
+
+namespace marigold {
+namespace {
+
+using test::ChildProcess;
+using test::eventually;
+
+class DesktopTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (const auto& [name, value] : environment) {
+      qputenv(name.c_str(), QByteArray::fromStdString(value));
+    }
+    qunsetenv("WAYLAND_DISPLAY");
+    windowManager_.emplace(
+        std::vector<std::string>{MARIGOLD_OPENBOX, "--sm-disable", "--startup", "echo ready"},
+        environment);
+    EXPECT_TRUE(windowManager_->outputLine("ready"));
+    application_.emplace("xcb");
+  }
+  void TearDown() override {
+    windowManager_.reset();
+    application_.reset();
+  }
+
+  /// Does something with the mouse or the keyboard; words as for xdotool.
+  void act(std::vector<std::string> words) const {
+    words.insert(words.begin(), MARIGOLD_XDOTOOL);
+    ChildProcess xdotool(words, environment);
+    EXPECT_EQ(xdotool.finish(20).second, 0);
+  }
+  void point(const QPoint& at, std::vector<std::string> then = {}) const {
+    then.insert(then.begin(), {"mousemove", std::to_string(at.x()), std::to_string(at.y())});
+    act(then);
+  }
+  static QColor pixel(const QPoint& at) {
+    return QGuiApplication::primaryScreen()
+        ->grabWindow(0, at.x(), at.y(), 1, 1)
+        .toImage()
+        .pixel(0, 0);
+  }
+  /// Notes clicks with the edges of the item's area.
+  static auto noted(std::vector<std::string>& clicks) {
+    return [&clicks](const StatusItemClick& click, const std::optional<QRect>& area) {
+      const QRect at = area.value_or(QRect());
+      clicks.push_back(std::string(click.controlHeld ? "control " : "") +
+                       (click.button == StatusItemClick::Button::left ? "left " : "right ") +
+                       std::to_string(at.left()) + "," + std::to_string(at.top()) + " " +
+                       std::to_string(at.width()) + "x" + std::to_string(at.height()));
+    };
+  }
+  static StatusItemContent redContent() {
+    const Size size{.width = 48, .height = 18};
+    StatusItemContent content{.tooltip = "tip", .accessibilityLabel = "Marigold"};
+    content.mark = {.size = size, .ops = {{FillRoundedRect{.size = size, .color = {.red = 1}}}}};
+    content.square = {
+        .size = {.width = 22, .height = 22},
+        .ops = {{FillRoundedRect{.size = {.width = 22, .height = 22}, .color = {.green = 1}}}}};
+    return content;
+  }
+  /// A window that has the focus, as of some other program.
+  static std::unique_ptr<QWidget> focusedWindow() {
+    auto window = std::make_unique<QWidget>();
+    window->setGeometry(100, 500, 200, 100);
+    window->show();
+    EXPECT_TRUE(eventually([&] { return window->isActiveWindow(); }));
+    return window;
+  }
+
+ private:
+  test::TemporaryDirectory home_;
+  ChildProcess xserver_{
+      {MARIGOLD_XVFB, "-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "1280x800x24"}};
+
+ protected:
+  std::map<std::string, std::string> environment{
+      {"DISPLAY", ":" + xserver_.outputLine("").value_or("")},
+      {"HOME", home_.path()},
+      {"XDG_RUNTIME_DIR", home_.path()},
+      {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home_.path() + "/no-bus"}};
+  std::optional<test::ToolkitApplication> application_;
+  std::optional<ChildProcess> windowManager_;
+};
+
+TEST_F(DesktopTest, ThePopoverHasTheFocusAndClosesWhenItShould) {
+  const auto other = focusedWindow();
+  const ItemPlace item{QRect(630, 0, 20, 20)};
+  PopoverWindow popover(item);
+  int closed = 0;
+  popover.onClosed = [&] { ++closed; };
+  popover.setCards({{.title = "Codex", .message = "No usage data yet."}});
+  const auto opens = [&] {
+    // The click that closed it may still be on its way for a moment.
+    return eventually([&] {
+      if (!popover.isShown()) {
+        popover.open();
+      }
+      return popover.isShown() && QApplication::activeWindow() != nullptr &&
+             QApplication::activeWindow() != other.get();
+    });
+  };
+  const auto closes = [&](int times) {
+    return eventually([&] { return !popover.isShown(); }) && closed == times;
+  };
+  ASSERT_TRUE(opens());
+  const QRect place = QApplication::activeWindow()->frameGeometry();
+  EXPECT_EQ(place.top(), 26);
+  EXPECT_NEAR(place.center().x(), 640, 1);
+  point(place.center(), {"click", "1", "key", "Escape"});
+  EXPECT_TRUE(closes(1));
+  popover.open();
+  EXPECT_TRUE(popover.isShown());
+
+  // Outside, where nothing takes the focus; a click on the item would now be told.
+  point({20, 300}, {"mousedown", "1"});
+  EXPECT_TRUE(closes(2));
+  popover.open();
+  EXPECT_FALSE(popover.isShown());
+  act({"mouseup", "1"});
+  popover.open();
+  EXPECT_FALSE(popover.isShown());
+
+  // As a window manager that takes the focus back at first; a slow machine takes several tries.
+  int moves = 0;
+  QObject::connect(qGuiApp, &QGuiApplication::focusWindowChanged, qGuiApp, [&] { ++moves; });
+  bool kept = false;
+  for (int tries = 0; !kept && tries < 5; ++tries) {
+    ASSERT_TRUE(opens());
+    moves = 0;
+    other->activateWindow();
+    kept =
+        eventually([&] { return moves > 1 && !other->isActiveWindow(); }, 2) && popover.isShown();
+  }
+  EXPECT_TRUE(kept);
+  closed = 2;
+  EXPECT_TRUE(eventually([&] {
+    act({"windowactivate", std::to_string(other->winId())});
+    return !popover.isShown();
+  }));
+  EXPECT_TRUE(closes(3));
+  ASSERT_TRUE(opens());
+  popover.close();
+  EXPECT_TRUE(closes(4));
+  popover.open();
+  EXPECT_TRUE(popover.isShown());
+}
+
+TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
+  const auto other = focusedWindow();
+  std::vector<std::string> clicks;
+  std::string saved;
+  const auto makeStrip = [&] {
+    auto strip = std::make_unique<Strip>(Strip::Place{
+        .load = [&] { return saved; }, .save = [&](std::string text) { saved = std::move(text); }});
+    strip->onClick = noted(clicks);
+    strip->setContent(redContent());
+    strip->show();
+    EXPECT_TRUE(eventually([&] { return pixel(strip->geometry().center()) == QColor(Qt::red); }));
+    return strip;
+  };
+  auto strip = makeStrip();
+  const QRect place(1280 - 8 - 64, 8, 64, 26);
+  EXPECT_EQ(strip->frameGeometry(), place);
+  // No compositor runs: round corners would be black.
+  EXPECT_GT(pixel(place.topLeft()).red(), 0x30);
+  EXPECT_EQ(pixel({place.left() + 3, place.center().y()}), QColor(0x1C, 0x1C, 0x1F));
+
+  point(place.center(), {"click", "1", "keydown", "ctrl", "click", "1", "keyup", "ctrl", "click",
+                         "3", "click", "2"});
+  EXPECT_TRUE(eventually([&] { return clicks.size() == 3; }));
+  EXPECT_EQ(clicks, (std::vector<std::string>{"left 1208,8 64x26", "control left 1208,8 64x26",
+                                              "right 1208,8 64x26"}));
+  clicks.clear();
+  point(place.center(), {"mousedown", "1", "mousemove_relative", "2", "2", "mouseup", "1"});
+  EXPECT_TRUE(eventually([&] { return clicks.size() == 1; }));
+  EXPECT_EQ(saved, "");
+  point(place.center(), {"mousedown", "1", "mousemove_relative", "--", "-5", "5", "mousemove",
+                         "400", "300", "mouseup", "1"});
+  EXPECT_TRUE(eventually([&] { return !saved.empty(); }));
+  EXPECT_EQ(strip->pos(), QPoint(400, 300) - (place.center() - place.topLeft()));
+  EXPECT_EQ(clicks.size(), 1U);
+  EXPECT_TRUE(other->isActiveWindow());
+
+  const QPoint left = strip->pos();
+  strip.reset();
+  strip = makeStrip();
+  EXPECT_EQ(strip->pos(), left);
+}
+
+TEST_F(DesktopTest, TheTrayIconComesAndGoesWithTheTray) {
+  int changes = 0;
+  const X11Selection tray(xembedTraySelection, [&] { ++changes; });
+  EXPECT_FALSE(tray.owned());
+  for (int round = 1; round <= 2; ++round) {
+    std::optional<ChildProcess> host;
+    host.emplace(std::vector<std::string>{MARIGOLD_TRAYER, "--edge", "bottom", "--align", "right",
+                                          "--widthtype", "request", "--height", "24"},
+                 environment);
+    EXPECT_TRUE(eventually([&] { return tray.owned(); }));
+    std::vector<std::string> clicks;
+    TrayIcon icon;
+    icon.onClick = noted(clicks);
+    icon.setContent(redContent());
+    const auto middle = [&] { return icon.area().value_or(QRect()).center(); };
+    // The tray is still making room for a while.
+    int steady = 0;
+    ASSERT_TRUE(eventually([&, last = QPoint()]() mutable {
+      const QPoint was = std::exchange(last, middle());
+      steady = last == was && pixel(last) == QColor(Qt::green) ? steady + 1 : 0;
+      return steady == 20;
+    }));
+    EXPECT_GT(middle().y(), 770);
+    std::vector<std::string> expected;
+    noted(expected)({}, icon.area());
+    const std::string at = expected.front().substr(5);
+    point(middle(), {"click", "1", "click", "1", "click", "3", "keydown", "ctrl", "click", "1",
+                     "keyup", "ctrl"});
+    EXPECT_TRUE(eventually([&] { return clicks.size() == 4; }));
+    EXPECT_EQ(clicks, (std::vector<std::string>{"left " + at, "left " + at, "right " + at,
+                                                "control left " + at}));
+    host.reset();
+    EXPECT_TRUE(eventually([&] { return !tray.owned(); }));
+    EXPECT_TRUE(eventually([&] { return changes == 2 * round; }));
+  }
+}
+
+TEST_F(DesktopTest, AMenuShowsEveryKindOfItemRunsWhatIsChosenAndGoesAway) {
+  using enum MenuItem::Kind;
+  for (const bool choose : {true, false}) {
+    bool chosen = false;
+    const auto quit = [&chosen] {
+      chosen = true;
+      QApplication::quit();
+    };
+    openNativeMenu({{.kind = radio, .title = "A & B", .checked = true, .indent = 1},
+                    {.kind = radio, .title = "c", .checked = true, .action = quit},
+                    MenuItem::separator(),
+                    {.kind = submenu, .title = "More", .items = {{.kind = checkbox}, {}}}},
+                   {QRect(300, 200, 64, 26)});
+    const QPointer<QMenu> menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+    ASSERT_TRUE(menu && eventually([&] { return menu->windowHandle()->isExposed(); }));
+    EXPECT_EQ(menu->geometry().top(), 200 + 26 + 6);
+    EXPECT_NEAR(menu->geometry().center().x(), 332, 1);
+    const auto actions = menu->actions();
+    EXPECT_EQ(actions.value(0)->text(), "    A && B");
+    EXPECT_TRUE(actions.value(0)->isChecked() && actions.value(1)->isChecked());
+    const auto inner = actions.value(3)->menu()->actions();
+    EXPECT_TRUE(inner.value(0)->isCheckable() && !inner.value(0)->isChecked());
+    EXPECT_FALSE(inner.value(1)->isCheckable());
+    if (choose) {
+      act({"key", "Down", "Down", "Return"});
+      QTimer::singleShot(20'000, qApp, &QApplication::quit);
+      EXPECT_EQ(QApplication::exec(), 0);
+    } else {
+      point({700, 700}, {"click", "1"});
+    }
+    EXPECT_TRUE(eventually([&] { return menu.isNull(); }));
+    EXPECT_EQ(chosen, choose);
+  }
+}
+
+}  // namespace
+}  // namespace marigold

@@ -1,0 +1,187 @@
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include "base/BoundedFile.h"
+#include "linux/system/JsonDefaults.h"
+#include "support/MemoryDefaults.h"
+#include "support/OrdinaryUser.h"
+#include "support/RecordingLog.h"
+#include "support/TemporaryDirectory.h"
+
+namespace marigold {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+struct JsonDefaultsTest : testing::Test {
+  static std::string content(const std::string& path) {
+    return readWholeFile(path, 10'000).value_or("unreadable");
+  }
+
+  test::RecordingLog log;
+  test::TemporaryDirectory directory;
+  std::string file = directory.path() + "/preferences.json";
+};
+
+// What holds for every implementation.
+template <class Implementation>
+struct DefaultsTest : JsonDefaultsTest {
+  std::unique_ptr<Defaults> make() {
+    if constexpr (std::is_same_v<Implementation, JsonDefaults>) {
+      return std::make_unique<JsonDefaults>(file, log);
+    } else {
+      return std::make_unique<Implementation>();
+    }
+  }
+};
+using Implementations = testing::Types<JsonDefaults, test::MemoryDefaults>;
+TYPED_TEST_SUITE(DefaultsTest, Implementations);
+
+TYPED_TEST(DefaultsTest, KeepsFlagsAndTextsApartUnderExactKeys) {
+  const auto defaults = this->make();
+  const std::string odd = std::string("quote \" slash \\ umlaut \u00e4 nul ") + '\0' + " end";
+  defaults->apply({{"a", true}, {"b.c", odd}, {"d", ""}, {"e", false}, {"e", true}});
+  defaults->apply({{"a", odd}, {"b.c", {}}, {"never set", {}}, {"f", "true"}});
+  for (const auto& [key, value] : std::vector<DefaultsChange>{
+           {"a", odd}, {"A", {}}, {"b", {}}, {"b.c", {}}, {"d", ""}, {"e", true}, {"f", "true"}}) {
+    EXPECT_EQ(defaults->value(key), value) << key;
+  }
+  EXPECT_EQ(defaults->flag("f"), std::nullopt);
+  EXPECT_EQ(defaults->text("e"), std::nullopt);
+}
+
+TEST_F(JsonDefaultsTest, MembersOfOtherTypesAreKept) {
+  directory.write("preferences.json", R"({"z" : [{"a": 1e400}], "n": 9007199254740993, "o": {}})");
+  JsonDefaults(file, log).apply({{"m", false}, {"o", "x"}});
+  EXPECT_EQ(content(file),
+            "{\"m\":false,\"n\":9007199254740993,\"o\":\"x\",\"z\":[{\"a\":1e400}]}\n");
+}
+
+TEST_F(JsonDefaultsTest, WhatIsNoPreferencesFileIsMovedAsideAndReported) {
+  const std::string notes = directory.write("notes.txt", "not preferences");
+  directory.write("preferences.json", "");
+  JsonDefaults(file, log).set("a", true);
+  EXPECT_TRUE(log.lines.empty()) << "nothing is lost of an empty file";
+  for (const auto& [end, spoil] : std::vector<std::pair<std::string, std::function<void()>>>{
+           {"", [&] { directory.write("preferences.json", "[true]"); }},
+           {"-2", [&] { directory.write("preferences.json/inside", "kept"); }},
+           {"-3", [&] { fs::create_symlink("preferences.json", file); }},
+           {"-4", [&] { fs::create_symlink(notes, file); }}}) {
+    spoil();
+    log.lines.clear();
+    JsonDefaults(file, log).set("a", true);
+    EXPECT_THAT(log.lines, ElementsAre(HasSubstr(file + ".corrupt" + end)));
+    EXPECT_EQ(content(file), "{\"a\":true}\n");
+    fs::remove(file);
+  }
+  EXPECT_EQ(content(file + ".corrupt"), "[true]");
+  EXPECT_EQ(content(notes), "not preferences");
+}
+
+TEST_F(JsonDefaultsTest, WhatCannotBeReadIsLeftAloneAndAFailedSaveIsMadeUpFor) {
+  JsonDefaults defaults(file, log);
+  defaults.set("a", true);
+  test::asOrdinaryUser([&] {
+    fs::permissions(directory.path(), fs::perms::owner_read | fs::perms::owner_exec);
+    defaults.set("a", false);
+    defaults.set("b", true);
+    fs::permissions(directory.path(), fs::perms::owner_all);
+    fs::permissions(file, fs::perms::none);
+    JsonDefaults(file, log).set("c", true);
+    fs::permissions(file, fs::perms::owner_all);
+  });
+  EXPECT_THAT(log.lines, ElementsAre(HasSubstr("cannot be saved"), HasSubstr("cannot be read")));
+  EXPECT_EQ(content(file), "{\"a\":true}\n");
+  defaults.set("b", true);  // unchanged, but still to be saved
+  EXPECT_EQ(content(file), "{\"a\":false,\"b\":true}\n");
+}
+
+TEST_F(JsonDefaultsTest, ChangesOfOthersAreTakenOverAndNeverUndone) {
+  LinuxEventLoop loop;
+  directory.write("preferences.json", "{\"0\":true}");
+  JsonDefaults defaults(file, log);
+  JsonDefaults other(file, log);
+  int told = 0;
+  defaults.onChange = [&] { ++told; };
+  defaults.follow(loop);
+  const auto expectTold = [&](int times, std::optional<bool> a, const std::string& step) {
+    loop.dispatch();
+    EXPECT_EQ(std::exchange(told, 0), times) << step;
+    EXPECT_EQ(defaults.flag("a"), a) << step;
+    pollfd idle{.fd = loop.descriptor(), .events = POLLIN};
+    EXPECT_EQ(::poll(&idle, 1, 0), 0) << step;
+  };
+  expectTold(0, {}, "known from the start");
+  other.set("a", true);
+  defaults.set("b", true);
+  EXPECT_EQ(content(file), "{\"0\":true,\"a\":true,\"b\":true}\n");
+  expectTold(1, true, "stored before it was told");
+  defaults.set("c", true);
+  expectTold(0, true, "its own change");
+  other.set("a", false);
+  expectTold(1, false, "another instance");
+  directory.write("preferences.json", "{\"a\":true}");
+  expectTold(1, true, "an edit by hand");
+  directory.write("preferences.json", "{\"a\": true}");
+  expectTold(0, true, "the same again");
+  directory.write("preferences.json", "{\"a\":");
+  expectTold(0, true, "half an edit");
+  fs::remove(file);
+  expectTold(0, true, "no file");
+  fs::create_symlink("away/kept.json", file);
+  expectTold(0, true, "a link into the void");
+  directory.write("away/kept.json", "{\"a\":false}");
+  expectTold(1, false, "where the link leads");
+  directory.write("away/kept.json", "{\"a\":true}");
+  expectTold(1, true, "there again");
+  fs::rename(directory.path() + "/away", directory.path() + "/moved");
+  directory.write("away/kept.json", "{\"a\":false}");
+  expectTold(1, false, "a directory in the place of another");
+  other.set("d", true);
+  EXPECT_EQ(content(directory.path() + "/away/kept.json"), "{\"a\":false,\"d\":true}\n");
+  EXPECT_THAT(log.lines, ElementsAre(HasSubstr("not followed")));
+  JsonDefaults late(file, log);
+  late.onChange = [&] { ++told; };
+  other.set("e", true);
+  late.follow(loop);
+  EXPECT_EQ(told, 1) << "stored between its reading and its following";
+  loop.dispatch();  // the others hear of it
+  told = 0;
+
+  JsonDefaults below(directory.path() + "/new/app/preferences.json", log);
+  below.onChange = [&] { ++told; };
+  below.follow(loop);
+  for (const std::string name : {"first", "second"}) {
+    directory.write("new/app/preferences.json", "{\"" + name + "\":true}");
+    loop.dispatch();
+    EXPECT_EQ(std::exchange(told, 0), 1) << name;
+    fs::rename(directory.path() + "/new/app", directory.path() + "/new/" + name);
+    loop.dispatch();
+  }
+}
+
+TEST_F(JsonDefaultsTest, InstancesThatStoreAtTheSameTimeLoseNothing) {
+  constexpr int rounds = 20;
+  const auto store = [&](const std::string& name) {
+    JsonDefaults defaults(file, log);
+    for (int i = 0; i < rounds; ++i) {
+      defaults.set(name + std::to_string(i), true);
+    }
+  };
+  std::thread second([&] { store("second"); });
+  store("first");
+  second.join();
+  EXPECT_EQ(std::ranges::count(content(file), ':'), 2 * rounds);
+}
+
+}  // namespace
+}  // namespace marigold

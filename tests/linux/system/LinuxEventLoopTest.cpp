@@ -1,0 +1,50 @@
+#include <array>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "linux/system/LinuxEventLoop.h"
+#include "support/EventLoopContract.h"
+
+namespace marigold {
+namespace {
+
+struct Linux {
+  LinuxEventLoop loop;
+  void turn() { loop.dispatch(); }
+  void pass(Seconds length) {
+    const Timer end = loop.callAfter(length, [this] { loop.quit(); });
+    loop.run();
+  }
+};
+INSTANTIATE_TYPED_TEST_SUITE_P(Linux, EventLoopContract, Linux);
+
+std::ptrdiff_t openDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+TEST(LinuxEventLoop, TellsOfReadableDescriptorsAndWakesWhoWaitsForIt) {
+  const auto before = openDescriptors();
+  {
+    Linux subject;
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(::pipe(pipe.data()), 0);
+    int told = 0;
+    subject.loop.watch(pipe[0], [&] {
+      if (++told == 2) {
+        subject.loop.unwatch(pipe[0]);
+      }
+    });
+    std::thread other([&] { subject.loop.post([&] { EXPECT_EQ(::write(pipe[1], "p", 1), 1); }); });
+    subject.pass(Seconds{0.05});
+    other.join();
+    EXPECT_EQ(told, 2) << "as long as there is something to read, and it is watched";
+    ::close(pipe[0]);
+    ::close(pipe[1]);
+  }
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace marigold
