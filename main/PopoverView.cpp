@@ -1,6 +1,7 @@
 #include "PopoverView.h"
 
 #include <string_view>
+#include <utility>
 
 #include "bar/MenuBarTexts.h"
 
@@ -42,19 +43,21 @@ std::optional<std::string> windowResetSubLabel(std::optional<Date> resetsAt, Dat
 
 ProviderCard providerCard(ProviderID provider, const ProviderSnapshot* snapshot, Date now,
                           const LocalTimeText& localTime) {
-  ProviderCard card{.title = std::string(displayName(provider)), .message = message(snapshot, now)};
-  if (snapshot == nullptr) {
-    return card;
+  ProviderCard card{.key = std::string(rawValue(provider)),
+                    .title = std::string(displayName(provider))};
+  if (snapshot != nullptr) {
+    card.plan = snapshot->planLabel.value_or("");
+    if (!healthWithholdsReading(snapshot->health)) {
+      for (const UsageWindow& window : snapshot->windows) {
+        card.blocks.emplace_back(
+            CardRow{.label = window.label,
+                    .value = std::to_string(shownPercent(window.percent)) + "%",
+                    .subLabel = windowResetSubLabel(window.resetsAt, now, localTime).value_or("")});
+      }
+    }
   }
-  card.plan = snapshot->planLabel.value_or("");
-  if (healthWithholdsReading(snapshot->health)) {
-    return card;
-  }
-  for (const UsageWindow& window : snapshot->windows) {
-    card.rows.push_back(
-        {.label = window.label,
-         .value = std::to_string(shownPercent(window.percent)) + "%",
-         .subLabel = windowResetSubLabel(window.resetsAt, now, localTime).value_or("")});
+  if (std::string text = message(snapshot, now); !text.empty()) {
+    card.blocks.emplace_back(CardText{.text = std::move(text)});
   }
   return card;
 }

@@ -55,10 +55,9 @@ TEST(PopoverView, ACardTellsWhatThereIs) {
                                     {"Sonnet", 0.4, {}}},
                         .capturedAt = now,
                         .planLabel = "Claude Max"};
-  const std::vector<CardRow> rows = {{"5h", "43%", "in 2h 5m"},
-                                     {"Weekly", "7%", "Tue 01:46"},
-                                     {"Opus", "100%", ""},
-                                     {"Sonnet", "0%", ""}};
+  const std::vector<CardBlock> rows = {CardRow{"5h", "43%", "in 2h 5m"},
+                                       CardRow{"Weekly", "7%", "Tue 01:46"},
+                                       CardRow{"Opus", "100%", ""}, CardRow{"Sonnet", "0%", ""}};
   ProviderSnapshot noted = good;
   noted.extraNote = "Extra usage on";
   const ProviderSnapshot bare{.planLabel = "Claude Max"};
@@ -75,12 +74,16 @@ TEST(PopoverView, ACardTellsWhatThereIs) {
       {bare, false, "No active limits right now."},
       {bare.withHealth(Health::rateLimited({})), false, nothing}};
   for (const auto& [snapshot, showsRows, message] : cases) {
+    std::vector<CardBlock> blocks = showsRows ? rows : std::vector<CardBlock>();
+    if (*message != 0) {
+      blocks.emplace_back(CardText{message});
+    }
     EXPECT_EQ(providerCard(ProviderID::claude, snapshot ? &*snapshot : nullptr, now,
                            test::FixedLocalTimeText()),
-              (ProviderCard{.title = "Claude",
+              (ProviderCard{.key = "claude",
+                            .title = "Claude",
                             .plan = snapshot ? "Claude Max" : "",
-                            .rows = showsRows ? rows : std::vector<CardRow>(),
-                            .message = message}))
+                            .blocks = blocks}))
         << message;
   }
 }

@@ -118,14 +118,15 @@ std::vector<MenuItem> AppDelegate::menuItems() {
 
 void AppDelegate::updateCards() {
   const Date now = s_.loop.date();
-  std::vector<ProviderCard> cards;
+  PopoverContent content;
   for (const ProviderID provider : s_.store.visibleProviders()) {
     const auto& snapshot = s_.store.snapshot(provider);
-    cards.push_back(providerCard(provider, snapshot ? &*snapshot : nullptr, now, s_.localTime));
+    content.cards.push_back(
+        providerCard(provider, snapshot ? &*snapshot : nullptr, now, s_.localTime));
   }
-  if (cards != cards_) {
-    cards_ = std::move(cards);
-    s_.popover.setCards(cards_);
+  if (content != content_) {
+    content_ = std::move(content);
+    s_.popover.setContent(content_);
   }
 }
 

@@ -81,7 +81,7 @@ class AppDelegate {
   Services s_;
   std::unique_ptr<StatusItem> statusItem_;
   std::optional<StatusItemContent> shown_;  // nothing until the item shows something
-  std::vector<ProviderCard> cards_;         // as the popover has them
+  PopoverContent content_;                  // as the popover has it
   RunningDrains drains_;
   Timer drainTask_;
   Timer repaintTask_;

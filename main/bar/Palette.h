@@ -60,17 +60,4 @@ struct AccentRGB {
 /// Texts and the idle glyph in the menu bar.
 [[nodiscard]] Color menuBarLabelColor(DarkMenuBar darkMenuBar, bool highContrast) noexcept;
 
-/// What the popover's looks depend on.
-struct MarigoldTheme {
-  enum class Scheme : std::uint8_t { light, dark };
-  enum class Contrast : std::uint8_t { standard, increased };
-  Scheme scheme = Scheme::light;
-  Contrast contrast = Contrast::standard;
-
-  /// Corner radius of the cards, in points.
-  static constexpr double cardRadius = 14;
-
-  bool operator==(const MarigoldTheme&) const = default;
-};
-
 }  // namespace marigold

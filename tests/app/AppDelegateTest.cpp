@@ -49,7 +49,7 @@ struct Bar final : Noting<StatusBar> {
 
 struct Window final : Noting<Popover> {
   using Noting::Noting;
-  void setCards(const std::vector<ProviderCard>& next) override { cards = next; }
+  void setContent(const PopoverContent& next) override { cards = next.cards; }
   void open() override {
     note("popover");
     isOpen = true;
@@ -289,7 +289,7 @@ TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
   store->preferences().setResetScope(ProviderID::codex, MenuBarTextScope::both);
   launch();
   click();
-  const auto row = [this] { return popover.cards.front().rows.front(); };
+  const auto row = [this] { return std::get<CardRow>(popover.cards.front().blocks.front()); };
   ASSERT_EQ(popover.cards.size(), 2U);
   EXPECT_EQ(row().value, "80%");
   const double wide = last().mark.size.width;

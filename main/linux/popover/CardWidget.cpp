@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <string>
+#include <variant>
 
 #include <QtCore/QEvent>
 #include <QtGui/QPainter>
@@ -14,7 +15,6 @@
 #include <QtWidgets/QStyle>
 #include <QtWidgets/QVBoxLayout>
 
-#include "bar/Palette.h"
 #include "linux/item/PlainText.h"
 
 namespace marigold {
@@ -143,15 +143,22 @@ void CardWidget::show(const ProviderCard& card) {
   setAccessibleName(QString::fromStdString(card.title));
   title_->showText(card.title);
   plan_->showText(card.plan);
-  for (std::size_t i = 0; i < card.rows.size(); ++i) {
-    if (i == rows_.size()) {
-      rows_.push_back(addRow());
+  std::size_t count = 0;
+  std::string message;
+  for (const CardBlock& block : card.blocks) {
+    if (const auto* const row = std::get_if<CardRow>(&block)) {
+      if (count == rows_.size()) {
+        rows_.push_back(addRow());
+      }
+      rows_[count].label->showText(row->label);
+      rows_[count].value->showText(row->value);
+      rows_[count].subLabel->showText(row->subLabel);
+      ++count;
+    } else if (const auto* const text = std::get_if<CardText>(&block)) {
+      message = text->text;
     }
-    rows_[i].label->showText(card.rows[i].label);
-    rows_[i].value->showText(card.rows[i].value);
-    rows_[i].subLabel->showText(card.rows[i].subLabel);
   }
-  while (rows_.size() > card.rows.size()) {
+  while (rows_.size() > count) {
     for (const TextLabel* const label :
          {rows_.back().label, rows_.back().value, rows_.back().subLabel}) {
       delete label;
@@ -159,7 +166,7 @@ void CardWidget::show(const ProviderCard& card) {
     rows_.pop_back();
     grid_->setRowMinimumHeight(std::max(3 * static_cast<int>(rows_.size()) - 1, 0), 0);
   }
-  message_->showText(card.message);
+  message_->showText(message);
   layout()->activate();
 }
 

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <utility>
+#include <vector>
 
 #include <QtCore/QEvent>
 #include <QtCore/QTimer>
@@ -216,8 +217,8 @@ PopoverWindow::PopoverWindow(const ItemPlace& item)
 
 PopoverWindow::~PopoverWindow() = default;
 
-void PopoverWindow::setCards(const std::vector<ProviderCard>& cards) {
-  window_->setCards(cards);
+void PopoverWindow::setContent(const PopoverContent& content) {
+  window_->setCards(content.cards);
 }
 
 void PopoverWindow::open() {

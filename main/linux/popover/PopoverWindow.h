@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <vector>
 
 #include "linux/system/ScreenPlaces.h"
 #include "ports/Popover.h"
@@ -22,7 +21,7 @@ class PopoverWindow final : public Popover {
   PopoverWindow& operator=(const PopoverWindow&) = delete;
   ~PopoverWindow() override;
 
-  void setCards(const std::vector<ProviderCard>& cards) override;
+  void setContent(const PopoverContent& content) override;
   void open() override;
   void close() override;
   [[nodiscard]] bool isShown() const override;

@@ -114,7 +114,7 @@ TEST_F(DesktopTest, ThePopoverHasTheFocusAndClosesWhenItShould) {
   PopoverWindow popover(item);
   int closed = 0;
   popover.onClosed = [&] { ++closed; };
-  popover.setCards({{.title = "Codex", .message = "No usage data yet."}});
+  popover.setContent({.cards = {{.title = "Codex", .blocks = {CardText{"No usage data yet."}}}}});
   const auto opens = [&] {
     // The click that closed it may still be on its way for a moment.
     return eventually([&] {

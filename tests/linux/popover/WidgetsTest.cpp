@@ -141,31 +141,30 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   popover.onClosed = [&] { ++closed; };
   ProviderCard codex{.title = "Codex",
                      .plan = "Plus",
-                     .rows = {{.label = "5h", .value = "42%", .subLabel = "in 2h 5m"},
-                              {.label = "Weekly", .value = "7%"}}};
-  const ProviderCard claude{.title = "Claude",
-                            .message =
-                                "A <b>long</b> message & more, of more than one line: "
-                                "the login that was found is not valid any more."};
-  popover.setCards({codex, claude});
+                     .blocks = {CardRow{.label = "5h", .value = "42%", .subLabel = "in 2h 5m"},
+                                CardRow{.label = "Weekly", .value = "7%"}}};
+  const std::string message =
+      "A <b>long</b> message & more, of more than one line: "
+      "the login that was found is not valid any more.";
+  const ProviderCard claude{.title = "Claude", .blocks = {CardText{message}}};
+  popover.setContent({.cards = {codex, claude}});
   EXPECT_FALSE(popover.isShown());
   popover.open();
   std::vector<QLabel*> before;
   EXPECT_EQ(texts(&before).join(u'|').toStdString(),
-            "Codex|Plus|5h|42%|in 2h 5m|Weekly|7%|Claude|" + claude.message);
+            "Codex|Plus|5h|42%|in 2h 5m|Weekly|7%|Claude|" + message);
   const int height = before.front()->window()->height();
 
-  codex.rows = {{.label = "5h", .value = "43%", .subLabel = "in 2h 4m"}};
-  popover.setCards({codex, claude});
+  codex.blocks = {CardRow{.label = "5h", .value = "43%", .subLabel = "in 2h 4m"}};
+  popover.setContent({.cards = {codex, claude}});
   std::vector<QLabel*> after;
-  EXPECT_EQ(texts(&after).join(u'|').toStdString(),
-            "Codex|Plus|5h|43%|in 2h 4m|Claude|" + claude.message);
+  EXPECT_EQ(texts(&after).join(u'|').toStdString(), "Codex|Plus|5h|43%|in 2h 4m|Claude|" + message);
   EXPECT_EQ(after.at(3), before.at(3));
   EXPECT_EQ(after.back(), before.back());
   EXPECT_LT(after.front()->window()->height(), height);
   // A long plan makes way, and rows turn around as a whole.
   codex.plan = std::string(200, 'x');
-  popover.setCards({codex});
+  popover.setContent({.cards = {codex}});
   const auto edges = [&](const char* text) {
     for (const QLabel* const label : after.front()->window()->findChildren<QLabel*>()) {
       if (label->text() == text) {
@@ -180,12 +179,12 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   EXPECT_EQ(edges(codex.plan.c_str()).second, edges("43%").second);
   EXPECT_LT(edges("5h").first, edges("43%").first);
   QApplication::setLayoutDirection(Qt::RightToLeft);
-  popover.setCards({codex});
+  popover.setContent({.cards = {codex}});
   EXPECT_GT(edges("5h").first, edges("43%").first);
   EXPECT_GT(edges("Codex").first, edges(codex.plan.c_str()).first);
   QApplication::setLayoutDirection(Qt::LeftToRight);
   // More than fits the screen scrolls.
-  popover.setCards(std::vector(9, claude));
+  popover.setContent({.cards = std::vector(9, claude)});
   EXPECT_EQ(after.front()->window()->geometry().height(), 400 - 2 * 8);
   EXPECT_EQ(closed, 0);
   popover.close();
