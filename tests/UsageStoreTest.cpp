@@ -153,6 +153,15 @@ TEST_F(UsageStoreTest, FileChangesReadOnlyTheirProviderAndRescanWhenPathsAreNotT
   EXPECT_EQ(codex->calls, (Calls{"changed 1", "rescan"}));
   EXPECT_EQ(grok->calls, (Calls{"changed 1"}));
   EXPECT_EQ(claude.polls.size(), 1U);
+  grok->answer = [resets = loop.date() + Seconds{20}](Date now) {
+    auto made = reading(ProviderID::grok, now < resets ? 100 : 15, now);
+    made.windows[0].resetsAt = resets;
+    return made;
+  };
+  advance(2);
+  streams.deliver(logs, modified());
+  advance(18);
+  EXPECT_EQ(usage(ProviderID::grok), 15) << "told anew when a window resets";
   streams.deliver(sessions, modified());
   store->shutdown();
   settle();

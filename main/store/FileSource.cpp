@@ -20,6 +20,7 @@ void FileSource::startWatcher() {
 }
 
 void FileSource::stopWatcher() {
+  reset_.cancel();
   watcher_.stop();
   events_.cancel();
 }
@@ -55,8 +56,14 @@ void FileSource::ask(Question question, Answer answer) {
       },
       lifetime_.guard([this, answer = std::move(answer)](Reading reading) {
         askedAt_.pop_front();
+        askAgainAt(reading.snapshot.soonestReset().value_or(distantPast));
         answer(std::move(reading));
       }));
+}
+
+void FileSource::askAgainAt(Date reset) {
+  const Seconds left = reset - loop_.date();
+  reset_ = left > Seconds{0} ? loop_.callAfter(left, [this] { events_.submit({}); }) : Timer();
 }
 
 void FileSource::forgetCache() {

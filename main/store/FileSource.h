@@ -15,7 +15,8 @@
 namespace marigold {
 
 /// One provider whose readings lie in files: its reader on a worker, the watcher on its directory,
-/// and the pace at which what the watcher sees is read. Lives on the main loop.
+/// and the pace at which what the watcher sees is read, and what is told anew when a window resets.
+/// Lives on the main loop.
 class FileSource {
  public:
   struct Reading {
@@ -54,12 +55,15 @@ class FileSource {
  private:
   template <class Question>
   void ask(Question question, Answer answer);
+  // What is told may change by time alone when a window of it resets.
+  void askAgainAt(Date reset);
 
   EventLoop& loop_;
   Lifetime lifetime_;
   Isolated<UsageProvider> reader_;
   WatchCoalescer events_;
   CodexWatcher watcher_;
+  Timer reset_;
   bool watchIsNew_ = false;      // nothing was delivered since it began
   std::deque<Instant> askedAt_;  // of the questions that are out; they are answered in order
 };
