@@ -178,6 +178,13 @@ bool isNumber(std::string_view text) {
 // takes three bytes more.
 constexpr std::size_t padding = 3;
 
+// Whether `text` begins with the escape of one half of a character, whose third digit is one of
+// `thirds`.
+bool isHalf(std::string_view text, std::string_view thirds) {
+  return text.size() > 3 && text.starts_with("\\u") && lowered(text[2]) == 'd' &&
+         thirds.find(lowered(text[3])) != std::string_view::npos;
+}
+
 // Fills the tree's source, with the numbers set apart: the reader fails a whole document for one
 // number beyond a double's range, so it is given a stand-in for each. Gives where they are; nothing
 // when one breaks the grammar.
@@ -204,7 +211,16 @@ std::optional<std::vector<JsonTree::Span>> settingNumbersApart(std::string_view 
     *end++ = c;
     ++at;
     if (inString && c == '\\' && at < text.size()) {
+      constexpr std::size_t escape = 6;
+      const auto rest = text.substr(at - 1);
+      const bool isLone =
+          isHalf(rest, "89ab") && !isHalf(rest.substr(std::min(rest.size(), escape)), "cdef");
       *end++ = text[at++];
+      if (isLone) {  // a second half without its first passes the reader, a first one does not
+        *end++ = text[at++];
+        *end++ = 'c';
+        ++at;
+      }
     }
   }
   return numbers;

@@ -58,8 +58,8 @@ class JsonValue {
 };
 
 /// A parsed JSON text (UTF-8). Nesting costs memory, never stack. A byte that is not UTF-8
-/// or a broken escape fails the whole text, but for the second half of a character without the
-/// first, which costs its text or member only, like a number too large for its type.
+/// or a broken escape fails the whole text, but for one half of a character without the other,
+/// which costs its text or member only, like a number too large for its type.
 class JsonDocument {
  public:
   /// Nothing unless `text` is one JSON object.

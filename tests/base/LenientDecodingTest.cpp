@@ -11,7 +11,7 @@ namespace {
 TEST(JsonDocument, OnlyOneWellFormedObjectParses) {
   for (const char* value :
        {".5", "1.", "1e", "-", "01", "1-2", "NaN", "1,", "'1'", "\"\n\"", "\"\xc0\xaf\"",
-        "\"\xed\xa0\x80\"", "\"\\ud800\"", "\"\\x\"", "\"\\", "1}{", "/**/1"}) {
+        "\"\xed\xa0\x80\"", "\"\\ud8\"", "\"\\ud83z\"", "\"\\x\"", "\"\\", "1}{", "/**/1"}) {
     EXPECT_FALSE(JsonDocument::parseObject("{\"a\":" + std::string(value) + "}")) << value;
   }
   EXPECT_FALSE(JsonDocument::parseObject(std::string("{\"a\":1}\0", 8)));
@@ -19,10 +19,13 @@ TEST(JsonDocument, OnlyOneWellFormedObjectParses) {
     EXPECT_FALSE(JsonDocument::parseObject(text)) << text;
   }
   EXPECT_TRUE(JsonDocument::parseObject("\xEF\xBB\xBF {} \n")) << "a byte order mark";
-  const auto half = JsonDocument::parseObject(R"({"a":"\ude00","\ude00":[{}],"b":[1,"x\uDC00"]})");
+  const auto half = JsonDocument::parseObject(
+      R"({"a":"\ude00","\ude00":[{}],"b":[1,"x\uDC00"],"\uDBFF":2,)"
+      R"("c":["\uD83d\ud83d\ude00","\ud83dude00","\ud83d\n","\\ud83d","\ud83d\ude00"]})");
   EXPECT_FALSE(half->root()["a"].text() || half->root()["a"].isNull());
-  EXPECT_EQ(half->root().members()->size(), 2);
-  EXPECT_EQ(half->root().json(), R"({"a":null,"b":[1,null]})");
+  EXPECT_EQ(half->root().members()->size(), 3);
+  EXPECT_EQ(half->root().json(), R"({"a":null,"b":[1,null],"c":[null,null,null,"\\ud83d",")"
+                                 "\U0001f600\"]}");
   const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
   EXPECT_EQ(JsonDocument::parseObject("{\"a\":" + deep + "}")->root()["a"].json(), deep);
 }
