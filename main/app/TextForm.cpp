@@ -1,6 +1,10 @@
 #include "app/TextForm.h"
 
+#include <ranges>
+#include <string_view>
 #include <utility>
+
+#include "base/PrintableText.h"
 
 namespace marigold {
 
@@ -27,9 +31,12 @@ class TextStatusItem final : public StatusItem {
 }  // namespace
 
 std::string textForm(const StatusItemContent& content) {
-  std::string text = content.tooltip + "\n";
+  std::string text;
+  for (const auto line : std::views::split(content.tooltip, '\n')) {
+    text += printable(std::string_view(line)) + "\n";
+  }
   if (!content.label.empty()) {
-    text += "mark: " + content.label + "\n";
+    text += "mark: " + printable(content.label) + "\n";
   }
   return text;
 }

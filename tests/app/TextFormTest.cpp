@@ -21,7 +21,8 @@ TEST(TextFormTest, TellsEachChangeOnceAndNoAges) {
       "Codex: 5h 37% used, updated just now\nCodex: Weekly\nmark: 37%\n",
       "Codex: 5h 37% used, updated 2m ago\nCodex: Weekly\nmark: 38%\n"};
   EXPECT_EQ(printed, expected);
-  EXPECT_EQ(textForm({.tooltip = "Marigold: no data yet"}), "Marigold: no data yet\n");
+  EXPECT_EQ(textForm({.label = "\x1b[2J", .tooltip = "Claude: \u202e 1%\nGrok"}),
+            "Claude: ? 1%\nGrok\nmark: ?[2J\n");
 }
 
 }  // namespace
