@@ -17,6 +17,7 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+#include "base/AsciiText.h"
 #include "linux/request/RequestWire.h"
 
 namespace marigold {
@@ -60,11 +61,14 @@ bool writeWhole(std::string_view text) {
   return true;
 }
 
-// Nothing but a proxy that is spoken to by HTTP.
-bool isUsable(const HTTPSProxy& proxy) {
-  return proxy.url.find("://") == std::string::npos || proxy.url.starts_with("http://") ||
-         proxy.url.starts_with("https://");
+// A proxy that is not spoken to by HTTP.
+bool isForeign(std::string_view proxy) {
+  const std::string scheme = lowercased(proxy.substr(0, proxy.find("://")));
+  return scheme.size() < proxy.size() && scheme != "http" && scheme != "https";
 }
+
+// Without a host, which the library refuses unless the request's host is an exception.
+constexpr const char* noProxy = "http://";
 
 struct EndHandle {
   void operator()(CURL* handle) const noexcept { curl_easy_cleanup(handle); }
@@ -111,7 +115,9 @@ class LineList {
 class Exchange {
  public:
   Exchange(RequestOrder order, const RequestReach& reach)
-      : longestBody_(order.request.longestBody), isReady_(handle_ != nullptr) {
+      : longestBody_(order.request.longestBody),
+        proxyIsForeign_(isForeign(order.proxy.url)),
+        isReady_(handle_ != nullptr) {
     const HTTPRequest& request = order.request;
     const auto milliseconds = static_cast<long>(request.timeout / Seconds{0.001});
     isReady_ = isReady_ && request.url.starts_with("https://");
@@ -132,7 +138,8 @@ class Exchange {
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
     set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
-    set(CURLOPT_PROXY, order.proxy.url.c_str());  // by CONNECT, as always for HTTPS
+    // By CONNECT, as always for HTTPS.
+    set(CURLOPT_PROXY, proxyIsForeign_ ? noProxy : order.proxy.url.c_str());
     set(CURLOPT_NOPROXY, order.proxy.exceptions.c_str());
     set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     set(CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
@@ -169,7 +176,7 @@ class Exchange {
     const bool isAnswered = code == CURLE_OK || (code == CURLE_WRITE_ERROR && isCut_);
     if (!isAnswered ||
         curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status) != CURLE_OK) {
-      return std::unexpected(whyNone());
+      return std::unexpected(whyNone(code));
     }
     return HTTPAnswer{.status = static_cast<int>(status),
                       .retryAfter = header("Retry-After"),
@@ -185,7 +192,10 @@ class Exchange {
     isReady_ = isReady_ && curl_easy_setopt(handle_.get(), option, value) == CURLE_OK;
   }
 
-  [[nodiscard]] NoAnswer whyNone() {
+  [[nodiscard]] NoAnswer whyNone(CURLcode code) {
+    if (proxyIsForeign_ && code == CURLE_COULDNT_RESOLVE_PROXY) {
+      return NoAnswer::proxyUnknown;
+    }
     constexpr long loginRequired = 407;
     long proxyStatus = 0;  // 0 without a proxy, or one that says nothing
     curl_easy_getinfo(handle_.get(), CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
@@ -232,6 +242,7 @@ class Exchange {
   LineList connectTo_;
   std::unique_ptr<CURL, EndHandle> handle_{curl_easy_init()};
   std::size_t longestBody_;
+  bool proxyIsForeign_;
   bool isReady_;
   std::size_t headerSize_ = 0;
   std::string body_;
@@ -245,9 +256,6 @@ int answerRequest(const RequestReach& reach) {
   auto order = readOrder();
   if (!order || curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
     return static_cast<int>(NoAnswer::whatever);
-  }
-  if (!isUsable(order->proxy)) {
-    return static_cast<int>(NoAnswer::proxyUnknown);
   }
   const auto answer = Exchange(*std::move(order), reach).run();
   if (!answer) {

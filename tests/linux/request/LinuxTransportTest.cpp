@@ -234,7 +234,7 @@ TEST_F(LinuxTransportTest, GoesThroughTheProxyBlindly) {
   const auto statusBy = [&](const HTTPSProxy& proxy) {
     return LinuxTransport(program, proxy, log).send(request()).value_or(HTTPAnswer{}).status;
   };
-  EXPECT_EQ(statusBy({.url = "http://u:p@" + server.address(), .exceptions = "localhost"}), 204);
+  EXPECT_EQ(statusBy({.url = "HTTP://u:p@" + server.address(), .exceptions = "localhost"}), 204);
   EXPECT_THAT(server.requests(),
               testing::ElementsAre(testing::AllOf(HasSubstr("CONNECT api.anthropic.com:443 "),
                                                   testing::Not(HasSubstr("the-token")),
@@ -242,7 +242,9 @@ TEST_F(LinuxTransportTest, GoesThroughTheProxyBlindly) {
                                    HasSubstr("Bearer the-token")));
   const TLSServer direct(identity, saying("HTTP/1.1 205 None\r\n\r\n"));
   lead(direct);
-  EXPECT_EQ(statusBy({.url = server.address(), .exceptions = "x, .anthropic.com"}), 205);
+  for (const std::string scheme : {"", "socks5://"}) {
+    EXPECT_EQ(statusBy({.url = scheme + server.address(), .exceptions = "x, .anthropic.com"}), 205);
+  }
   EXPECT_EQ(server.connections(), 1);
   EXPECT_THAT(log.lines, testing::IsEmpty());
 
