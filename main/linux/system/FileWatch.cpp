@@ -31,10 +31,14 @@ FileWatch::FileWatch(LinuxEventLoop& loop, std::string path, Work onEvent)
 void FileWatch::arm() {
   loop_.unwatch(events_.get());
   events_ = OwnedDescriptor(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-  for (const std::string& path : {path_, linkTarget(path_)}) {
-    const auto directory = std::filesystem::path(path).parent_path();
-    watchNearest(directory);
-    watchNearest(directory);  // again, for one made while the first try looked above it
+  for (const std::filesystem::path path : {path_, linkTarget(path_)}) {
+    for (auto part = path; part.has_relative_path(); part = part.parent_path()) {
+      std::error_code ignored;
+      if (part == path || std::filesystem::is_symlink(part, ignored)) {
+        watchNearest(part.parent_path());
+        watchNearest(part.parent_path());  // again, for one made while the first try looked above
+      }
+    }
   }
   if (events_.isOpen()) {
     loop_.watch(events_.get(), [this] {

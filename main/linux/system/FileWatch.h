@@ -12,8 +12,8 @@ namespace marigold {
 [[nodiscard]] std::string linkTarget(const std::string& path);
 
 /// Tells when the file at a path, or where a link there leads, may have another content, come or
-/// go. Only the directories that the two stand in are watched, or, until they exist, the nearest
-/// one above them. Nothing is told where the system refuses a watch.
+/// go. Only the directories are watched that the two and the links on their paths stand in, or,
+/// until they exist, the nearest ones above. Nothing is told where the system refuses a watch.
 class FileWatch {
  public:
   /// Calls `onEvent` on the thread of `loop`, which must outlive this object.

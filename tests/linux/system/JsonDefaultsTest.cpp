@@ -167,6 +167,12 @@ TEST_F(JsonDefaultsTest, ChangesOfOthersAreTakenOverAndNeverUndone) {
     fs::rename(directory.path() + "/new/app", directory.path() + "/new/" + name);
     loop.dispatch();
   }
+  for (const std::string name : {"first", "second"}) {
+    fs::create_directory_symlink(name, directory.path() + "/new/app");
+    loop.dispatch();
+    EXPECT_EQ(std::exchange(told, 0), 1) << "a link to the " << name;
+    fs::remove(directory.path() + "/new/app");
+  }
 }
 
 TEST_F(JsonDefaultsTest, InstancesThatStoreAtTheSameTimeLoseNothing) {
