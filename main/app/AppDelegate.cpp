@@ -1,28 +1,18 @@
 #include "app/AppDelegate.h"
 
-#include <algorithm>
 #include <utility>
 
-#include "MenuBarRender.h"
 #include "PopoverView.h"
 #include "app/StatusMenu.h"
 #include "bar/MenuBarContent.h"
-#include "bar/Palette.h"
 
 namespace marigold {
 
 namespace {
 
-// A redraw planned for less than this ahead, in seconds, waits for this long: no chain of redraws
-// can keep the processor busy.
-constexpr double leastRepaintDelay = 0.25;
 constexpr Seconds itemRetryDelay{0.5};
 
 }  // namespace
-
-bool isDevBuild(std::string_view bundleIdentifier) noexcept {
-  return bundleIdentifier.ends_with(".dev");
-}
 
 AppDelegate::~AppDelegate() {
   applicationWillTerminate();
@@ -46,9 +36,8 @@ void AppDelegate::applicationWillTerminate() {
   s_.popover.onClosed = nullptr;
   s_.appearance.onChange = nullptr;
   clockObserver_.reset();
-  if (engineRunning_) {
+  if (std::exchange(engineRunning_, false)) {
     s_.store.shutdown();
-    engineRunning_ = false;
   }
   itemRetry_.cancel();
   drainTask_.cancel();
@@ -137,69 +126,33 @@ void AppDelegate::refresh() {
   }
 }
 
-std::vector<ProviderSnapshot> AppDelegate::snapshots(
-    const std::vector<ProviderID>& providers) const {
-  std::vector<ProviderSnapshot> published;
-  for (const ProviderID provider : providers) {
-    if (const auto& snapshot = s_.store.snapshot(provider)) {
-      published.push_back(*snapshot);
-    }
-  }
-  return published;
-}
-
 void AppDelegate::refreshStatusItem() {
   if (!statusItem_) {
     return;
   }
-  const Date now = s_.loop.date();
-  const Preferences& chosen = s_.store.preferences();
-  AppearanceSettings appearance = s_.appearance.settings();
-  appearance.darkMenuBar = effectiveDarkMenuBar(chosen.barColors(), appearance.darkMenuBar);
-  const bool popoverShown = s_.popover.isShown();
-  const std::vector<MenuBarItem> items =
-      resolveMenuBar(snapshots(s_.store.menuBarBars()), chosen, now);
-  drains_.redraw(menuSlotMemos(items), now, appearance.reduceMotion);
-
-  const bool anyPresent = std::ranges::any_of(
-      allCases<ProviderID>, [this](ProviderID provider) { return s_.store.isPresent(provider); });
-  StatusItemContent next = MenuBarRender::statusItemContent(
-      menuBarContent(items, drains_.percentages(), anyPresent, now, s_.localTime),
-      chosen.menuBarStyle(), appearance, isDevBuild(s_.surroundings.bundleIdentifier),
-      s_.textMeasurer);
-  const auto current = shown_ ? std::optional(shown_->mark.size.width) : std::nullopt;
-  const double width = pinnedMarkWidth(next.mark.size.width, current, popoverShown);
-  next.mark = MenuBarRender::padded(std::move(next.mark), width);
-  if (shown_ != next) {
-    statusItem_->show(next);
-    shown_ = std::move(next);
+  const auto [isNew, next] =
+      picture_.redraw(s_.appearance.settings(), s_.popover.isShown(), s_.loop.date());
+  if (isNew) {
+    statusItem_->show(*picture_.content());
   }
-
   scheduleDrain();
-  const auto cards =
-      popoverShown ? snapshots(s_.store.visibleProviders()) : std::vector<ProviderSnapshot>();
-  const MenuRepaintTimes times = menuRepaintTimes(items, cards, now);
-  scheduleRepaint(nextMenuRepaint(now, times.countdowns, times.resets));
+  scheduleRepaint(next);
 }
 
 void AppDelegate::scheduleDrain() {
-  if (drains_.empty()) {
-    drainTask_.cancel();
-  } else if (!drainTask_) {
+  if (!picture_.drains.empty() && !drainTask_) {
     drainTask_ = s_.loop.callAfter(RunningDrains::frameInterval, [this] {
       drainTask_.cancel();
-      drains_.step();
+      picture_.drains.step();
       refreshStatusItem();
     });
   }
 }
 
 void AppDelegate::scheduleRepaint(std::optional<Date> date) {
-  repaintTask_.cancel();
-  if (date) {
-    const double delay = std::max(secondsBetween(s_.loop.date(), *date), leastRepaintDelay);
-    repaintTask_ = s_.loop.callAfter(Seconds{delay}, [this] { refresh(); });
-  }
+  repaintTask_ =
+      date ? s_.loop.callAfter(menuRepaintDelay(s_.loop.date(), *date), [this] { refresh(); })
+           : Timer();
 }
 
 }  // namespace marigold

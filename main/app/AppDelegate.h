@@ -2,12 +2,10 @@
 
 #include <memory>
 #include <optional>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "UsageStore.h"
-#include "bar/ResetDrain.h"
+#include "app/StatusItemPicture.h"
 #include "base/Drawing.h"
 #include "base/EventLoop.h"
 #include "base/MenuItem.h"
@@ -23,9 +21,6 @@
 #include "ports/Updater.h"
 
 namespace marigold {
-
-/// A development build has a bundle identifier of its own, which ends with ".dev".
-[[nodiscard]] bool isDevBuild(std::string_view bundleIdentifier) noexcept;
 
 /// The application as long as it runs: keeps the status item current, and opens the popover and the
 /// menu. Lives on the main loop's thread, once a process.
@@ -49,7 +44,9 @@ class AppDelegate {
     int processId = 0;
   };
 
-  explicit AppDelegate(const Services& services) : s_(services) {}
+  explicit AppDelegate(const Services& services)
+      : s_(services),
+        picture_(s_.store, s_.localTime, s_.textMeasurer, s_.surroundings.isDevBuild()) {}
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
   ~AppDelegate();
@@ -68,9 +65,6 @@ class AppDelegate {
   void statusItemClicked(const StatusItemClick& click);
   void popoverDidClose();
   [[nodiscard]] std::vector<MenuItem> menuItems();
-  // The published readings among those of `providers`.
-  [[nodiscard]] std::vector<ProviderSnapshot> snapshots(
-      const std::vector<ProviderID>& providers) const;
   // Shows the next frame of the drains that run, if any, in time.
   void scheduleDrain();
   void scheduleRepaint(std::optional<Date> date);
@@ -80,9 +74,8 @@ class AppDelegate {
 
   Services s_;
   std::unique_ptr<StatusItem> statusItem_;
-  std::optional<StatusItemContent> shown_;  // nothing until the item shows something
-  PopoverContent content_;                  // as the popover has it
-  RunningDrains drains_;
+  StatusItemPicture picture_;
+  PopoverContent content_;  // as the popover has it
   Timer drainTask_;
   Timer repaintTask_;
   Timer itemRetry_;

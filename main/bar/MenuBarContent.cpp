@@ -8,6 +8,8 @@ namespace marigold {
 
 namespace {
 
+constexpr Seconds repaintLateness{0.25};
+
 void append(std::string& text, std::string_view separator, std::string_view more) {
   if (!text.empty()) {
     text += separator;
@@ -153,7 +155,6 @@ MenuRepaintTimes menuRepaintTimes(const std::vector<MenuBarItem>& items,
 
 std::optional<Date> nextMenuRepaint(Date now, std::span<const Date> countdowns,
                                     std::span<const Date> resets) {
-  constexpr Seconds late{0.25};
   std::optional<Date> next;
   const auto offer = [&](Date date) {
     if (!next || date < *next) {
@@ -162,15 +163,20 @@ std::optional<Date> nextMenuRepaint(Date now, std::span<const Date> countdowns,
   };
   for (const Date date : countdowns) {
     if (date > now) {
-      offer(date + late);
+      offer(date + repaintLateness);
     }
   }
   for (const Date date : resets) {
     if (date > now) {
-      offer(now + Seconds{std::fmod(secondsBetween(now, date), secondsPerMinute)} + late);
+      offer(now + Seconds{std::fmod(secondsBetween(now, date), secondsPerMinute)} +
+            repaintLateness);
     }
   }
   return next;
+}
+
+Seconds menuRepaintDelay(Date now, Date next) noexcept {
+  return std::max(Seconds{secondsBetween(now, next)}, repaintLateness);
 }
 
 }  // namespace marigold

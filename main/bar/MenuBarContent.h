@@ -63,5 +63,8 @@ struct MenuRepaintTimes {
 /// When to redraw: a quarter of a second after the next change, so that it has surely happened.
 [[nodiscard]] std::optional<Date> nextMenuRepaint(Date now, std::span<const Date> countdowns,
                                                   std::span<const Date> resets);
+/// How long to wait for that: at least as long as that quarter, so that no chain of redraws can
+/// keep the processor busy.
+[[nodiscard]] Seconds menuRepaintDelay(Date now, Date next) noexcept;
 
 }  // namespace marigold

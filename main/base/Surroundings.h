@@ -27,6 +27,8 @@ struct Surroundings {
   [[nodiscard]] std::string toolHome(std::string_view name, std::string_view otherwise) const;
   /// Where the user's choices are kept on a desktop that keeps them in a file.
   [[nodiscard]] std::string preferencesFile() const;
+  /// A development build has a bundle identifier of its own, which ends with ".dev".
+  [[nodiscard]] bool isDevBuild() const { return bundleIdentifier.ends_with(".dev"); }
 };
 
 /// `path` without slashes at its end; "/" stays.

@@ -49,8 +49,7 @@ int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
   LinuxApplicationControl application;
   LoginItem loginItem;
   Updater updater;
-  const Face face = hasDisplay ? desktopFace(loop, sessionBus, defaults,
-                                             isDevBuild(surroundings.bundleIdentifier))
+  const Face face = hasDisplay ? desktopFace(loop, sessionBus, defaults, surroundings.isDevBuild())
                                : textFace(loop);
   MarigoldApp app({.surroundings = surroundings,
                    .loop = loop,

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -103,9 +104,6 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
     store->turnOffClaude();
     show({five(80, 100)});
     grok->answer = [at = loop.date()](Date) { return test::reading(ProviderID::grok, 20, at); };
-    delegate = std::make_unique<AppDelegate>(
-        AppDelegate::Services{*store, loop, log, attention, bar, popover, looks, application, login,
-                              updater, times, measurer, surroundings, 42});
   }
   void show(const Windows& windows) {
     codex->answer = [windows, at = loop.date()](Date) {
@@ -124,8 +122,14 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
   [[nodiscard]] UsageWindow five(double percent, double resetsIn) const {
     return {.label = "5h", .percent = percent, .resetsAt = loop.date() + Seconds{resetsIn}};
   }
-  void launch() {
+  void start() {
+    delegate = std::make_unique<AppDelegate>(
+        AppDelegate::Services{*store, loop, log, attention, bar, popover, looks, application, login,
+                              updater, times, measurer, surroundings, 42});
     delegate->applicationDidFinishLaunching();
+  }
+  void launch() {
+    start();
     settle();
   }
   [[nodiscard]] const StatusItemContent& last() const { return bar.shown.back(); }
@@ -144,7 +148,7 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
 
 TEST_F(AppDelegateTest, LaunchesInOrderAndShowsWhatIsKnown) {
   bar.refusals = 2;
-  delegate->applicationDidFinishLaunching();
+  start();
   EXPECT_EQ(journal, (Journal{"main menu", "reregister"}));
   EXPECT_EQ(log.lines.front(), "launched (pid 42)");
   advance(0.75);
@@ -166,7 +170,7 @@ TEST_F(AppDelegateTest, EveryChoiceAndLookReachesTheMark) {
   Preferences& chosen = store->preferences();
   constexpr auto id = ProviderID::codex;
   chosen.setAccent(id, ProviderAccent::pink);
-  delegate->applicationDidFinishLaunching();
+  start();
   EXPECT_EQ(last().tooltip, menuBarEmptyStateText(true).tooltip) << "Claude's is that it is off";
   const auto filled = [](double percent, ProviderAccent accent) {
     return GaugeBar{.percent = percent, .mode = GaugeBar::Mode::normal, .accent = accent};
@@ -252,6 +256,7 @@ TEST_F(AppDelegateTest, DrawsOnlyWhatChangedAndWhenItChanges) {
   launch();
   const std::size_t before = bar.shown.size();
   advance(60);
+  looks.onChange();
   EXPECT_EQ(bar.shown.size(), before) << "the same picture and words are not sent again";
   advance(30.5);
   EXPECT_EQ(last().tooltip, "Codex: 5h 80% used, updated 1m ago");
@@ -273,7 +278,10 @@ TEST_F(AppDelegateTest, AResetDrainsItsRingUnlessMotionIsReduced) {
     for (const auto& [wait, left] : {std::pair(100.0, Sweeps{0.5}), std::pair(8.0, Sweeps())}) {
       advance(wait);
       const std::size_t before = bar.shown.size();
-      advance(2);
+      for (int i = 0; i < 200; ++i) {
+        loop.advance(Seconds{0.01});
+        looks.onChange();  // which holds no frame up
+      }
       const Sweeps first = sweeps(bar.shown[before]);
       EXPECT_EQ(first.size() > left.size() && first.back() != 0.8, !reduceMotion) << wait;
       EXPECT_EQ(bar.shown.size() > before + 10, !reduceMotion) << "frames that look alike are one";
@@ -308,20 +316,29 @@ TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
   EXPECT_EQ(row().subLabel, "in 2m");
   advance(10);
   EXPECT_EQ(row().subLabel, "in 1m") << "counted from the moment it opened";
+  EXPECT_LT(*loop.nextTimer() - loop.now(), Seconds{60});
   click();
   EXPECT_LT(last().mark.size.width, wide);
+  EXPECT_GT(*loop.nextTimer() - loop.now(), Seconds{60}) << "nothing counts any more";
 }
 
 TEST_F(AppDelegateTest, NothingRunsOnAfterTheEnd) {
-  launch();
-  delegate->applicationWillTerminate();
-  settle();
-  EXPECT_FALSE(store->engineRuns());
-  const std::size_t before = bar.shown.size();
-  const std::size_t reads = codex->calls.size();
-  advance(400);
-  EXPECT_EQ(bar.shown.size(), before);
-  EXPECT_EQ(codex->calls.size(), reads);
+  for (const auto& [refusals, until] : {std::pair(100, 0.0), {0, 0.0}, {0, 100.5}}) {
+    bar.refusals = refusals;
+    show({five(80, 100)});
+    launch();
+    advance(until);  // a retry, a repaint, a drain is due next
+    delegate->applicationWillTerminate();
+    settle();
+    EXPECT_FALSE(store->engineRuns() || popover.onClosed || looks.onChange);
+    EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 0);
+    const auto before = std::tuple(bar.shown.size(), codex->calls.size(), log.lines.size());
+    advance(400);
+    EXPECT_EQ(std::tuple(bar.shown.size(), codex->calls.size(), log.lines.size()), before);
+    store->start();
+    delegate.reset();
+    EXPECT_TRUE(store->engineRuns()) << "ended once";
+  }
 }
 
 }  // namespace

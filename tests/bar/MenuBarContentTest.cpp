@@ -103,6 +103,8 @@ TEST_F(MenuBarContentTest, AsksForTheNextMomentThatLooksDifferent) {
   EXPECT_EQ(next({in(-5), now}, {in(-5)}), std::nullopt) << "what is past changes no more";
   EXPECT_EQ(next({in(90), in(40)}, {}), 40.25);
   EXPECT_EQ(next({in(40)}, {in(125.5)}), 5.75) << "the minute count of a token";
+  EXPECT_EQ(menuRepaintDelay(now, in(40)), Seconds{40});
+  EXPECT_EQ(menuRepaintDelay(now, in(-40)), Seconds{0.25});
 
   const auto nextOf = [&](const std::vector<ProviderSnapshot>& bar,
                           const std::vector<ProviderSnapshot>& cards) {

@@ -118,6 +118,7 @@ std::string shown(const MenuGauge& gauge, MenuBarStyle style) {
   const MenuBarSegment s = menuBarSegment(gauge, style, now);
   EXPECT_EQ(s.bar, gauge.outer.bar);
   EXPECT_EQ(s.inner.has_value(), gauge.inner.has_value());
+  EXPECT_EQ(s.rendersInner, !gauge.inner || gauge.inner->rendersGauge);
   std::string text = isDrawn(gauge) ? "" : "left out ";
   for (const auto& part : {s.label, s.token, s.reset, s.innerLabel, s.innerToken, s.innerReset}) {
     text += part.value_or("-") + " ";

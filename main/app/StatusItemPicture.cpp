@@ -1,0 +1,49 @@
+#include "app/StatusItemPicture.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "MenuBarRender.h"
+#include "bar/MenuBarContent.h"
+#include "bar/Palette.h"
+
+namespace marigold {
+
+StatusItemPicture::Redraw StatusItemPicture::redraw(AppearanceSettings appearance,
+                                                    bool popoverShown, Date now) {
+  const Preferences& chosen = store_.preferences();
+  appearance.darkMenuBar = effectiveDarkMenuBar(chosen.barColors(), appearance.darkMenuBar);
+  const std::vector<MenuBarItem> items =
+      resolveMenuBar(published(store_.menuBarBars()), chosen, now);
+  drains.redraw(menuSlotMemos(items), now, appearance.reduceMotion);
+
+  const bool anyPresent = std::ranges::any_of(
+      allCases<ProviderID>, [this](ProviderID provider) { return store_.isPresent(provider); });
+  StatusItemContent next = MenuBarRender::statusItemContent(
+      menuBarContent(items, drains.percentages(), anyPresent, now, localTime_),
+      chosen.menuBarStyle(), appearance, devBuild_, textMeasurer_);
+  const auto current = content_ ? std::optional(content_->mark.size.width) : std::nullopt;
+  const double width = pinnedMarkWidth(next.mark.size.width, current, popoverShown);
+  next.mark = MenuBarRender::padded(std::move(next.mark), width);
+  const bool isNew = content_ != next;
+  content_ = std::move(next);
+
+  const auto cards =
+      popoverShown ? published(store_.visibleProviders()) : std::vector<ProviderSnapshot>();
+  const MenuRepaintTimes times = menuRepaintTimes(items, cards, now);
+  return {.isNew = isNew, .next = nextMenuRepaint(now, times.countdowns, times.resets)};
+}
+
+// The published readings among those of `providers`.
+std::vector<ProviderSnapshot> StatusItemPicture::published(
+    const std::vector<ProviderID>& providers) const {
+  std::vector<ProviderSnapshot> readings;
+  for (const ProviderID provider : providers) {
+    if (const auto& snapshot = store_.snapshot(provider)) {
+      readings.push_back(*snapshot);
+    }
+  }
+  return readings;
+}
+
+}  // namespace marigold

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "UsageStore.h"
+#include "bar/ResetDrain.h"
+#include "base/Drawing.h"
+#include "ports/Appearance.h"
+#include "ports/LocalTimeText.h"
+#include "ports/StatusItem.h"
+
+namespace marigold {
+
+/// What the status item shows of the store, and what one redraw of it leaves to the next: a width
+/// that must not shrink, drains that run.
+class StatusItemPicture {
+ public:
+  /// The references must outlive this.
+  StatusItemPicture(const UsageStore& store, const LocalTimeText& localTime,
+                    const TextMeasurer& textMeasurer, bool devBuild)
+      : store_(store), localTime_(localTime), textMeasurer_(textMeasurer), devBuild_(devBuild) {}
+
+  struct Redraw {
+    bool isNew = false;        ///< `content` is another than before
+    std::optional<Date> next;  ///< when something shown, in an open popover too, changes by itself
+  };
+  Redraw redraw(AppearanceSettings appearance, bool popoverShown, Date now);
+  /// As last redrawn; nothing before.
+  [[nodiscard]] const std::optional<StatusItemContent>& content() const { return content_; }
+
+  RunningDrains drains;  ///< the next redraw shows the step they are at
+
+ private:
+  [[nodiscard]] std::vector<ProviderSnapshot> published(
+      const std::vector<ProviderID>& providers) const;
+
+  const UsageStore& store_;
+  const LocalTimeText& localTime_;
+  const TextMeasurer& textMeasurer_;
+  bool devBuild_;
+  std::optional<StatusItemContent> content_;
+};
+
+}  // namespace marigold
