@@ -29,6 +29,7 @@ class MarigoldApp::Parts {
                 .random = desktop.random,
                 .log = desktop.log,
                 .surroundings = desktop_.surroundings,
+                .loginItem = desktop.loginItem,
                 .claude = claude_,
                 .codex = {.worker = codexWorker_,
                           .reader = std::make_unique<CodexProvider>(
@@ -48,7 +49,6 @@ class MarigoldApp::Parts {
                    .popover = desktop.popover,
                    .appearance = desktop.appearance,
                    .application = desktop.application,
-                   .loginItem = desktop.loginItem,
                    .updater = desktop.updater,
                    .localTime = desktop.localTime,
                    .textMeasurer = desktop.textMeasurer,

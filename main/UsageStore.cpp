@@ -40,6 +40,7 @@ UsageStore::UsageStore(Services services)
       surroundings_(services.surroundings),
       cache_(services.surroundings),
       preferences_(services.defaults),
+      login_(services.loginItem, services.log),
       claudeProvider_(services.claude),
       codexProvider_(loop_, services.eventStreams, std::move(services.codex),
                      [this](const WatchBatch& batch, const Work& done) {
@@ -50,6 +51,7 @@ UsageStore::UsageStore(Services services)
                       filesChanged(ProviderID::grok, batch, done);
                     }) {
   preferences_.onChange = [this] { stateChanged(); };
+  login_.onChange = [this] { stateChanged(); };
   claudeProvider_.onLateResult = lifetime_.guard([this](ProviderSnapshot snapshot) {
     if (engineRuns_) {
       answerTo(ProviderID::claude)(std::move(snapshot));

@@ -21,6 +21,7 @@
 #include "ports/Log.h"
 #include "ports/RandomSource.h"
 #include "store/FileSource.h"
+#include "store/LaunchAtLogin.h"
 #include "store/Publication.h"
 
 namespace marigold {
@@ -55,6 +56,7 @@ class UsageStore {
     RandomSource& random;
     Log& log;
     const Surroundings& surroundings;
+    LoginItem& loginItem;
     ClaudeReader& claude;
     FileSource::Origin codex;
     FileSource::Origin grok;
@@ -96,6 +98,19 @@ class UsageStore {
   [[nodiscard]] std::vector<ProviderID> menuBarBars() const;
   [[nodiscard]] Preferences& preferences() noexcept { return preferences_; }
   [[nodiscard]] const Preferences& preferences() const noexcept { return preferences_; }
+
+  void setLaunchAtLogin(bool on) { login_.setLaunchAtLogin(on); }
+  void refreshLoginItemStatus() { login_.refreshLoginItemStatus(); }
+  void reregisterLoginItemIfEnabled() { login_.reregisterLoginItemIfEnabled(); }
+  [[nodiscard]] bool launchAtLogin() const noexcept { return login_.launchAtLogin(); }
+  [[nodiscard]] const std::optional<std::string>& launchAtLoginError() const noexcept {
+    return login_.launchAtLoginError();
+  }
+  /// The user must still agree in the system's settings, which the other shows.
+  [[nodiscard]] bool launchAtLoginRequiresApproval() const noexcept {
+    return login_.requiresApproval();
+  }
+  void openLoginItemSettings() { login_.openLoginItemSettings(); }
 
   [[nodiscard]] bool engineRuns() const noexcept { return engineRuns_; }
   /// A Claude read has completed since launch or since Claude was turned back on.
@@ -161,6 +176,7 @@ class UsageStore {
   const Surroundings& surroundings_;
   DiskCache cache_;
   Preferences preferences_;
+  LaunchAtLogin login_;
   ClaudeReader& claudeProvider_;
   FileSource codexProvider_;
   FileSource grokProvider_;

@@ -40,6 +40,7 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
   };
   struct Control final : ApplicationControl {
     explicit Control(std::vector<std::string>& journal) : ends(journal) {}
+    void showAbout(const AboutPanel& /*about*/) override {}
     void quit() override {}
     void leaveRegardless(Seconds after) override {
       ends.push_back("at the latest in " + std::to_string(after.count()));

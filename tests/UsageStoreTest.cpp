@@ -231,6 +231,66 @@ TEST_F(UsageStoreTest, TurningClaudeOffDropsWhatIsOutAndStaysOff) {
   EXPECT_FALSE(store->claudeReadLatched());
 }
 
+TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
+  using enum LoginItem::Status;
+  struct {
+    LoginItem::Status now;
+    bool on;
+    std::string refusal;
+    LoginItem::Status registered;
+    bool launches;
+    std::string error;
+    Calls asked;
+    Calls logged;
+  } const rows[] = {
+      {notRegistered, true, "", enabled, true, "", {"register"}, {}},
+      {notRegistered, true, "", requiresApproval, false, "", {"register", "settings"}, {}},
+      {notRegistered,
+       true,
+       "no room",
+       enabled,
+       false,
+       "Could not turn on launch at login: no room",
+       {"register"},
+       {"Marigold: SMAppService register failed: no room"}},
+      {enabled,
+       false,
+       "no way",
+       enabled,
+       true,
+       "Could not turn off launch at login: no way",
+       {"unregister"},
+       {"Marigold: SMAppService unregister failed: no way"}},
+      {enabled, false, "", enabled, false, "", {"unregister"}, {}}};
+  for (const auto& row : rows) {
+    loginItem.now = row.now;
+    loginItem.refusal = row.refusal;
+    loginItem.registered = row.registered;
+    settle();
+    loginItem.asked.clear();
+    log.lines.clear();
+    notified = 0;
+    store->setLaunchAtLogin(row.on);
+    settle();
+    EXPECT_EQ(store->launchAtLogin(), row.launches);
+    EXPECT_EQ(store->launchAtLoginRequiresApproval(), loginItem.now == requiresApproval);
+    EXPECT_EQ(store->launchAtLoginError().value_or(""), row.error);
+    EXPECT_EQ(loginItem.asked, row.asked);
+    EXPECT_EQ(log.lines, row.logged);
+    EXPECT_EQ(notified, 1);
+  }
+  // At the start: nothing is turned on, and what cannot be renewed stays as it is.
+  loginItem.asked.clear();
+  store->reregisterLoginItemIfEnabled();
+  EXPECT_EQ(loginItem.asked, Calls());
+  loginItem.now = enabled;
+  loginItem.refusal = "no room";
+  store->reregisterLoginItemIfEnabled();
+  EXPECT_EQ(loginItem.asked, Calls{"register"});
+  EXPECT_TRUE(store->launchAtLogin());
+  EXPECT_FALSE(store->launchAtLoginError());
+}
+
 TEST_F(UsageStoreTest, ClearingForgetsEverythingAtOnce) {
   const DiskCache cache(surroundings);
   directory.write("caches/test.marigold/Cache.db", "x");

@@ -25,7 +25,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   setUpPopover();
   s_.store.onStateChange = [this] { refresh(); };
   clockObserver_ = s_.attention.observe(AttentionEvent::clockChange, [this] { refresh(); });
-  s_.loginItem.reregisterIfEnabled();
+  s_.store.reregisterLoginItemIfEnabled();
   s_.store.start();
   engineRunning_ = true;
   refreshStatusItem();
@@ -86,7 +86,7 @@ void AppDelegate::showPopover() {
   if (!statusItem_) {
     return;
   }
-  s_.loginItem.refreshStatus();
+  s_.store.refreshLoginItemStatus();
   s_.application.activate();
   updateCards();
   s_.popover.open();

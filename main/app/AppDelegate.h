@@ -15,7 +15,6 @@
 #include "ports/Attention.h"
 #include "ports/LocalTimeText.h"
 #include "ports/Log.h"
-#include "ports/LoginItem.h"
 #include "ports/Popover.h"
 #include "ports/StatusItem.h"
 #include "ports/Updater.h"
@@ -36,7 +35,6 @@ class AppDelegate {
     Popover& popover;
     Appearance& appearance;
     ApplicationControl& application;
-    LoginItem& loginItem;
     Updater& updater;
     const LocalTimeText& localTime;
     const TextMeasurer& textMeasurer;

@@ -74,14 +74,9 @@ struct Control final : Noting<ApplicationControl> {
   using Noting::Noting;
   void installMainMenu() override { note("main menu"); }
   void activate() override { note("activate"); }
+  void showAbout(const AboutPanel& about) override { note(about.name.c_str()); }
   void quit() override { note("quit"); }
   void leaveRegardless(Seconds /*after*/) override { note("leave"); }
-};
-
-struct Login final : Noting<LoginItem> {
-  using Noting::Noting;
-  void refreshStatus() override { note("login status"); }
-  void reregisterIfEnabled() override { note("reregister"); }
 };
 
 class AppDelegateTest : public testing::Test, protected test::StoreFixture {
@@ -91,7 +86,6 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
   Window popover{journal};
   Looks looks;
   Control application{journal};
-  Login login{journal};
   Updater updater;
   test::FixedLocalTimeText times;
   test::FixedTextMeasurer measurer;
@@ -124,7 +118,7 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
   }
   void start() {
     delegate = std::make_unique<AppDelegate>(
-        AppDelegate::Services{*store, loop, log, attention, bar, popover, looks, application, login,
+        AppDelegate::Services{*store, loop, log, attention, bar, popover, looks, application,
                               updater, times, measurer, surroundings, 42});
     delegate->applicationDidFinishLaunching();
   }
@@ -148,8 +142,10 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
 
 TEST_F(AppDelegateTest, LaunchesInOrderAndShowsWhatIsKnown) {
   bar.refusals = 2;
+  loginItem.now = LoginItem::Status::enabled;
   start();
-  EXPECT_EQ(journal, (Journal{"main menu", "reregister"}));
+  EXPECT_EQ(journal, (Journal{"main menu"}));
+  EXPECT_EQ(loginItem.asked, (Journal{"register"}));
   EXPECT_EQ(log.lines.front(), "launched (pid 42)");
   advance(0.75);
   EXPECT_EQ(std::ranges::count(log.lines, "status item had no button; retrying shortly"), 2);
@@ -231,7 +227,8 @@ TEST_F(AppDelegateTest, ClicksOpenThePopoverOrTheMenuAndCountAsAttention) {
     titles += item.title + ";";
   }
   ASSERT_EQ(titles, "Open Marigold;Refresh Now;;Quit Marigold;");
-  const Journal opened{"login status", "activate", "popover"};
+  loginItem.now = LoginItem::Status::enabled;
+  const Journal opened{"activate", "popover"};
   for (const auto& [act, expected, reads] :
        std::vector<std::tuple<std::function<void()>, Journal, bool>>{
            {[&] { click(); }, opened, true},
@@ -249,6 +246,7 @@ TEST_F(AppDelegateTest, ClicksOpenThePopoverOrTheMenuAndCountAsAttention) {
     settle();
     EXPECT_EQ(journal, expected);
     EXPECT_EQ(codex->calls.size() > before, reads);
+    EXPECT_TRUE(store->launchAtLogin()) << "read when the popover opened first";
   }
 }
 

@@ -137,6 +137,33 @@ struct ScriptedAttention final : Attention {
   int tell(AttentionEvent event) { return observers.tell(event); }
 };
 
+/// Launching at login in the test's hands.
+struct ScriptedLoginItem final : LoginItem {
+  Status now = Status::notRegistered;
+  Status registered = Status::enabled;  ///< what registering leads to
+  std::string refusal;                  ///< why it is refused, when it is
+  std::vector<std::string> asked;
+
+  [[nodiscard]] Status status() const override { return now; }
+  std::expected<void, std::string> registerProgram() override {
+    return become("register", registered);
+  }
+  std::expected<void, std::string> unregisterProgram() override {
+    return become("unregister", Status::notRegistered);
+  }
+  void openSystemSettings() override { asked.emplace_back("settings"); }
+
+ private:
+  std::expected<void, std::string> become(const char* what, Status next) {
+    asked.emplace_back(what);
+    if (!refusal.empty()) {
+      return std::unexpected(refusal);
+    }
+    now = next;
+    return {};
+  }
+};
+
 struct FixedRandom final : RandomSource {
   double value = 0.5;
   double fraction() override { return value; }
@@ -159,6 +186,7 @@ struct StoreFixture {
   ScriptedAttention attention;
   FixedRandom random;
   RecordingLog log;
+  ScriptedLoginItem loginItem;
   ScriptedClaude claude;
   ScriptedProvider* codex = nullptr;
   ScriptedProvider* grok = nullptr;
@@ -180,6 +208,7 @@ struct StoreFixture {
         .random = random,
         .log = log,
         .surroundings = surroundings,
+        .loginItem = loginItem,
         .claude = claude,
         .codex = {.worker = codexWorker, .reader = std::move(codexProvider), .directory = sessions},
         .grok = {.worker = grokWorker, .reader = std::move(grokProvider), .directory = logs}});

@@ -8,7 +8,20 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "linux/popover/AboutDialog.h"
+
 namespace marigold {
+
+LinuxApplicationControl::LinuxApplicationControl() = default;
+
+LinuxApplicationControl::~LinuxApplicationControl() = default;
+
+void LinuxApplicationControl::showAbout(const AboutPanel& about) {
+  about_ = makeAboutDialog(about);
+  about_->show();
+  about_->raise();
+  about_->activateWindow();
+}
 
 void LinuxApplicationControl::quit() {
   // Not quit(), which asks every window first, and one may refuse.
