@@ -15,6 +15,7 @@ struct AppearanceSettings {
   DarkMenuBar darkMenuBar = DarkMenuBar::unknown;
   bool increaseContrast = false;  ///< the user asked for more contrast
   bool reduceMotion = false;      ///< the user asked for less motion
+  bool darkWindows = false;       ///< the desktop's windows are dark, whatever its bar is
 
   bool operator==(const AppearanceSettings&) const = default;
 };

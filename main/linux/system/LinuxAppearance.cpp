@@ -116,7 +116,8 @@ class LinuxAppearance::Sources final : public QObject {
   [[nodiscard]] AppearanceSettings settings() const {
     return {.darkMenuBar = ground(),
             .increaseContrast = said_.contrast == 1 || said_.gnomeHighContrast,
-            .reduceMotion = said_.motion == 1 || !said_.gnomeAnimates};
+            .reduceMotion = said_.motion == 1 || !said_.gnomeAnimates,
+            .darkWindows = hasWindows() && windowsAreDark()};
   }
 
   bool eventFilter(QObject* watched, QEvent* event) override {
@@ -146,6 +147,10 @@ class LinuxAppearance::Sources final : public QObject {
     }
   }
 
+  [[nodiscard]] bool windowsAreDark() const {
+    return said_.colorScheme == 1 || (said_.colorScheme != 2 && isDark(themes_));
+  }
+
   Q_SLOT void settingChanged(const QString& space, const QString& key, const QDBusVariant& value) {
     said_.take(space, key, value.variant());
     color();
@@ -158,7 +163,7 @@ class LinuxAppearance::Sources final : public QObject {
       return;
     }
     const bool contrast = said_.contrast == 1 || said_.gnomeHighContrast;
-    const bool dark = said_.colorScheme == 1 || (said_.colorScheme != 2 && isDark(themes_));
+    const bool dark = windowsAreDark();
     QPalette wanted = themes_;
     if (contrast) {
       wanted = QPalette(dark ? Qt::black : Qt::white);

@@ -14,7 +14,7 @@ namespace marigold {
 /// Nothing waits for the portal: until it answers, and where there is none, the palette and the
 /// ordinary contrast and motion hold. What it said holds on while it is away. Works with any Qt
 /// application. Windows follow the portal's colour scheme and contrast too, where the toolkit's
-/// theme does not: they get a palette that does.
+/// theme does not: they get a palette that does. What the bar's program says is the bar's alone.
 class LinuxAppearance final : public Appearance {
  public:
   /// Asks on `bus`, the user's session bus.

@@ -52,9 +52,9 @@ class LinuxAppearanceTest : public testing::Test {
 
  protected:
   // Waits for one change, and takes no other.
-  void expect(DarkMenuBar ground, bool contrast, bool still) {
+  void expect(DarkMenuBar ground, bool contrast, bool still, bool darkWindows) {
     EXPECT_TRUE(test::eventually([this] { return !changes.empty(); }));
-    EXPECT_EQ(changes, (std::vector{AppearanceSettings{ground, contrast, still}}));
+    EXPECT_EQ(changes, (std::vector{AppearanceSettings{ground, contrast, still, darkWindows}}));
     changes.clear();
   }
   static void usePalette(Qt::GlobalColor window, Qt::GlobalColor text) {
@@ -103,37 +103,37 @@ TEST_F(LinuxAppearanceTest, FollowsThePortalAndThePalette) {
   EXPECT_EQ(appearance.settings(), (AppearanceSettings{unknown, false, false}))
       << "the toolkit's own colours tell nothing";
   usePalette(Qt::white, Qt::black);
-  expect(light, false, false);
+  expect(light, false, false, false);
   usePalette(Qt::black, Qt::white);
-  expect(dark, false, false);
+  expect(dark, false, false, true);
 
   portal.answer = "not settings";
   ASSERT_TRUE(bus.registerService(service));
   EXPECT_TRUE(test::eventually([&] { return portal.asked == 1; }));
   restart({{any, {{"color-scheme", 2U}, {"contrast", wrapped(1U)}}},
            {gnome, {{"enable-animations", false}, {"font-name", "Sans"}}}});
-  expect(light, true, true);
+  expect(light, true, true, false);
   EXPECT_EQ(QGuiApplication::palette().color(QPalette::Window), QColor(Qt::white))
       << "windows as the portal says";
   say(any, "contrast", 2U);
-  expect(light, false, true);
+  expect(light, false, true, false);
   say(any, "color-scheme", "1");  // these are of another type or namespace
   say(any, "color-scheme", true);
   say(gnome, "color-scheme", 1U);
   say(gnome, "enable-animations", wrapped(true));
-  expect(light, false, false);
+  expect(light, false, false, false);
   say(any, "reduced-motion", 1U);
-  expect(light, false, true);
+  expect(light, false, true, false);
   say("org.gnome.desktop.a11y.interface", "high-contrast", true);
-  expect(light, true, true);
+  expect(light, true, true, false);
   say(any, "color-scheme", 0U);
-  expect(dark, true, true);  // as the palette is
+  expect(dark, true, true, true);  // as the palette is
   usePalette(Qt::white, Qt::black);
-  expect(light, true, true);
+  expect(light, true, true, false);
   say(any, "color-scheme", 1U);
-  expect(dark, true, true);
+  expect(dark, true, true, true);
   restart({{any, {{"color-scheme", 1U}}}});
-  expect(dark, false, false);
+  expect(dark, false, false, true);
   EXPECT_LT(qGray(QGuiApplication::palette().color(QPalette::Window).rgb()), 64);
   usePalette(Qt::black, Qt::white);
   EXPECT_EQ(QGuiApplication::palette().color(QPalette::Window), QColor(Qt::black))
@@ -164,27 +164,28 @@ TEST_F(LinuxAppearanceTest, ABarThatDecidesByItselfGoesFirst) {
     EXPECT_TRUE(bus.registerService("org.kde.StatusNotifierWatcher"));
   };
   usePalette(Qt::white, Qt::black);
-  expect(light, false, false);
+  expect(light, false, false, false);
   for (const char* program : {"gnome-shell", "waybar", "swaybar"}) {
     meet(program);
-    expect(dark, false, false);
+    expect(dark, false, false, false);
     bus.unregisterService("org.kde.StatusNotifierWatcher");
-    expect(light, false, false);
+    expect(light, false, false, false);
   }
   panel.answer = wrapped(true);
   meet("xfce4-panel");
-  expect(dark, false, false);
+  expect(dark, false, false, false);
   panelIsDark("others", false);
   panelIsDark("xfce4-panel", false);
-  expect(light, false, false);
+  expect(light, false, false, false);
   plasmaHas("night");
   meet("kded5");
-  expect(dark, false, false);
+  expect(dark, false, false, false);
   plasmaHas("day");
-  expect(light, false, false);
+  expect(light, false, false, false);
   usePalette(Qt::black, Qt::white);
+  expect(light, false, false, true);
   plasmaHas("default");
-  expect(dark, false, false);  // as applications are
+  expect(dark, false, false, true);  // as applications are
 }
 
 TEST(LinuxAppearance, IsOrdinaryWithoutBusAndDisplay) {
