@@ -2,11 +2,13 @@
 
 #include "claude/ClaudeUsage.h"
 #include "claude/HTTPClassification.h"
+#include "support/Told.h"
 
 namespace marigold {
 namespace {
 
 using namespace std::chrono_literals;
+using test::toldInFull;
 using Verdict = ClaudePayloadVerdict;
 
 TEST(ClaudeUsage, ARequestHoldsTheTokenApart) {
@@ -33,79 +35,53 @@ TEST(ClaudeUsage, ClassifiesAStatus) {
   }
 }
 
-TEST(ClaudeUsage, ReadsAnAnswer) {
-  const auto usage = ClaudeUsage::decode(
-      R"({"five_hour":{"utilization":10.0,"resets_at":"2026-06-14T20:00:00.000Z"},)"
-      R"("seven_day":{"utilization":15.0,"resets_at":"2026-06-16T00:00:00Z"},)"
-      R"("seven_day_opus":null,"seven_day_sonnet":{"utilization":1.0,"resets_at":null},)"
-      R"("tangelo":null,"iguana_necktie":null,"extra_usage":{"is_enabled":true,)"
-      R"("monthly_limit":1000,"used_credits":266.0,"utilization":26.6,"currency":"USD"},"limits":[)"
-      R"({"kind":"weekly_scoped","percent":42.5,"scope":{"model":{"display_name":"Fable 5"}}},)"
-      R"({"kind":"weekly_scoped","percent":null,"scope":{"model":{"display_name":"Ghost"}}},)"
-      R"("bogus",{"kind":"weekly_scoped","percent":12.0,"scope":null},)"
-      R"({"kind":"weekly_scoped","percent":99.0,"scope":{"model":{"display_name":"SONNET"}}}]})");
-  ASSERT_TRUE(usage.has_value());
-  EXPECT_EQ(usage->limits.value().size(), 4U);
-  const Date now = dateFromEpoch(1.7814e9);
-  const ProviderSnapshot expected{.provider = ProviderID::claude,
-                                  .windows = {{"5h", 10, dateFromEpoch(1781467200.0)},
-                                              {"Weekly", 15, dateFromEpoch(1781568000.0)},
-                                              {"Sonnet", 1, {}},
-                                              {"Fable 5", 42.5, {}}},
-                                  .capturedAt = now,
-                                  .planLabel = "Claude Max",
-                                  .extraNote = "Extra usage 27%"};
-  EXPECT_EQ(usage->snapshot(now, "max"), expected);
-  EXPECT_EQ(usage->snapshot(now, {}).planLabel, std::nullopt);
-  EXPECT_EQ(usage->snapshot(now, "team").planLabel, "Claude Team");
-  EXPECT_EQ(usage->snapshot(now, "enterprise plus").planLabel, "Claude Enterprise Plus");
-}
-
 TEST(ClaudeUsage, ABadFieldCostsThatFieldOnly) {
   const auto scoped = [](const std::string& percent, const std::string& kind = "weekly_scoped",
                          const std::string& name = "M") {
-    return R"({"limits":[{"kind":")" + kind + R"(","percent":)" + percent +
-           R"(,"scope":{"model":{"display_name":")" + name + R"("}}}]})";
+    return R"({"kind":")" + kind + R"(","percent":)" + percent +
+           R"(,"scope":{"model":{"display_name":")" + name + R"("}}})";
   };
-  const std::vector<std::tuple<std::string, Verdict, std::optional<double>>> cases = {
-      {"{}", Verdict::unrecognized, {}},
-      {R"({"error":{"type":"x"}})", Verdict::unrecognized, {}},
-      {R"({"cinder_cove":null})", Verdict::noActiveWindows, {}},
-      {R"({"five_hour":[],"limits":{}})", Verdict::noActiveWindows, {}},
-      {R"({"five_hour":{"utilization":null}})", Verdict::noActiveWindows, {}},
-      {R"({"five_hour":{"utilization":101.5}})", Verdict::rejectedValues, {}},
-      {R"({"seven_day_opus":{"utilization":1e400}})", Verdict::rejectedValues, {}},
+  const std::string extra = R"({"extra_usage":{"is_enabled":true,"used_credits":)";
+  const std::vector<std::tuple<std::string, Verdict, std::string>> cases = {
+      {R"({"five_hour":{"utilization":10.0,"resets_at":"2027-01-15T08:01:40.000Z"},)"
+       R"("seven_day":{"utilization":15.0,"resets_at":"2027-01-15T08:03:20Z"},)"
+       R"("seven_day_opus":null,"seven_day_sonnet":{"utilization":1.0,"resets_at":null},)"
+       R"("tangelo":null,"extra_usage":{"is_enabled":true,"monthly_limit":1000,)"
+       R"("used_credits":266.0,"utilization":26.6,"currency":"USD"},"limits":[)" +
+           scoped("42.5", "weekly_scoped", "Fable 5") + "," + scoped("null") + ",\"bogus\"," +
+           R"({"kind":"weekly_scoped","percent":12.0,"scope":null},)" +
+           scoped("99.0", "weekly_scoped", "SONNET") + "]}",
+       Verdict::usable,
+       "5h 10 until 1800000100, Weekly 15 until 1800000200, Sonnet 1, Fable 5 42.5, "
+       "Extra usage 27%"},
+      {"{}", Verdict::unrecognized, ""},
+      {R"({"error":{"type":"x"}})", Verdict::unrecognized, ""},
+      {R"({"cinder_cove":null})", Verdict::noActiveWindows, ""},
+      {R"({"five_hour":[],"limits":{}})", Verdict::noActiveWindows, ""},
+      {R"({"five_hour":{"utilization":null}})", Verdict::noActiveWindows, ""},
+      {R"({"seven_day_opus":{"utilization":1e400}})", Verdict::rejectedValues, ""},
       {R"({"five_hour":{"utilization":1e400},"seven_day":{"utilization":"7"}})", Verdict::usable,
-       7},
-      {R"({"five_hour":{"utilization":-0.5,"resets_at":1e999}})", Verdict::usable, 0},
-      {scoped("100.7"), Verdict::usable, 100},
-      {scoped("true"), Verdict::rejectedValues, {}},
-      {scoped("50", "Weekly_scoped"), Verdict::noActiveWindows, {}},
-      {scoped("50", "weekly_scoped", ""), Verdict::noActiveWindows, {}}};
-  for (const auto& [body, verdict, percent] : cases) {
-    const auto usage = ClaudeUsage::decode(body);
-    ASSERT_TRUE(usage.has_value()) << body;
-    const ProviderSnapshot snapshot = usage->snapshot({}, {});
-    EXPECT_EQ(snapshot.headlinePercent(), percent) << body;
-    EXPECT_EQ(claudePayloadVerdict(snapshot.isUsable(), usage->recognizedEnvelope,
-                                   usage->rejectedValue()),
-              verdict)
+       "Weekly 7"},
+      {R"({"five_hour":{"utilization":-0.5,"resets_at":1e999}})", Verdict::usable, "5h 0"},
+      {"{\"limits\":[" + scoped("true") + "]}", Verdict::rejectedValues, ""},
+      {"{\"limits\":[" + scoped("50", "Weekly_scoped") + "]}", Verdict::noActiveWindows, ""},
+      {"{\"limits\":[" + scoped("50", "weekly_scoped", "") + "]}", Verdict::noActiveWindows, ""},
+      {extra + "1}}", Verdict::noActiveWindows, "Extra usage on"},
+      {extra + R"(1,"utilization":"100.9"}})", Verdict::noActiveWindows, "Extra usage 100%"},
+      {extra + R"(1,"utilization":200}})", Verdict::noActiveWindows, "Extra usage on"},
+      {extra + R"(0,"utilization":5}})", Verdict::noActiveWindows, ""},
+      {R"({"extra_usage":{"is_enabled":1,"used_credits":5}})", Verdict::noActiveWindows, ""}};
+  for (const auto& [body, verdict, full] : cases) {
+    const auto usage = ClaudeUsage::decode(body).value();
+    const ProviderSnapshot reading = usage.snapshot({}, {});
+    EXPECT_EQ(toldInFull(reading), full) << body;
+    EXPECT_EQ(
+        claudePayloadVerdict(reading.isUsable(), usage.recognizedEnvelope, usage.rejectedValue()),
+        verdict)
         << body;
   }
+  EXPECT_EQ(toldInFull(ClaudeUsage::decode("{}")->snapshot({}, "team plus")), "Claude Team Plus");
   EXPECT_FALSE(ClaudeUsage::decode("[]"));
-}
-
-TEST(ClaudeUsage, NotesExtraUsageWithoutAmounts) {
-  const std::vector<std::pair<const char*, std::optional<std::string>>> cases = {
-      {R"("is_enabled":true,"used_credits":1)", "Extra usage on"},
-      {R"("is_enabled":true,"used_credits":1,"utilization":"100.9")", "Extra usage 100%"},
-      {R"("is_enabled":true,"used_credits":1,"utilization":200)", "Extra usage on"},
-      {R"("is_enabled":true,"used_credits":0,"utilization":5)", {}},
-      {R"("is_enabled":1,"used_credits":5)", {}}};
-  for (const auto& [extra, note] : cases) {
-    const auto usage = ClaudeUsage::decode(R"({"extra_usage":{)" + std::string(extra) + "}}");
-    EXPECT_EQ(usage.value().snapshot({}, {}).extraNote, note) << extra;
-  }
 }
 
 }  // namespace
