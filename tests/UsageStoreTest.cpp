@@ -138,7 +138,7 @@ TEST_F(UsageStoreTest, AReadThatHangsHoldsUpNobody) {
 TEST_F(UsageStoreTest, FileChangesReadOnlyTheirProviderAndRescanWhenPathsAreNotTrusted) {
   const std::vector<FileEvent> untrusted{{.path = "/x", .flags = eventFlag::mustScanSubDirs}};
   store->start();
-  streams.deliver(sessions, untrusted);
+  streams.deliver(sessions, {});
   settle();
   EXPECT_EQ(codex->calls, (Calls{"fetch", "fetch"})) << "the watch stands, no more";
   codex->calls.clear();
@@ -299,6 +299,7 @@ TEST_F(UsageStoreTest, ClearingForgetsEverythingAtOnce) {
   claudeSays(5);
   cache.save(shown(ProviderID::codex)->cached());
   store->refreshOnUserAttention();
+  grokWorker.settle();
   codexWorker.settle();  // a Codex answer is on its way while the user clears
   claudeSays(6);         // and Claude's waits for it
   store->clearStoredData();

@@ -88,12 +88,8 @@ std::optional<Health> claudeBackoffHealth(const HTTPClassification& classificati
 
 ClaudeBackoffDecision claudeBackoffDecision(const HTTPClassification& classification, int step,
                                             std::optional<Date> resetAt, Date now) {
-  using Kind = HTTPClassification::Kind;
   const int reached = step + 1;
-  const bool mayTell =
-      classification.kind == Kind::throttled || classification.kind == Kind::serverError;
-  const auto retryAfter = mayTell ? classification.retryAfter : std::nullopt;
-  const Date until = now + claudeCooldown(reached, retryAfter, resetAt, now);
+  const Date until = now + claudeCooldown(reached, classification.retryAfter, resetAt, now);
   return {.until = until,
           .health = claudeBackoffHealth(classification, until).value_or(Health::rateLimited(until)),
           .step = reached};

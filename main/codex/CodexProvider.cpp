@@ -89,7 +89,6 @@ void CodexProvider::forgetCache() {
   lastGood_.reset();
   lastProcessed_.reset();
   lastSource_.reset();
-  search_.forget();
   cache_.remove(id);
 }
 

@@ -108,13 +108,8 @@ void WatchCoalescer::drain() {
     loops_ = false;
     return;
   }
-  // One run ends once, however often its work says so.
-  auto running = std::make_shared<bool>(true);
-  Done done = lifetime_.guard([this, running, loopID = loopID_, start = loop_.now()] {
-    if (std::exchange(*running, false)) {
-      ended(loopID, start);
-    }
-  });
+  Done done =
+      lifetime_.guard([this, loopID = loopID_, start = loop_.now()] { ended(loopID, start); });
   // A copy, and nothing after it: the work may destroy the coalescer.
   const BatchWork work = work_;
   work(std::move(*batch), std::move(done));

@@ -62,7 +62,7 @@ class CodexWatcher {
 class WatchCoalescer {
  public:
   using Done = std::function<void()>;
-  /// Reads what the batch names and then calls `Done` on the loop's thread: at once, later, or
+  /// Reads what the batch names and then calls `Done` once on the loop's thread: at once, later, or
   /// never if it was cancelled. A call after that, or after the coalescer is gone, is harmless.
   using BatchWork = std::function<void(WatchBatch, Done)>;
 

@@ -13,21 +13,19 @@ using namespace std::chrono_literals;
 const Date start = dateFromEpoch(1e9);
 
 TEST(ClaudePacing, PollsFasterOnlyOnFreshEvidenceOfARise) {
-  const auto sample = [&](double percent, double at) {
-    return ClaudeCadenceSample{.percent = percent, .capturedAt = start + Seconds{at}};
-  };
-  struct Row {
-    double first, second, secondAt, now, interval;
-  };
-  for (const Row& row :
-       {Row{10, 12, 60, 60, 450}, Row{10, 12, 60, 1860, 450}, Row{10, 12, 60, 1861, 900},
-        Row{12, 10, 60, 60, 900}, Row{10, 10, 60, 60, 900}, Row{10, 12, 60, 59, 900},
-        Row{10, 12, 0, 60, 900}}) {
+  // The first reading, the second and when it is taken, the time, the interval then.
+  for (const auto& [first, second, taken, now, interval] :
+       std::initializer_list<std::array<double, 5>>{{10, 12, 60, 60, 450},
+                                                    {10, 12, 60, 1860, 450},
+                                                    {10, 12, 60, 1861, 900},
+                                                    {12, 10, 60, 60, 900},
+                                                    {10, 10, 60, 60, 900},
+                                                    {10, 12, 60, 59, 900},
+                                                    {10, 12, 0, 60, 900}}) {
     ClaudeCadenceTracker tracker;
-    tracker.observe(sample(row.first, 0));
-    tracker.observe(sample(row.second, row.secondAt));
-    EXPECT_EQ(tracker.interval(start + Seconds{row.now}), Seconds{row.interval})
-        << row.first << " then " << row.second << " at " << row.secondAt << ", now " << row.now;
+    tracker.observe(ClaudeCadenceSample{.percent = first, .capturedAt = start});
+    tracker.observe(ClaudeCadenceSample{.percent = second, .capturedAt = start + Seconds{taken}});
+    EXPECT_EQ(tracker.interval(start + Seconds{now}), Seconds{interval}) << second << ' ' << now;
     tracker.observe({});
     EXPECT_EQ(tracker, ClaudeCadenceTracker());
   }
@@ -42,11 +40,7 @@ TEST(ClaudePacing, PollsFasterOnlyOnFreshEvidenceOfARise) {
 }
 
 TEST(ClaudePacing, ReadsHeadersThatTellWhenToComeBack) {
-  struct Row {
-    const char* text = nullptr;
-    std::optional<std::chrono::seconds> retryAfter;
-    std::optional<Date> reset;
-  };
+  using Row = std::tuple<const char*, std::optional<std::chrono::seconds>, std::optional<Date>>;
   for (const auto& [text, retryAfter, reset] :
        {Row{" 120\t", 120s, start + 120s}, Row{"-0", 0s, start}, Row{"7199", 7199s, start + 7199s},
         Row{"7201", 7200s, start + 7201s}, Row{"1781455589", 7200s, dateFromEpoch(1781455589.0)},
@@ -81,19 +75,6 @@ TEST(ClaudePacing, DelaysDoubleUpToTheirCap) {
        {Row(30s, {}, 900), Row(5000s, {}, 5000), Row(0s, start + 4000s, 4000),
         Row(5000s, start + 4000s, 5000), Row({}, start + 100000s, 7200), Row({}, start, 900)}) {
     EXPECT_EQ(claudeCooldown(1, retryAfter, reset, start).count(), delay);
-  }
-}
-
-TEST(ClaudePacing, AnAnswerHoldsOffTheNextRequest) {
-  using Kind = HTTPClassification::Kind;
-  const Date later = start + Seconds{5000};
-  const Date second = start + Seconds{1800};
-  for (const auto& [kind, health] : {std::pair(Kind::throttled, Health::rateLimited(later)),
-                                     std::pair(Kind::serverError, Health::serverError(later)),
-                                     std::pair(Kind::unauthorized, Health::rateLimited(second)),
-                                     std::pair(Kind::ok, Health::rateLimited(second))}) {
-    EXPECT_EQ(claudeBackoffDecision({kind, 5000s}, 1, {}, start),
-              (ClaudeBackoffDecision{health.until().value(), health, 2}));
   }
 }
 

@@ -6,9 +6,8 @@
 namespace marigold {
 namespace {
 
-const WatchBatch rescan{.mustRescan = true};
-
-TEST(WatchBatch, MergesUpToItsLimit) {
+TEST(WatchBatch, AsksForARescanWherePathsSayTooLittle) {
+  const WatchBatch rescan{.mustRescan = true};
   WatchBatch batch;
   for (int i = 0; i < 256; ++i) {
     batch.merge({std::to_string(i)}, false);
@@ -17,9 +16,6 @@ TEST(WatchBatch, MergesUpToItsLimit) {
   batch.merge({"one more"}, false);
   batch.merge({"0"}, false);
   EXPECT_EQ(batch, rescan);
-}
-
-TEST(WatchBatch, AsksForARescanWherePathsSayTooLittle) {
   // Too much below or lost on the way, a changed root; a directory that came, went or was renamed.
   for (const unsigned flags : {0x1U, 0x2U, 0x4U, 0x20U, 0x20100U, 0x20200U, 0x20800U}) {
     EXPECT_EQ(watchBatch({"/a", "/b"}, {0, flags}), rescan) << flags;
@@ -28,28 +24,6 @@ TEST(WatchBatch, AsksForARescanWherePathsSayTooLittle) {
   for (const unsigned flags : {0x0U, 0x58U, 0x10B00U, 0x21000U}) {
     EXPECT_EQ(watchBatch({"/b"}, {flags}), WatchBatch{.paths = {"/b"}}) << flags;
   }
-}
-
-struct ScriptedSource final : EventStreamSource {
-  std::unique_ptr<EventStream> open(const std::string&, Seconds, Callback callback) override {
-    callback({});
-    callback({{.path = "/a"}});
-    return ++opened == 1 ? nullptr : std::make_unique<EventStream>();
-  }
-  int opened = 0;  // the first of them is refused
-};
-
-TEST(CodexWatcher, HoldsOneStreamBetweenStartAndStop) {
-  ScriptedSource source;
-  std::vector<WatchBatch> seen;
-  CodexWatcher watcher(source, "/", [&](WatchBatch batch) { seen.push_back(std::move(batch)); });
-  watcher.start();
-  EXPECT_EQ(seen, (std::vector{rescan, WatchBatch{.paths = {"/a"}}}));
-  watcher.start();
-  watcher.start();
-  watcher.stop();
-  watcher.start();
-  EXPECT_EQ(source.opened, 3);
 }
 
 class Coalescing : public testing::Test {
