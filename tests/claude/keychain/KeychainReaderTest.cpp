@@ -184,18 +184,21 @@ TEST(KeychainReader, ReadsPartitionsFromPropertyListsOnly) {
 }
 
 TEST(KeychainReader, InterpretsWhatTheToolDid) {
-  const auto outcome = [](SecretCommandResult result) {
-    return outcomeOf(Reader::interpret(result));
-  };
-  EXPECT_EQ(outcome({.status = 44, .timedOut = true, .overflowed = true, .launchFailed = true}),
-            "launchFailed");
-  EXPECT_EQ(outcome({.status = 44, .timedOut = true, .overflowed = true}), "timedOut");
-  EXPECT_EQ(outcome({.status = 44, .overflowed = true}), "overflow");
-  EXPECT_EQ(outcome({.status = 44, .stdoutBytes = Secret(login)}), "notInstalled");
-  EXPECT_EQ(outcome({.status = 51, .stdoutBytes = Secret(login)}), "exitStatus(51)");
-  EXPECT_EQ(outcome({.status = -1, .stdoutBytes = Secret(login)}), "exitStatus(-1)");
-  EXPECT_EQ(outcome({.stdoutBytes = Secret("")}), "decode");
-  EXPECT_EQ(outcome({.stdoutBytes = Secret(login)}), "read");
+  // The exit status, whether the launch failed, it timed out or overflowed, the outcome.
+  for (const auto& [status, failed, timedOut, overflowed, outcome] :
+       {std::tuple(44, true, true, true, "launchFailed"),
+        {44, false, true, true, "timedOut"},
+        {44, false, false, true, "overflow"},
+        {44, false, false, false, "notInstalled"},
+        {-1, false, false, false, "exitStatus(-1)"},
+        {0, false, false, false, "decode"}}) {
+    EXPECT_EQ(outcomeOf(Reader::interpret({.status = status,
+                                           .stdoutBytes = Secret(status == 0 ? "" : login),
+                                           .timedOut = timedOut,
+                                           .overflowed = overflowed,
+                                           .launchFailed = failed})),
+              outcome);
+  }
 }
 
 TEST(SecuritySecretRunner, SeesTwoVariables) {
