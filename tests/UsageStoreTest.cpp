@@ -87,6 +87,10 @@ TEST_F(UsageStoreTest, ChoosesClaudesIntervalByCadence) {
     advance(180);
     EXPECT_DOUBLE_EQ(claude.polls.back().count(), row.interval) << row.usage;
   }
+  store->turnOnClaude();
+  claude.replyAll(reading(ProviderID::claude, 14, loop.date()));
+  advance(180);
+  EXPECT_EQ(claude.polls.back(), Seconds{900}) << "the pace begins anew";
   EXPECT_FALSE(store->refreshInFlight());
   store->refreshNow();
   EXPECT_EQ(claude.polls.back(), Seconds{0});
@@ -229,6 +233,8 @@ TEST_F(UsageStoreTest, TurningClaudeOffDropsWhatIsOutAndStaysOff) {
   EXPECT_TRUE(store->claudeYetFetched() && store->claudeReadLatched());
   defaults.changeByOthers({{"claudeTurnedOff", true}});
   EXPECT_FALSE(store->claudeReadLatched());
+  store->turnOnClaude();
+  EXPECT_EQ(defaults.flag("claudeTurnedOff"), false);
 }
 
 TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
@@ -322,9 +328,13 @@ TEST_F(UsageStoreTest, ClearingForgetsEverythingAtOnce) {
   settle();
   EXPECT_EQ(codex->calls.back(), "forget") << "nobody was asking";
   EXPECT_TRUE(claude.waiting.empty());
+  streams.deliver(logs, modified());
+  advance(1);
   cache.save(reading(ProviderID::codex, 1, loop.date()).cached());
+  cache.save(shown(ProviderID::grok)->cached());
   store.reset();
   EXPECT_FALSE(cache.load(ProviderID::codex).has_value());
+  EXPECT_TRUE(cache.load(ProviderID::grok).has_value()) << "it is of later";
 }
 
 // Random interleavings of everything that can happen, one piece of work at a time. A reading of

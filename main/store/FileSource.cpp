@@ -20,7 +20,6 @@ void FileSource::startWatcher() {
 }
 
 void FileSource::stopWatcher() {
-  reset_.cancel();
   watcher_.stop();
   events_.cancel();
 }
