@@ -1,6 +1,5 @@
 #include "UsageStore.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "model/LegacyNetworkCache.h"
@@ -30,6 +29,12 @@ std::optional<ProviderSnapshot> coldStartClaudeSnapshot(const std::optional<Cach
                                                         bool turnedOff, Date now) {
   return claudeMenuSnapshot(cached ? std::optional(cached->restored(now)) : std::nullopt, turnedOff,
                             now);
+}
+
+template <class Which>
+void UsageStore::endSideTasks(const Which& which) {
+  sideTasks_.end(which);
+  updateTaskFlags();
 }
 
 UsageStore::UsageStore(Services services)
@@ -167,19 +172,9 @@ void UsageStore::refreshOnce(ClaudeCadence cadence, Work done) {
 
 void UsageStore::runTracked(SideTask::Kind kind, Work done,
                             const std::function<void(const Task&)>& work) {
-  const auto task = std::make_shared<SideTask>();
-  task->kind = kind;
-  task->key = nextSideTask_++;
-  task->generation = engineGeneration_;
-  task->done = std::move(done);
-  sideTasks_.emplace(task->key, task);
+  const Task task = sideTasks_.begin(kind, engineGeneration_, std::move(done));
   updateTaskFlags();
   work(task);
-}
-
-void UsageStore::endSideTasks(const std::function<bool(const SideTask&)>& which) {
-  std::erase_if(sideTasks_, [&](const auto& entry) { return which(*entry.second); });
-  updateTaskFlags();
 }
 
 FileSource::Answer UsageStore::answerTo(ProviderID provider, const Task& task) {
@@ -204,7 +199,7 @@ FileSource::Answer UsageStore::answerTo(ProviderID provider, const Task& task) {
 }
 
 void UsageStore::finish(const Task& task) {
-  endSideTasks([&](const SideTask& other) { return other.key == task->key; });
+  endSideTasks([&](const SideTask& other) { return &other == task.get(); });
   if (!stillValid(task->generation)) {
     return;
   }
@@ -313,11 +308,7 @@ void UsageStore::forgetLastGood(const std::set<ProviderID>& providers) {
     // goes again when the reader forgets.
     cache_.remove(provider);
     // An answer that waits for other providers is one of the readings to forget.
-    bool isDue = false;
-    for (const auto& [key, task] : sideTasks_) {
-      isDue = isDue || task->answer(provider);
-      task->answer(provider).reset();
-    }
+    bool isDue = sideTasks_.forget(provider);
     put(provider, {});
     publications_.at(provider).clear();
     if (provider == ProviderID::claude) {
@@ -380,12 +371,8 @@ FileSource& UsageStore::source(ProviderID provider) {
 }
 
 void UsageStore::updateTaskFlags() {
-  const auto running = [this](SideTask::Kind kind) {
-    return std::ranges::any_of(sideTasks_,
-                               [kind](const auto& entry) { return entry.second->kind == kind; });
-  };
-  set(refreshInFlight_, running(SideTask::Kind::userRefresh));
-  set(claudeRetrying_, running(SideTask::Kind::claudeRetry));
+  set(refreshInFlight_, sideTasks_.has(SideTask::Kind::userRefresh));
+  set(claudeRetrying_, sideTasks_.has(SideTask::Kind::claudeRetry));
 }
 
 template <class T>

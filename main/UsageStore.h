@@ -23,6 +23,7 @@
 #include "store/FileSource.h"
 #include "store/LaunchAtLogin.h"
 #include "store/Publication.h"
+#include "store/SideTasks.h"
 
 namespace marigold {
 
@@ -122,30 +123,14 @@ class UsageStore {
   [[nodiscard]] bool refreshInFlight() const noexcept { return refreshInFlight_; }
 
  private:
-  // A piece of work in flight, and what it has of the answers it waits for. The store owns it, what
-  // waits for answers holds it weakly: once the store drops it, answers are on their own.
-  struct SideTask {
-    enum class Kind : std::uint8_t { refresh, userRefresh, claudeRetry };
-    Kind kind = Kind::refresh;
-    int key = 0;
-    int generation = 0;
-    bool sampledRead = false;  // Claude was to be read when this started
-    std::array<std::optional<Answer>, allCases<ProviderID>.size()> answers;  // by provider
-    std::set<ProviderID> missing;  // whose answer is still out
-    Timer patience;
-    Work done;
-
-    [[nodiscard]] std::optional<Answer>& answer(ProviderID provider) {
-      return answers.at(static_cast<std::size_t>(provider));
-    }
-  };
-  using Task = std::shared_ptr<SideTask>;
+  using Task = SideTasks::Task;
 
   void runLoop();
   void observeAttention();
   void startWatcher();
   void runTracked(SideTask::Kind kind, Work done, const std::function<void(const Task&)>& work);
-  void endSideTasks(const std::function<bool(const SideTask&)>& which);
+  template <class Which>
+  void endSideTasks(const Which& which);
   // What takes the answer to a question being asked of `provider`: `task` as long as it lasts. The
   // answer is published with the others of the task, or by itself when it comes later.
   [[nodiscard]] FileSource::Answer answerTo(ProviderID provider, const Task& task = {});
@@ -195,8 +180,7 @@ class UsageStore {
   std::vector<std::unique_ptr<AttentionObserver>> observers_;
   bool engineRuns_ = false;
   int engineGeneration_ = 0;
-  std::map<int, Task> sideTasks_;
-  int nextSideTask_ = 0;
+  SideTasks sideTasks_;
   bool notifyPosted_ = false;
   Lifetime lifetime_;
 };
