@@ -131,9 +131,6 @@ std::optional<CodexRolloutLine> CodexRolloutLine::decode(std::string_view line) 
 }
 
 std::string codexWindowLabel(std::int64_t minutes) {
-  if (minutes == 5 * minutesPerHour) {
-    return "5h";
-  }
   if (minutes == minutesPerWeek) {
     return "Weekly";
   }

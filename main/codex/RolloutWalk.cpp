@@ -36,7 +36,7 @@ class Newest {
   void offer(std::string_view directory, std::string_view name, const struct stat& status) {
     const Date modified = modificationDate(status);
     const Date order = trustedDate(modified, now_);
-    if (ranks_.size() == limit_ && (limit_ == 0 || order <= ranks_.back().order)) {
+    if (ranks_.size() == limit_ && order <= ranks_.back().order) {
       return;
     }
     std::size_t slot = files_.size();
@@ -215,12 +215,12 @@ std::optional<RolloutFile> RolloutTree::fileAt(const std::string& path) const {
   if (!relative) {
     relative = below(withoutLinks(root_), path);
   }
-  if (!relative || !isRolloutName(relative->substr(nameIn(*relative))) ||
-      relative->starts_with('.') || relative->starts_with('/') || relative->contains("/.") ||
-      relative->contains("//")) {
+  const std::string rooted = "/" + std::string(relative.value_or(""));
+  if (!isRolloutName(rooted.substr(nameIn(rooted))) || rooted.contains("/.") ||
+      rooted.contains("//")) {
     return std::nullopt;
   }
-  RolloutFile file{.path = std::string(*relative), .modified = {}};
+  RolloutFile file{.path = rooted.substr(1), .modified = {}};
   const std::size_t name = nameIn(file.path);
   const OwnedDescriptor directory = enter({file.path.data(), name > 0 ? name - 1 : 0});
   const auto status =

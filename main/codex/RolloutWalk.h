@@ -42,7 +42,7 @@ class RolloutTree {
   /// Opens the root.
   explicit RolloutTree(std::string root);
 
-  /// The at most `limit` newest files. Reads the tree; once.
+  /// The at most `limit` newest files, at least one. Reads the tree; once.
   [[nodiscard]] RolloutListing recentRolloutFiles(std::size_t limit, Date now) const;
   /// The file at the absolute `path` if a walk would find it. `path` may name the root with its
   /// links resolved.

@@ -270,7 +270,6 @@ std::pair<BillingScan, std::optional<GrokLogScan::ScanMemo>> GrokLogScan::memoiz
         memo->stamp == ending) {
       keepTime(scan->usable, memo->scan.usable);
       keepTime(scan->newest, memo->scan.newest);
-      keepTime(scan->activity, memo->scan.activity);
     }
     renewed = {.fileNumber = in.fileNumber(),
                .size = in.size(),

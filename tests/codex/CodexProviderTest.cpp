@@ -103,6 +103,8 @@ TEST(CodexProvider, ReadsNothingButRolloutFiles) {
   EXPECT_THAT(home.recentRolloutFiles(), testing::IsEmpty());
   home.write("a/rollout-a.jsonl", recordLine(5, 1), 1);
   EXPECT_EQ(provider.fetch(at(60)).headlinePercent(), 5);
+  home.write("a/rollout-a.jsonl", recordLine(6, 2), 1);  // which a regular read does not see
+  others.insert({home.sessions + "//a/rollout-a.jsonl", home.sessions + "/./a/rollout-a.jsonl"});
   EXPECT_EQ(provider.fetch(others, at(60)).headlinePercent(), 5) << *provider.lastSource();
 }
 
@@ -135,7 +137,8 @@ TEST(CodexProvider, TheLatestRecordOfAllFilesWins) {
   EXPECT_EQ(home.recentRolloutFiles(699), walked) << "of one time, in the order of the walk";
   walked.pop_back();
   walked.insert(walked.begin(), "rollout-future.jsonl");
-  EXPECT_EQ(home.recentRolloutFiles(700), walked) << "the future has come";
+  walked.resize(12);
+  EXPECT_EQ(home.recentRolloutFiles(700, 12), walked) << "the future has come";
 }
 
 // What becomes of the files, then what a regular read and one of these files answer.

@@ -178,6 +178,10 @@ TEST(GrokProvider, ALineWithoutATimeIsNotDatedAnew) {
   test::setModified(home.log, at(3000));
   EXPECT_EQ(told(provider.fetch(at(3669))), "1h 100 @70, ok");
   EXPECT_EQ(told(provider.fetch(at(3670))).substr(0, 9), "Weekly 15");
+  fs::rename(home.log, home.log + ".1");
+  home.write(billing);
+  test::setModified(home.log, at(5000));
+  EXPECT_EQ(told(provider.fetch(at(5000))), "Weekly 15 @5000, ok") << "another file's";
 }
 
 TEST(GrokProvider, TrustsItsMemoOnlyForTheSameFile) {
@@ -288,7 +292,7 @@ TEST(GrokProvider, ScansLikeAWalkOfAllLinesWithAMemoAndWithout) {
     home.write(content);
     ticks += event < 3 || random() % 2 == 0 ? 1 : 0;
     test::setModified(home.log, at(ticks));
-    now += static_cast<double>(random() % 80) - 15;
+    now += static_cast<double>(random() % 100) - (random() % 8 == 0 ? 250 : 15);
     const Limits limits{.chunkSize = 1 + random() % 300, .searchBudget = 1500, .maxLine = 190};
     const auto file = BoundedFile::open(home.log);
     auto [scan, renewed] = GrokLogScan::memoizedScan(*file, at(0), memo, at(now), limits);

@@ -24,9 +24,10 @@ struct CodexHome {
     return {CodexPaths(surroundings), DiskCache(surroundings), at(0)};
   }
   /// The paths below the sessions of the rollout files that are found at a time.
-  [[nodiscard]] std::vector<std::string> recentRolloutFiles(double time = 0) const {
+  [[nodiscard]] std::vector<std::string> recentRolloutFiles(double time = 0,
+                                                            std::size_t limit = 40) const {
     std::vector<std::string> paths;
-    for (auto& file : RolloutTree(sessions).recentRolloutFiles(40, at(time)).newest) {
+    for (auto& file : RolloutTree(sessions).recentRolloutFiles(limit, at(time)).newest) {
       paths.push_back(std::move(file.path));
     }
     return paths;
