@@ -68,7 +68,7 @@ struct Describe {
   }
   std::string operator()(const StrokeLoop& s) const {
     const auto count = static_cast<double>(s.points.size());
-    return shape("loop", {count, s.points[0].y, s.points[6].x, s.width}, s.color);
+    return shape("loop", {count, s.points[0].y, s.points[6].x, s.points[6].y, s.width}, s.color);
   }
   std::string operator()(const Text& s) const {
     return shape(s.text, {s.baseline.x, s.baseline.y, s.font.size}, s.color, {},
@@ -179,10 +179,11 @@ TEST(MenuBarRender, GaugesAndTextsAreSetByTheirMetrics) {
     EXPECT_EQ(described(MenuBarRender::squareImage(mark)), expected);
   }
   EXPECT_EQ(described(MenuBarRender::idleImage(false, {.red = 1})),
-            "16x18: loop 96 2.1 9.88 1.5 #100,0,0; fill 6 7 4 4 2 1 #100,0,0; ");
-  EXPECT_EQ(described(MenuBarRender::idleSquare(true)),
-            "22x22: [x 1.38 #0,0,0; loop 96 1.1 9.88 1.5 #46,46,46; fill 6 6 4 4 2 1 #46,46,46; "
-            "fill 0 0 3 3 1.5 1 #95,56,24; ] ");
+            "16x18: loop 96 2.1 9.88 4.47 1.5 #100,0,0; fill 6 7 4 4 2 1 #100,0,0; ");
+  EXPECT_EQ(
+      described(MenuBarRender::idleSquare(true)),
+      "22x22: [x 1.38 #0,0,0; loop 96 1.1 9.88 3.47 1.5 #46,46,46; fill 6 6 4 4 2 1 #46,46,46; "
+      "fill 0 0 3 3 1.5 1 #95,56,24; ] ");
 }
 
 TEST(MenuBarRender, TraysAreOfferedWhatTheyShowWell) {

@@ -45,7 +45,6 @@ MenuDrains menuResetDrains(const MenuSlotMemos& before, const MenuSlotMemos& aft
 
 std::vector<double> drainFrames(double from, int count) {
   std::vector<double> frames;
-  frames.reserve(static_cast<std::size_t>(std::max(count, 1)));
   for (int i = 1; i <= count; ++i) {
     const double left = 1 - static_cast<double>(i) / count;
     frames.push_back(std::max(0.0, from * left * left * left));

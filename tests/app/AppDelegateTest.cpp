@@ -315,18 +315,24 @@ TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
   advance(10);
   EXPECT_EQ(row().subLabel, "in 1m") << "counted from the moment it opened";
   EXPECT_LT(*loop.nextTimer() - loop.now(), Seconds{60});
-  click();
+  popover.close();  // by itself
   EXPECT_LT(last().mark.size.width, wide);
   EXPECT_GT(*loop.nextTimer() - loop.now(), Seconds{60}) << "nothing counts any more";
 }
 
 TEST_F(AppDelegateTest, NothingRunsOnAfterTheEnd) {
-  for (const auto& [refusals, until] : {std::pair(100, 0.0), {0, 0.0}, {0, 100.5}}) {
+  const auto terminate = [this] { delegate->applicationWillTerminate(); };
+  for (const auto& [refusals, until, end] :
+       std::vector<std::tuple<int, double, std::function<void()>>>{
+           {100, 0, terminate},
+           {0, 0, terminate},
+           {0, 0, [this] { delegate.reset(); }},
+           {0, 100.5, terminate}}) {
     bar.refusals = refusals;
     show({five(80, 100)});
     launch();
     advance(until);  // a retry, a repaint, a drain is due next
-    delegate->applicationWillTerminate();
+    end();
     settle();
     EXPECT_FALSE(store->engineRuns() || popover.onClosed || looks.onChange);
     EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 0);

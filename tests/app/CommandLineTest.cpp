@@ -23,6 +23,9 @@ TEST(CommandLine, TheFirstFlagOfTheTableWins) {
         Row{{"--shot-off", "a", "--shot", "b"}, Mode::shot, "b"},
         Row{{"--shot", "--dump-codex"}, Mode::dumpCodex, ""},
         Row{{"--shot", "--shot-held"}, Mode::shot, "--shot-held"},
+        Row{{"--shot-settings", "a"}, Mode::shotSettings, "a"},
+        Row{{"--shot-reconnect", "a"}, Mode::shotReconnect, "a"},
+        Row{{"--shot-held", "a"}, Mode::shotHeld, "a"},
         Row{{"--help", "--shot-menubar", "m.png"}, Mode::shotMenuBar, "m.png"},
         Row{{"--version", "--help"}, Mode::help, ""},
         Row{{"--shot", "--version"}, Mode::shot, "--version"}}) {

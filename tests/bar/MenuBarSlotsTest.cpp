@@ -192,6 +192,7 @@ TEST(MenuBarSlots, CountdownsTruncateAndSaturate) {
            {0.5, "1m", "resets in 1m"},
            {3599, "59m", "resets in 59m"},
            {3600, "1h00m", "resets in 1h 0m"},
+           {4200, "1h10m", "resets in 1h 10m"},
            {86400, "1d00h", "resets Sat 13:13"},
            {14400 * 60, "10d", "resets Mon 13:13"},
            {1e300, "2912280d", "resets Fri 23:59"}}) {

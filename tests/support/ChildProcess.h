@@ -23,11 +23,9 @@ class ChildProcess {
   explicit ChildProcess(const std::vector<std::string>& words,
                         const std::map<std::string, std::string>& environment = {}) {
     QProcessEnvironment settings;
-    settings.insert("-", "-");  // else it would inherit ours
     for (const auto& [name, value] : environment) {
       settings.insert(QString::fromStdString(name), QString::fromStdString(value));
     }
-    settings.remove("-");
     process_.setProcessEnvironment(settings);
     process_.setStandardInputFile(QProcess::nullDevice());
     process_.setChildProcessModifier([] {
