@@ -47,9 +47,8 @@ SecretCommandResult execute(Command command) {
 
 TEST(BoundedProcessRun, EndsWithWhateverChild) {
   struct Row {
-    const char* script = "";
-    const char* told =
-        "";  // status, bytes on standard output and error, late, overflowed, not launched
+    const char* script = nullptr;
+    const char* told = nullptr;  // status, bytes on standard output and error, late, overflowed
     double timeout = 5;
   };
   for (const auto& [script, told, timeout] :
@@ -68,7 +67,9 @@ TEST(BoundedProcessRun, EndsWithWhateverChild) {
               told)
         << script;
   }
-  EXPECT_EQ(execute(shell("printf secret; printf more >&2; exit 44")).description(),
+  Command quick = shell("printf secret; printf more >&2; exit 44");
+  quick.grace = Seconds{5};  // which is not used up: its streams end with it
+  EXPECT_EQ(execute(std::move(quick)).description(),
             "SecretCommandResult(status: 44, stdoutBytes: 6 <redacted>, stderrBytes: 4, timedOut: "
             "false, overflowed: false, launchFailed: false)");
 }

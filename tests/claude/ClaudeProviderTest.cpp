@@ -95,7 +95,8 @@ TEST_F(ClaudeProviderTest, AsksNoSoonerThanItMay) {
       {179, 60, good, false, expired},
       {0, retry, silence(), true, silent},
       {0, retry, noLimits, true, Health::ok(), true},
-      {179, 1e9, good, false, Health::ok(), true},
+      {79, 1e9, good, false, Health::ok(), true},
+      {100, 0, good, false, Health::ok(), true},
       {1, 60, status(200, R"({"five_hour":{"utilization":-9}})"), true, odder},
       {899, 0, good, false, odder},
       {1, 60, status(200, "{}"), true, odd},
@@ -128,6 +129,7 @@ TEST_F(ClaudeProviderTest, WhoAsksWhileAJobIsOutHearsItsResult) {
   ask(retry);
   settle();
   EXPECT_EQ(reads, 1);
+  EXPECT_FALSE(loop.nextTimer()) << "nobody waits";
   EXPECT_THAT(told, testing::ElementsAre(told[0], told[0], told[0]));
   ask(900);
   EXPECT_EQ(told.size(), 3U) << "an answer comes later, from memory too";
@@ -194,6 +196,8 @@ TEST_F(ClaudeProviderTest, ARetryWhileAJobIsOutReadsAgainUnlessTheJobSucceeds) {
       EXPECT_EQ(reads, isOff || isGood ? 1 : 2);
       EXPECT_EQ(told.at(1).health == Health::ok(), !isOff || isGood);
       EXPECT_EQ(told.at(1), told.at(2));
+      (void)hear(retry, usage(9));
+      EXPECT_EQ(hear(900, silence()), Health::ok()) << "wanted again, it is remembered";
     }
   }
 }
@@ -235,7 +239,7 @@ TEST_F(ClaudeProviderTest, ATokenThatCannotStandInAHeaderIsNotSent) {
   token = "x\r\nHost: y";
   EXPECT_EQ(hear(0, usage(1)), unreadable);
   EXPECT_EQ(sent, "");
-  token = "token";
+  token = "!to~ken";
   loop.advance(Seconds{60});
   EXPECT_EQ(hear(0, usage(1)), Health::ok());
   EXPECT_EQ(sent, token);

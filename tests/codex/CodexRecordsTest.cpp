@@ -66,7 +66,7 @@ TEST(CodexRecords, WindowsAreNamedByTheirLengthAndPlansByTheirType) {
     EXPECT_EQ(codexWindowLabel(minutes), name);
   }
   EXPECT_EQ(codexPlanLabel("ProLite"), "Pro Lite");
-  EXPECT_EQ(codexPlanLabel("self_serve école ÉLITE 12TH"), "Self_Serve école Élite 12th");
+  EXPECT_EQ(codexPlanLabel("self_serve école ÉLITE 12TH a z"), "Self_Serve école Élite 12th A Z");
 }
 
 }  // namespace
