@@ -72,7 +72,7 @@ TEST(Worker, AsksAgainForAThreadThatTheSystemRefuses) {
     ran = 1;
     ran.notify_all();
   });
-  home.advance(Seconds{5});
+  home.advance(Seconds{4.5});
   EXPECT_EQ(pthread_setattr_default_np(&usual), 0);
   EXPECT_EQ(ran, 0);
   home.advance(Seconds{1});

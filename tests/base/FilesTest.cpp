@@ -7,6 +7,7 @@
 
 #include "base/AtomicFile.h"
 #include "base/BoundedFile.h"
+#include "support/OrdinaryUser.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {
@@ -73,6 +74,9 @@ TEST_F(FilesTest, AReplacementIsWholeOrLeavesTheOldFileAndNothingElse) {
 TEST_F(FilesTest, DirectoriesAreCreatedWithTheirParents) {
   EXPECT_TRUE(createDirectories(at("a/b/c")) && createDirectories(at("a/b/c")));
   EXPECT_EQ(fs::status(at("a")).permissions(), fs::perms::owner_all);
+  fs::permissions(at("a/b/c"), fs::perms::owner_read | fs::perms::owner_exec);
+  test::asOrdinaryUser(
+      [&] { EXPECT_EQ(createDirectories(at("a/b/c/d")).error(), std::errc::permission_denied); });
   EXPECT_EQ(createDirectories(file).error(), std::errc::not_a_directory);
   EXPECT_EQ(createDirectories(file + "/below").error(), std::errc::not_a_directory);
 }

@@ -4,6 +4,7 @@
 
 #include "base/ISODate.h"
 #include "base/LenientDecoding.h"
+#include "base/PrintableText.h"
 
 namespace marigold {
 namespace {
@@ -64,6 +65,20 @@ TEST(JsonValue, NumbersKeepTheirPrecisionAndCostOnlyThemselves) {
     EXPECT_EQ(document->root()["v"].wholeNumber(), whole) << number;
     EXPECT_EQ(document->root().json(), text);
   }
+}
+
+TEST(PrintableText, LetsNothingThroughThatMovesOrHides) {
+  for (const char* hidden :
+       {"\x1f", "\x7f", "\u0080", "\u009f", "\u061c", "\u200b", "\u200f", "\u2028", "\u202e",
+        "\u2060", "\u206f", "\ufeff", "\xff", "\xf4", "\xc1"}) {
+    EXPECT_EQ(printable(hidden), "?") << testing::PrintToString(hidden);
+  }
+  const std::string shown =
+      " ~\u00a0\u07ff\u0800\u200a\u2010\u2027\u202f\u205f\u2070\ud7ff\ue000\U00010000\U000f0000"
+      "\U00100000\U0010ffff";
+  EXPECT_EQ(printable(shown), shown);
+  EXPECT_EQ(printable("\xc3(\xe0\x9f\xbf\xed\xa0\x80\xf0\x8f\xbf\xbf\xf4\x90\x80\x80"),
+            "?(" + std::string(14, '?'));
 }
 
 TEST(ISODate, ReadsInternetDateTimes) {

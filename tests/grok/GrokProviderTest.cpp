@@ -5,7 +5,6 @@
 #include "support/GrokHome.h"
 #include "support/GrokReference.h"
 #include "support/OrdinaryUser.h"
-#include "support/Told.h"
 
 namespace marigold {
 namespace {

@@ -154,33 +154,24 @@ TEST(Preferences, WhatOthersStoreIsTakenOver) {
   EXPECT_EQ(choices(preferences), before);
 }
 
-// The first cells of a choice's row in README: its key and its values.
-template <class T>
-std::string readmeRow(std::string_view key, const T& value) {
-  std::string values;
-  if constexpr (Tabled<T>) {
-    for (const T one : allCases<T>) {
-      values.append(values.empty() ? "`\"" : ", `\"").append(rawValue(one)).append("\"`");
-    }
-  } else if constexpr (std::is_same_v<T, bool>) {
-    values = "`true`, `false`";
-  } else {
-    values = "`\"" + encodeProviderOrder(value) + "\"`";
-  }
-  return "| `" + std::string(key) + "` | " + values;
-}
-
 TEST(Preferences, TheReadmeTellsEveryKeyAndValue) {
-  std::vector rows{readmeRow(percentWindowsKey(codex), Scope()),
-                   readmeRow(resetWindowsKey(codex), Scope())};
-  const auto add = [&](const auto&... more) { (rows.push_back(more), ...); };
-  std::apply([&](auto... row) { add(readmeRow(row.key, Choices().*row.held)...); },
+  const std::string readme = readWholeFile(MARIGOLD_README, 1 << 20).value();
+  // The first cells of a choice's row: its key and, of a choice among cases, its values.
+  const auto expectRow = [&]<class T>(std::string_view key, const T& /*value*/) {
+    std::string row = "| `" + std::string(key) + "` | `";
+    if constexpr (Tabled<T>) {
+      for (const T one : allCases<T>) {
+        row.append(one == allCases<T>.front() ? "\"" : ", `\"").append(rawValue(one)).append("\"`");
+      }
+    }
+    EXPECT_THAT(readme, testing::HasSubstr(row));
+  };
+  expectRow(percentWindowsKey(codex), Scope());
+  expectRow(resetWindowsKey(codex), Scope());
+  std::apply([&](auto... row) { (expectRow(row.key, Choices().*row.held), ...); },
              applicationPreferences);
-  std::apply([&](auto... row) { add(readmeRow(row.key(codex), ProviderChoices().*row.held)...); },
+  std::apply([&](auto... row) { (expectRow(row.key(codex), ProviderChoices().*row.held), ...); },
              providerPreferences);
-  for (const std::string& row : rows) {
-    EXPECT_THAT(readWholeFile(MARIGOLD_README, 1 << 20).value(), testing::HasSubstr(row));
-  }
 }
 
 }  // namespace

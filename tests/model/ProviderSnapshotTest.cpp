@@ -137,6 +137,7 @@ TEST(LegacyNetworkCache, TakesTheApplicationsOwnEntryAndNothingOfTheUsers) {
        {Row{true, "caches", "config"},
         {true, "config/app", "config"},
         {true, "caches", "config", "elsewhere", "caches/app"},
+        {true, "caches", "config", "config", "dotfiles"},
         {false, "config", "config"},
         {false, "caches", "caches/app/config"},
         {false, "caches", "config", "caches", "config"},

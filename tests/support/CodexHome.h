@@ -1,7 +1,7 @@
 #pragma once
 
 #include "TemporaryDirectory.h"
-#include "TestTime.h"
+#include "Told.h"
 #include "codex/CodexProvider.h"
 
 namespace marigold::test {

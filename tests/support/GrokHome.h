@@ -3,7 +3,7 @@
 #include <fstream>
 
 #include "TemporaryDirectory.h"
-#include "TestTime.h"
+#include "Told.h"
 #include "grok/GrokProvider.h"
 
 namespace marigold::test {

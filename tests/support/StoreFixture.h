@@ -86,22 +86,23 @@ class ScriptedClaude final : public ClaudeReader {
 
 /// Callbacks under keys, each called as long as what `add` gave for it lives.
 template <class Port, class Key, class... Told>
-class Registry {
- public:
+struct Registry {
   using Callback = std::function<void(Told...)>;
+  struct Held final : Port {
+    std::shared_ptr<Callback> callback;
+  };
+  std::vector<std::pair<Key, std::weak_ptr<Callback>>> entries;
+
   std::unique_ptr<Port> add(const Key& key, Callback callback) {
-    struct Held final : Port {
-      std::shared_ptr<Callback> held;
-    };
     auto held = std::make_unique<Held>();
-    held->held = std::make_shared<Callback>(std::move(callback));
-    entries_.emplace_back(key, held->held);
+    held->callback = std::make_shared<Callback>(std::move(callback));
+    entries.emplace_back(key, held->callback);
     return held;
   }
   /// How many were told.
   int tell(const Key& key, Told... told) {
     int count = 0;
-    for (const auto& [registered, callback] : std::vector(entries_)) {
+    for (const auto& [registered, callback] : std::vector(entries)) {
       if (const auto alive = callback.lock(); alive && registered == key) {
         (*alive)(told...);
         ++count;
@@ -109,9 +110,6 @@ class Registry {
     }
     return count;
   }
-
- private:
-  std::vector<std::pair<Key, std::weak_ptr<Callback>>> entries_;
 };
 
 /// File-change notification driven by the test.

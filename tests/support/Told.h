@@ -1,12 +1,23 @@
 #pragma once
 
+#include <chrono>
+#include <filesystem>
 #include <sstream>
 #include <string>
 
-#include "TestTime.h"
 #include "model/ProviderSnapshot.h"
 
 namespace marigold::test {
+
+/// `seconds` after a moment that the tests count from.
+constexpr Date at(double seconds) {
+  return Date{Seconds{1.8e9 + seconds}};
+}
+
+inline void setModified(const std::string& path, Date date) {
+  const auto exact = std::chrono::round<std::chrono::nanoseconds>(date);
+  std::filesystem::last_write_time(path, std::chrono::file_clock::from_sys(exact));
+}
 
 /// "Weekly 15 @10, ok": the windows, when the reading was taken and its health.
 inline std::string told(const ProviderSnapshot& reading) {

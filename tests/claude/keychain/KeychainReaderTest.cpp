@@ -171,9 +171,11 @@ TEST(KeychainReader, ReadsPartitionsFromPropertyListsOnly) {
   const std::string sharing =
       "62706c6973743030d2010203035a506172746974696f6e735161a101080d181a0000000000000101"
       "00000000000000040000000000000000000000000000001c";
+  const std::string endless =  // of so many values, each told in no bytes
+      "62706c69737430300000000000000001ffffffffffffffff00000000000000000000000000000008";
   const std::string inDictionary = "<plist><dict><key>Partitions</key>";
   for (const std::string& other :
-       {sharing, sharing.substr(0, 80), hex("apple-tool:"), hex(partitionPlist) + "0g",
+       {sharing, sharing.substr(0, 80), endless, hex("apple-tool:"), hex(partitionPlist) + "0g",
         std::string("<plist><array><string>apple-tool:</string></array></plist>"),
         inDictionary + "<string>apple-tool:</string></dict></plist>",
         inDictionary + "<array><string>apple-tool:</string><true/></array></dict></plist>",

@@ -24,6 +24,15 @@ std::ptrdiff_t openDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
+TEST(LinuxEventLoop, LeavesWhatATurnPostsToTheNext) {
+  Linux subject;
+  int ran = 0;
+  std::function<void()> again = [&] { ++ran, subject.loop.post(again); };
+  again();
+  subject.turn();
+  EXPECT_EQ(ran, 2);
+}
+
 TEST(LinuxEventLoop, TellsOfReadableDescriptorsAndWakesWhoWaitsForIt) {
   const auto before = openDescriptors();
   {
