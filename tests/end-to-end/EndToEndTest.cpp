@@ -31,7 +31,6 @@ namespace {
 
 using test::append;
 using test::ChildProcess;
-using test::soon;
 namespace fs = std::filesystem;
 
 class EndToEnd : public test::ProgramFixture {
@@ -47,20 +46,20 @@ TEST_F(EndToEnd, FollowsCodexAcrossItsLifeAndItsOwn) {
     EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(pid) + "/fd/0"), "/dev/null");
     EXPECT_TRUE(running.outputLine("Codex not detected"));
     codexSays(37, 12);
-    EXPECT_TRUE(running.outputLine("Codex: 5h 37% used, updated just now", soon));
-    EXPECT_EQ(running.outputLine("mark:", soon), "mark: 37%");
+    EXPECT_TRUE(running.outputLine("Codex: 5h 37% used, updated just now"));
+    EXPECT_EQ(running.outputLine("mark:"), "mark: 37%");
 
     const std::string next = "2026/11/23/rollout-b";
     codexSays(45, 13, 4 * 86400.0, next);
-    EXPECT_TRUE(running.outputLine("5h 45% used, updated just now", soon));
+    EXPECT_TRUE(running.outputLine("5h 45% used, updated just now"));
 
     fs::rename(home.path() + "/codex/sessions", home.path() + "/away");
-    EXPECT_TRUE(running.outputLine("5h 45% used, data just now", soon))
+    EXPECT_TRUE(running.outputLine("5h 45% used, data just now"))
         << "Codex is not running: an older reading";
     fs::rename(home.path() + "/away", home.path() + "/codex/sessions");
-    EXPECT_TRUE(running.outputLine("5h 45% used, updated just now", soon));
+    EXPECT_TRUE(running.outputLine("5h 45% used, updated just now"));
     codexSays(46, 13, 4 * 86400.0, next);
-    EXPECT_TRUE(running.outputLine("5h 46% used, updated just now", soon))
+    EXPECT_TRUE(running.outputLine("5h 46% used, updated just now"))
         << "watched again after it came back";
     EXPECT_EQ(running.end(SIGTERM), "0");
   }
@@ -88,23 +87,26 @@ std::string billing(int percent) {
 
 TEST_F(EndToEnd, FollowsGrokAsItsLogGrowsGoesAndComesBack) {
   environment["GROK_HOME"] = home.path() + "/grok";
+  environment["LC_ALL"] = "de_DE.UTF-8";
   const std::string log = home.path() + "/grok/logs/unified.jsonl";
   append(log, billing(15));
   ChildProcess running = start();
   EXPECT_TRUE(running.outputLine("Claude Code not detected"));
-  home.write(preferences, R"({"perProviderMigrated": true, "menubar.grok": true})");
-  EXPECT_TRUE(running.outputLine("Grok: Weekly 15% used, updated just now"));
-  EXPECT_EQ(running.outputLine("mark:", soon), "mark: 15%");
+  home.write(preferences, R"({"perProviderMigrated": true, "menubar.grok": true,
+                               "resetWindows.grok": "weekly"})");
+  EXPECT_THAT(running.outputLine("Grok: Weekly 15%").value_or(""),
+              testing::ContainsRegex("used, updated just now, resets (Mo|Di|Mi|Do|Fr|Sa|So)\\., "));
+  EXPECT_TRUE(running.outputLine("mark: 15% 3d23h"));
   append(log, grokLine("shell.turn.failed",
                        R"({"kind":"rate_limited",)"
                        R"("message":"subscription: usage-exhausted, rolling 24-hour window"})"));
-  EXPECT_TRUE(running.outputLine("Grok: 24h 100% used, updated just now", soon));
+  EXPECT_TRUE(running.outputLine("Grok: 24h 100% used, updated just now"));
   append(log, billing(16));
-  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, updated just now", soon));
+  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, updated just now"));
   fs::rename(log, log + ".away");
-  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, data just now", soon)) << "not running";
+  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, data just now")) << "not running";
   fs::rename(log + ".away", log);
-  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, updated just now", soon));
+  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, updated just now"));
   EXPECT_EQ(running.end(SIGHUP), "0");
 }
 
@@ -117,12 +119,12 @@ TEST_F(EndToEnd, OneShotModesPrintAndExit) {
     int status;
   };
   for (const Row& row :
-       {Row{{"--selftest"}, "SELFTEST PASS\n", 0}, Row{{"--dump-codex"}, "37", 0},
+       {Row{{"--selftest"}, "SELFTEST PASS\n", 0}, Row{{"--dump-codex"}, "at 20.*37", 0},
         Row{{"--help"}, "usage:", 0}, Row{{"--version"}, "Marigold", 0},
         Row{{"--version", "--selftest"}, "SELFTEST PASS\n", 0}, Row{{"--shot", "x.png"}, "", 1},
         Row{{"--shot-menubar", picture}, "", 0}, Row{{"--shot-menubar", "/no/mark.png"}, "", 1}}) {
     const auto [printed, status] = start(row.arguments).finish();
-    EXPECT_NE(printed.find(row.prints), std::string::npos) << row.arguments.front();
+    EXPECT_THAT(printed, testing::ContainsRegex(row.prints)) << row.arguments.front();
     EXPECT_EQ(status, row.status) << row.arguments.front();
   }
   EXPECT_GT(fs::file_size(picture), 50'000U);
@@ -135,30 +137,9 @@ TEST_F(EndToEnd, LivesWithoutAPlaceToWriteAndWithABrokenSettingsFile) {
   home.write(preferences, "{broken");
   ChildProcess running = start();
   EXPECT_TRUE(running.outputLine("5h 37% used, updated just now"));
-  EXPECT_TRUE(running.errorLine("preferences.json", soon));
+  EXPECT_TRUE(running.errorLine("preferences.json"));
   EXPECT_EQ(running.end(), "0");
   EXPECT_TRUE(fs::exists(home.path() + "/" + preferences + ".corrupt"));
-}
-
-TEST_F(EndToEnd, LivesWhereTheEnvironmentSays) {
-  codexSays(37, 12);
-  home.write("settings/app.marigold.Marigold/preferences.json",
-             R"({"menubar.codex": false, "perProviderMigrated": true})");
-  home.write("caches/app.marigold.Marigold/old", "");
-  environment["XDG_CONFIG_HOME"] = home.path() + "/settings";
-  environment["XDG_DATA_HOME"] = home.path() + "/data";
-  environment["XDG_CACHE_HOME"] = home.path() + "/caches";
-  for (const auto& [cacheDir, cache] : std::vector<std::pair<std::string, std::string>>{
-           {"", "/data/app.marigold.Marigold/cache"}, {home.path() + "/readings", "/readings"}}) {
-    environment["MARIGOLD_CACHE_DIR"] = cacheDir;
-    ChildProcess running = start();
-    EXPECT_TRUE(running.outputLine("Claude Code not detected"));
-    EXPECT_EQ(running.end(), "0");
-    EXPECT_FALSE(fs::exists(home.path() + "/caches/app.marigold.Marigold"));
-    EXPECT_TRUE(fs::exists(home.path() + cache + "/codex.json")) << cache;
-  }
-  EXPECT_FALSE(fs::exists(home.path() + "/.config"));
-  EXPECT_FALSE(fs::exists(home.path() + "/codex/x")) << "nothing is ever made there";
 }
 
 TEST_F(EndToEnd, RefreshesWhenSomebodyMayLook) {
@@ -205,30 +186,19 @@ TEST_F(EndToEnd, RefreshesWhenSomebodyMayLook) {
     say(true);                                          // sleep or the screen saver begins
     EXPECT_FALSE(running.outputLine("5h 37% used", 0.5)) << row.signal;
     say(false);
-    EXPECT_TRUE(running.outputLine("5h 37% used", soon)) << row.signal;
+    EXPECT_TRUE(running.outputLine("5h 37% used")) << row.signal;
     EXPECT_EQ(running.end(), "0");
     QDBusConnection::disconnectFromBus(row.signal);
   }
 }
 
-TEST_F(EndToEnd, WaitsForNoSilentBus) {
-  codexSays(37, 12);
-  const test::SilentPort port;
-  environment["DBUS_SYSTEM_BUS_ADDRESS"] = environment["DBUS_SESSION_BUS_ADDRESS"] =
-      "tcp:host=127.0.0.1,port=" + std::to_string(port.number());
-  ChildProcess running = start();
-  EXPECT_TRUE(running.outputLine("5h 37% used, updated just now", 10));
-  EXPECT_EQ(running.end(), "0");
-}
-
 TEST_F(EndToEnd, SaysHowOldAReadingIsWhenTheClockIsSet) {
   codexSays(37, 12);
-  environment["LD_PRELOAD"] = MARIGOLD_PRELOADED;
-  environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+  preload();
   ChildProcess running = start();
   ASSERT_TRUE(running.outputLine("5h 37% used, updated just now"));
   running.tell(SIGUSR1);
-  EXPECT_TRUE(running.outputLine("5h was 37% used, 10m ago", soon));
+  EXPECT_TRUE(running.outputLine("5h was 37% used, 10m ago"));
   EXPECT_EQ(running.end(), "0");
 }
 
@@ -269,9 +239,6 @@ class ClaudeEndToEnd : public EndToEnd {
     return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
            "\r\n\r\n" + body;
   }
-  static Seconds since(std::chrono::steady_clock::time_point start) {
-    return std::chrono::steady_clock::now() - start;
-  }
 
   test::Authority authority;
 
@@ -289,7 +256,8 @@ class ClaudeEndToEnd : public EndToEnd {
   test::TLSServer server{authority.issue("api.anthropic.com"), script};
 };
 
-TEST_F(ClaudeEndToEnd, AsksWithTheLoginAndTellsWhyThereIsNothingNewer) {
+TEST_F(ClaudeEndToEnd, AsksThroughTheProxyWithTheLoginAndTellsWhyThereIsNothingNewer) {
+  const test::TLSServer proxy(authority.issue("api.anthropic.com"), script, {.asProxy = true});
   const std::string cache = home.path() + "/.local/share/app.marigold.Marigold/cache/claude.json";
   struct Row {
     std::function<void()> given;
@@ -300,6 +268,12 @@ TEST_F(ClaudeEndToEnd, AsksWithTheLoginAndTellsWhyThereIsNothingNewer) {
            Row{[] {}, "Claude: 5h 42% used, updated just now", 1},
            Row{[this] { says([](test::Visit& visit) { visit.say(answer("500 Oops", "43")); }); },
                "Claude: 5h 42% used, server error, data just now", 2},
+           Row{[&] {
+                 fs::remove(cache);
+                 says([](test::Visit& visit) { visit.say(answer("200 OK", "43")); });
+                 environment["https_proxy"] = "http://" + proxy.address();
+               },
+               "Claude: 5h 43% used, updated just now", 2},
            Row{[this] { home.write(preferences, R"({"claudeTurnedOff": true})"); },
                "Claude: usage reading is off", 2},
        }) {
@@ -314,33 +288,19 @@ TEST_F(ClaudeEndToEnd, AsksWithTheLoginAndTellsWhyThereIsNothingNewer) {
   EXPECT_NE(server.requests()[0].find("Bearer the-token"), std::string::npos);
 }
 
-TEST_F(ClaudeEndToEnd, GoesThroughTheProxy) {
-  const test::TLSServer proxy(authority.issue("api.anthropic.com"), script, {.asProxy = true});
-  environment["https_proxy"] = "http://" + proxy.address();
-  ChildProcess running = start();
-  EXPECT_TRUE(running.outputLine("Claude: 5h 42% used, updated just now"));
-  EXPECT_EQ(running.end(), "0");
-  EXPECT_EQ(proxy.connections(), 1);
-}
-
 TEST_F(ClaudeEndToEnd, EndsSoonWhateverHangs) {
+  preload();
   says([](test::Visit& visit) { visit.hold(); });
   {
     ChildProcess asking = start();
     ASSERT_TRUE(test::eventually([this] { return !server.requests().empty(); }));
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(asking.end(), "0");
-    EXPECT_LT(since(start), Seconds{0.4}) << "nothing is waited for";
+    asking.tell(SIGTERM);
+    EXPECT_EQ(asking.finish(10).second, 0) << "in order, sooner than the request ends by itself";
   }
   environment["CLAUDE_CONFIG_DIR"] = home.path() + "/hangs";
-  environment["LD_PRELOAD"] = MARIGOLD_PRELOADED;
-  environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
   ChildProcess reading = start();
   ASSERT_TRUE(reading.errorLine("hangs"));
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(reading.end(), "0");
-  EXPECT_GT(since(start), Seconds{0.4}) << "the time to end in order";
-  EXPECT_LT(since(start), Seconds{1.5});
+  EXPECT_EQ(reading.end(), "0") << "what cannot end in order";
 }
 
 // Searched is all that a secret could stay in: the program's memory while the server keeps it

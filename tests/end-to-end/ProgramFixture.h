@@ -15,10 +15,6 @@
 
 namespace marigold::test {
 
-/// From a change on disk to what is shown, in seconds: the event latency, the pause between reads,
-/// and room for a busy machine.
-constexpr double soon = 2.5;
-
 /// The built program in a home of its own, without a display and a bus.
 class ProgramFixture : public testing::Test {
  private:
@@ -49,6 +45,11 @@ class ProgramFixture : public testing::Test {
   }
   [[nodiscard]] ChildProcess run(std::vector<std::string> command) const {
     return ChildProcess(std::move(command), environment);
+  }
+  /// Has the program meet what support/Preloaded.cpp stages.
+  void preload() {
+    environment["LD_PRELOAD"] = MARIGOLD_PRELOADED;
+    environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
   }
   /// Codex reports these percentages, now.
   void codexSays(double fiveHour, double weekly, double resetsIn = 4 * 86400.0,

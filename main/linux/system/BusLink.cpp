@@ -102,7 +102,7 @@ void BusLink::ask() {
     return;
   }
   worker_.post([this, &loop = loop_, mark = lifetime_.mark()] {
-    const bool answers = busAnswers(address_, program_, Seconds{2}, &stop_);
+    const bool answers = busAnswers(address_, program_, answerPatience, &stop_);
     loop.post([this, mark, answers] {
       if (mark.isOver()) {
         return;

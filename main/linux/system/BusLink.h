@@ -27,7 +27,7 @@ namespace marigold {
 /// that takes connections and stays silent blocks whoever opens one. `program` calls
 /// `answerProbe`; `stop` ends the wait at once when it becomes true.
 [[nodiscard]] bool busAnswers(const std::string& address, const std::string& program,
-                              Seconds patience = Seconds{2},
+                              Seconds patience = answerPatience,
                               const std::atomic<bool>* stop = nullptr);
 
 /// A lasting connection to a message bus: made as soon as the bus answers, and again after it was

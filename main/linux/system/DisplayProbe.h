@@ -6,13 +6,10 @@
 
 #include "base/Time.h"
 #include "linux/system/LinuxSurroundings.h"
+#include "linux/system/Probe.h"
 #include "ports/Log.h"
 
 namespace marigold {
-
-/// How long a display may take to answer. A session that is just starting is slow, and who has no
-/// display waits no longer than it takes to find that out.
-inline constexpr Seconds displayPatience{5};
 
 /// The platforms to start Qt with, as a list for its argument "-platform", or nothing when no
 /// display is usable: Qt ends the process when it cannot open one.
@@ -25,6 +22,6 @@ inline constexpr Seconds displayPatience{5};
 /// is named but not usable is a line in `log`.
 [[nodiscard]] std::optional<std::string> usablePlatforms(const Environment& environment, Log& log,
                                                          const std::string& program,
-                                                         Seconds patience = displayPatience);
+                                                         Seconds patience = answerPatience);
 
 }  // namespace marigold

@@ -16,6 +16,10 @@ namespace marigold {
 /// The program that runs, also when its file was replaced since.
 inline constexpr const char* ownProgram = "/proc/self/exe";
 
+/// How long a display or a bus may take to answer. A session that is just starting is slow, and who
+/// has none waits no longer than it takes to find that out.
+inline constexpr Seconds answerPatience{5};
+
 enum class Probe : std::uint8_t {
   platform,  ///< opens one of the toolkit's platforms, which ends the process where it cannot
   bus,       ///< connects to the message bus at an address

@@ -1,0 +1,65 @@
+#include <gtest/gtest.h>
+
+#include "linux/system/BusLink.h"
+#include "linux/system/LinuxSurroundings.h"
+#include "model/DiskCache.h"
+#include "support/TemporaryDirectory.h"
+
+namespace marigold {
+namespace {
+
+TEST(LinuxSurroundings, FollowTheXDGRules) {
+  const Surroundings plain = linuxSurroundings({{"HOME", "/u/"}, {"TERM", "x"}});
+  const Surroundings chosen = linuxSurroundings({{"HOME", "/u"},
+                                                 {"XDG_DATA_HOME", "/data/"},
+                                                 {"XDG_CACHE_HOME", "/caches"},
+                                                 {"XDG_CONFIG_HOME", "relative"},
+                                                 {"TMPDIR", "/t"}});
+  EXPECT_EQ(plain.home, "/u");
+  EXPECT_EQ(plain.applicationSupport, "/u/.local/share");
+  EXPECT_EQ(plain.caches, "/u/.cache");
+  EXPECT_EQ(plain.httpStorages, "/u/.cache");
+  EXPECT_EQ(plain.temporary, "/tmp");
+  EXPECT_EQ(plain.configuration, "/u/.config");
+  EXPECT_EQ(plain.bundleIdentifier, builtInBundleIdentifier());
+  EXPECT_TRUE(plain.environment.empty());
+  EXPECT_EQ(chosen.applicationSupport, "/data");
+  EXPECT_EQ(chosen.caches, "/caches");
+  EXPECT_EQ(chosen.configuration, "/u/.config") << "a relative path is ignored";
+  EXPECT_EQ(linuxSurroundings({{"XDG_CONFIG_HOME", "/c"}}).configuration, "/c");
+  EXPECT_EQ(chosen.temporary, "/t");
+  for (const char* home : {"", "relative"}) {
+    EXPECT_TRUE(linuxSurroundings({{"HOME", home}}).home.starts_with('/')) << "the user's entry";
+  }
+}
+
+TEST(LinuxSurroundings, KeepTheVariablesThatDecideSomething) {
+  Environment all;
+  for (const char* name : {"MARIGOLD_CACHE_DIR", "CLAUDE_CONFIG_DIR", "CODEX_HOME", "GROK_HOME",
+                           "https_proxy", "HTTPS_PROXY", "no_proxy", "NO_PROXY"}) {
+    all.emplace(name, name);
+  }
+  Environment more = all;
+  more.insert({{"HOME", "/u"}, {"LD_PRELOAD", "x"}});
+  const Surroundings kept = linuxSurroundings(more);
+  EXPECT_EQ(Environment(kept.environment.begin(), kept.environment.end()), all);
+
+  EXPECT_EQ(timeLocale({{"LC_ALL", "a"}, {"LC_TIME", "b"}, {"LANG", "c"}}), "a");
+  EXPECT_EQ(timeLocale({{"LC_ALL", ""}, {"LC_TIME", "b"}, {"LANG", "c"}}), "b");
+  EXPECT_EQ(timeLocale({{"LC_CTYPE", "b"}, {"LANG", "c"}}), "c");
+  EXPECT_EQ(timeLocale({}), "");
+}
+
+TEST(LinuxSurroundings, SayWhereTheBusesAre) {
+  const std::string named = "unix:path=/x";
+  EXPECT_EQ(sessionBusAddress({{"DBUS_SESSION_BUS_ADDRESS", named}}), named);
+  EXPECT_EQ(systemBusAddress({{"DBUS_SYSTEM_BUS_ADDRESS", named}}), named);
+  EXPECT_EQ(systemBusAddress({{"DBUS_SYSTEM_BUS_ADDRESS", ""}}),
+            "unix:path=/run/dbus/system_bus_socket");
+  const test::TemporaryDirectory runtime;
+  runtime.write("bus", "no socket");
+  EXPECT_EQ(sessionBusAddress({{"XDG_RUNTIME_DIR", runtime.path()}}), "");
+}
+
+}  // namespace
+}  // namespace marigold
