@@ -67,7 +67,6 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
                    .readClaudeLogin = [&]() -> std::expected<ClaudeCredentials, KeychainReadError> {
                      reading.set_value();
                      stopped.get_future().wait();  // as one that waits for a request does
-                     std::this_thread::sleep_for(Seconds{0.05});
                      ends.emplace_back("login");
                      return std::unexpected(KeychainReadError{});
                    },
