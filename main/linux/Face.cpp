@@ -67,7 +67,7 @@ Face desktopFace(EventLoop& loop, BusLink& sessionBus, Defaults& defaults, bool 
   QGuiApplication::setWindowIcon(drawingIcon(MenuBarRender::idleSquare(developmentBuild)));
   auto appearance = std::make_unique<LinuxAppearance>(sessionBus);
   auto statusBar = std::make_unique<LinuxStatusBar>(loop, sessionBus, defaults, developmentBuild);
-  auto popover = std::make_unique<PopoverWindow>(statusBar->itemPlace());
+  auto popover = std::make_unique<PopoverWindow>(loop, statusBar->itemPlace());
   return {.statusBar = std::move(statusBar),
           .popover = std::move(popover),
           .appearance = std::move(appearance),

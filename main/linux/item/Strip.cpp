@@ -1,6 +1,7 @@
 #include "linux/item/Strip.h"
 
 #include <cmath>
+#include <cstdint>
 #include <utility>
 
 #include <QtCore/QStringList>
@@ -148,6 +149,11 @@ bool Strip::translucent() const {
 // A window manager's close key does not take the item from its user.
 void Strip::closeEvent(QCloseEvent* event) {
   event->ignore();
+}
+
+void Strip::showEvent(QShowEvent* event) {
+  x11StandsAlone(static_cast<std::uint32_t>(winId()));
+  QWidget::showEvent(event);
 }
 
 void Strip::paintEvent(QPaintEvent* /*event*/) {

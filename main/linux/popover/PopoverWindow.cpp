@@ -1,13 +1,12 @@
 #include "linux/popover/PopoverWindow.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
 #include <QtCore/QEvent>
-#include <QtCore/QTimer>
 #include <QtGui/QCursor>
 #include <QtGui/QKeyEvent>
 #include <QtGui/QPainter>
@@ -28,19 +27,20 @@ namespace {
 constexpr int padding = 12;
 constexpr int widthInLetters = 50;
 /// How long a click takes at most to reach this program after the button was released.
-constexpr std::chrono::milliseconds clickOnItsWay{400};
-constexpr std::chrono::seconds buttonHeld{10};
+constexpr Seconds clickOnItsWay{0.4};
+constexpr Seconds buttonHeld{10};
 /// For how long after it opened the focus may come and go: some window managers first give it to
 /// the window, then back to the one before.
-constexpr std::chrono::milliseconds focusSettles{500};
+constexpr Seconds focusSettles{0.5};
 
 }  // namespace
 
 class PopoverWindow::Window final : public QWidget {
  public:
-  Window(PopoverWindow& popover, const ItemPlace& item)
+  Window(PopoverWindow& popover, EventLoop& loop, const ItemPlace& item)
       : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint),
         popover_(popover),
+        loop_(loop),
         item_(item),
         scroll_(new QScrollArea(this)),
         content_(new QWidget) {
@@ -56,9 +56,6 @@ class PopoverWindow::Window final : public QWidget {
     auto* const frame = new QVBoxLayout(this);
     frame->setContentsMargins(1, 1, 1, 1);
     frame->addWidget(scroll_);
-    closedByClick_.setSingleShot(true);
-    focusSettles_.setSingleShot(true);
-    connect(&closedByClick_, &QTimer::timeout, this, [this] { buttons_.reset(); });
   }
 
   void setCards(const std::vector<ProviderCard>& cards) {
@@ -80,14 +77,15 @@ class PopoverWindow::Window final : public QWidget {
   }
 
   void open() {
-    if (closedByClick_.isActive()) {
+    if (clickIsDue()) {
       return;
     }
     fit();
     scroll_->verticalScrollBar()->setValue(0);
     activateWhenPainted_ = true;
     hadFocus_ = false;
-    focusSettles_.start(focusSettles);
+    focusSettled_ = loop_.now() + continuousDuration(focusSettles);
+    x11StandsAlone(static_cast<std::uint32_t>(winId()));
     show();
     raise();
     update();
@@ -100,7 +98,7 @@ class PopoverWindow::Window final : public QWidget {
   void dismiss() {
     if (isVisible()) {
       hide();
-      if (!closedByClick_.isActive()) {
+      if (!clickIsDue()) {
         buttons_.reset();
       }
       if (popover_.onClosed) {
@@ -149,7 +147,7 @@ class PopoverWindow::Window final : public QWidget {
           this,
           [this] {
             if (isVisible() && !isActiveWindow() && hadFocus_ && !menuIsOpen()) {
-              if (focusSettles_.isActive()) {
+              if (loop_.now() < focusSettled_) {
                 activateWindow();
                 return;
               }
@@ -162,6 +160,7 @@ class PopoverWindow::Window final : public QWidget {
   }
 
  private:
+  [[nodiscard]] bool clickIsDue() const { return loop_.now() < clickTold_; }
   static bool menuIsOpen() { return QApplication::activePopupWidget() != nullptr; }
 
   bool isAtPointer() {
@@ -171,17 +170,22 @@ class PopoverWindow::Window final : public QWidget {
 
   void buttonMoved(bool down) {
     if (!down) {
-      if (closedByClick_.isActive()) {
-        closedByClick_.start(clickOnItsWay);
+      if (clickIsDue()) {
+        expectClick(clickOnItsWay);
       }
-    } else if (isVisible() ? !isAtPointer() && !menuIsOpen() : closedByClick_.isActive()) {
+    } else if (isVisible() ? !isAtPointer() && !menuIsOpen() : clickIsDue()) {
       dismissByClick(buttonHeld);
     }
   }
 
-  void dismissByClick(std::chrono::milliseconds clickComesWithin) {
-    closedByClick_.start(clickComesWithin);
+  void dismissByClick(Seconds clickComesWithin) {
+    expectClick(clickComesWithin);
     dismiss();
+  }
+
+  void expectClick(Seconds within) {
+    clickTold_ = loop_.now() + continuousDuration(within);
+    watchEnds_ = loop_.callAt(clickTold_, [this] { buttons_.reset(); });
   }
 
   // As large as the cards, as far as the screen goes, at the place that suits the size.
@@ -201,6 +205,7 @@ class PopoverWindow::Window final : public QWidget {
   }
 
   PopoverWindow& popover_;
+  EventLoop& loop_;
   const ItemPlace& item_;
   QScrollArea* scroll_;
   QWidget* content_;
@@ -208,12 +213,13 @@ class PopoverWindow::Window final : public QWidget {
   bool activateWhenPainted_ = false;
   bool hadFocus_ = false;
   std::unique_ptr<X11Buttons> buttons_;
-  QTimer focusSettles_;
-  QTimer closedByClick_;  ///< runs until the click that closed the window must have been told
+  Instant focusSettled_;  ///< until when it may come and go
+  Instant clickTold_;     ///< when the click that closed the window must have been told
+  Timer watchEnds_;
 };
 
-PopoverWindow::PopoverWindow(const ItemPlace& item)
-    : window_(std::make_unique<Window>(*this, item)) {}
+PopoverWindow::PopoverWindow(EventLoop& loop, const ItemPlace& item)
+    : window_(std::make_unique<Window>(*this, loop, item)) {}
 
 PopoverWindow::~PopoverWindow() = default;
 

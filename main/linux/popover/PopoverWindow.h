@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "base/EventLoop.h"
 #include "linux/system/ScreenPlaces.h"
 #include "ports/Popover.h"
 
@@ -15,8 +16,8 @@ namespace marigold {
 /// `open` therefore does nothing until shortly after that release.
 class PopoverWindow final : public Popover {
  public:
-  /// Opens at `item`, which must outlive it.
-  explicit PopoverWindow(const ItemPlace& item);
+  /// Opens at `item`. Both must outlive it.
+  PopoverWindow(EventLoop& loop, const ItemPlace& item);
   PopoverWindow(const PopoverWindow&) = delete;
   PopoverWindow& operator=(const PopoverWindow&) = delete;
   ~PopoverWindow() override;

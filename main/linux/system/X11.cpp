@@ -78,6 +78,30 @@ std::optional<QRect> x11WorkArea() {
                static_cast<int>(height));
 }
 
+void x11StandsAlone(std::uint32_t window) {
+  xcb_connection_t* const connection = toolkitConnection();
+  if (connection == nullptr) {
+    return;
+  }
+  // WM_HINTS as ICCCM has it, 4.1.2.4.
+  constexpr std::uint32_t namesGroup = 1U << 6U;
+  std::array<std::uint32_t, 9> hints{};
+  auto& flags = hints.front();
+  auto& group = hints.back();
+  const Owned<xcb_get_property_reply_t> before(
+      xcb_get_property_reply(connection,
+                             xcb_get_property(connection, 0, window, XCB_ATOM_WM_HINTS,
+                                              XCB_ATOM_WM_HINTS, 0, hints.size()),
+                             nullptr));
+  if (before && xcb_get_property_value_length(before.get()) == int{sizeof hints}) {
+    std::memcpy(hints.data(), xcb_get_property_value(before.get()), sizeof hints);
+  }
+  flags |= namesGroup;
+  group = window;
+  xcb_change_property(connection, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_HINTS,
+                      XCB_ATOM_WM_HINTS, 32, hints.size(), hints.data());
+}
+
 X11Selection::X11Selection(const char* name, std::function<void()> onChange)
     : onChange_(std::move(onChange)) {
   xcb_connection_t* const connection = toolkitConnection();

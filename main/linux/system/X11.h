@@ -24,6 +24,11 @@ namespace marigold {
 /// What panels leave of the desktop, all its screens taken together, in pixels of the root window.
 [[nodiscard]] std::optional<QRect> x11WorkArea();
 
+/// Has the window manager take `window` for the only one of its group. KWin hides the small windows
+/// of a group while another program is active, unless there is but one. To be called before it is
+/// shown.
+void x11StandsAlone(std::uint32_t window);
+
 /// Selections stand for the services of an X11 desktop: who offers one owns it.
 inline constexpr const char* xembedTraySelection = "_NET_SYSTEM_TRAY_S0";
 inline constexpr const char* compositorSelection = "_NET_WM_CM_S0";

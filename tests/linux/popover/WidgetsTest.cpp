@@ -13,6 +13,7 @@
 #include "linux/item/Strip.h"
 #include "linux/popover/PopoverWindow.h"
 #include "linux/system/ScreenPlaces.h"
+#include "support/ManualEventLoop.h"
 #include "support/ToolkitApplication.h"
 
 namespace marigold {
@@ -135,8 +136,9 @@ TEST_F(WidgetsTest, TheStripShowsTheMarkSharplyAndSpeaksIt) {
 }
 
 TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
+  test::ManualEventLoop loop;
   const ItemPlace nowhere;
-  PopoverWindow popover(nowhere);
+  PopoverWindow popover(loop, nowhere);
   int closed = 0;
   popover.onClosed = [&] { ++closed; };
   ProviderCard codex{.title = "Codex",
@@ -166,6 +168,7 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   codex.plan = std::string(200, 'x');
   popover.setContent({.cards = {codex}});
   const auto edges = [&](const char* text) {
+    QCoreApplication::processEvents();
     for (const QLabel* const label : after.front()->window()->findChildren<QLabel*>()) {
       if (label->text() == text) {
         const int left = label->mapTo(label->window(), QPoint()).x();
@@ -184,7 +187,10 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   EXPECT_GT(edges("Codex").first, edges(codex.plan.c_str()).first);
   QApplication::setLayoutDirection(Qt::LeftToRight);
   // More than fits the screen scrolls.
+  popover.setContent({.cards = {claude}});
+  const auto unscrolled = edges(message.c_str());
   popover.setContent({.cards = std::vector(9, claude)});
+  EXPECT_EQ(edges(message.c_str()), unscrolled) << "no narrower by the bar";
   EXPECT_EQ(after.front()->window()->geometry().height(), 400 - 2 * 8);
   EXPECT_EQ(closed, 0);
   popover.close();
