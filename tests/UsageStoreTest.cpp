@@ -1,6 +1,7 @@
 #include <array>
 #include <random>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -239,7 +240,7 @@ TEST_F(UsageStoreTest, TurningClaudeOffDropsWhatIsOutAndStaysOff) {
 
 TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
   using enum LoginItem::Status;
-  struct {
+  struct Row {
     LoginItem::Status now;
     bool on;
     std::string refusal;
@@ -248,7 +249,8 @@ TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
     std::string error;
     Calls asked;
     Calls logged;
-  } const rows[] = {
+  };
+  const std::vector<Row> rows{
       {notRegistered, true, "", enabled, true, "", {"register"}, {}},
       {notRegistered, true, "", requiresApproval, false, "", {"register", "settings"}, {}},
       {notRegistered,

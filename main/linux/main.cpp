@@ -1,7 +1,9 @@
+#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <span>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <QtCore/QSocketNotifier>
@@ -21,6 +23,7 @@
 #include "linux/system/LinuxApplicationControl.h"
 #include "linux/system/LinuxAttention.h"
 #include "linux/system/LinuxLogin.h"
+#include "linux/system/LinuxLoginItem.h"
 #include "linux/system/LinuxRandomSource.h"
 #include "linux/system/LinuxSurroundings.h"
 #include "linux/system/PictureFile.h"
@@ -47,7 +50,8 @@ int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
   LinuxTransport transport(requestProgram(), httpsProxy(surroundings), log);
   const IcuLocalTimeText localTime(timeLocale(environment));
   LinuxApplicationControl application;
-  LoginItem loginItem;
+  std::error_code ignored;
+  LinuxLoginItem loginItem(surroundings, std::filesystem::read_symlink(ownProgram, ignored));
   Updater updater;
   const Face face = hasDisplay ? desktopFace(loop, sessionBus, defaults, surroundings.isDevBuild())
                                : textFace(loop);
