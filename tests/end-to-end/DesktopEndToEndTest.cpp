@@ -22,6 +22,7 @@
 
 #include "end-to-end/ProgramFixture.h"
 #include "linux/item/StatusNotifierStructures.h"
+#include "support/PrivateBus.h"
 #include "support/SilentPort.h"
 #include "support/TrayHost.h"
 
@@ -87,8 +88,7 @@ class DesktopEndToEnd : public test::ProgramFixture {
  protected:
   DesktopEndToEnd() {
     environment["DISPLAY"] = ":" + xserver_.outputLine("").value_or("");
-    environment["DBUS_SESSION_BUS_ADDRESS"] = busAddress;
-    bus->outputLine("unix:");
+    environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address;
     screen.emplace(environment["DISPLAY"]);
     home.write(".config/app.marigold.Marigold/preferences.json",
                R"({"perProviderMigrated": true, "menubar.claude": false, "menubar.grok": false})");
@@ -98,7 +98,7 @@ class DesktopEndToEnd : public test::ProgramFixture {
   void startProgram() { program.emplace(std::vector{executable}, environment); }
   void startHost() {
     static int started = 0;
-    host.emplace(QString::fromStdString(busAddress), ("host" + std::to_string(++started)).c_str());
+    host.emplace(QString::fromStdString(bus.address), ("host" + std::to_string(++started)).c_str());
   }
   bool itemCame() {
     return eventually([this] { return !host->item.isEmpty(); });
@@ -124,15 +124,7 @@ class DesktopEndToEnd : public test::ProgramFixture {
       {MARIGOLD_XVFB, "-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "800x600x24"}};
 
  protected:
-  // Any user may speak on it, since some bars refuse to run as root.
-  std::string busAddress = "unix:path=" + home.path() + "/bus";
-  std::vector<std::string> busCommand{
-      MARIGOLD_DBUS_DAEMON, "--nofork", "--print-address",
-      "--config-file=" + home.write("bus.conf", "<busconfig><listen>" + busAddress + R"(</listen>
-  <auth>EXTERNAL</auth><policy context="default"><allow user="*"/><allow own="*"/>
-    <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/></policy>
-</busconfig>)")};
-  std::optional<ChildProcess> bus{std::in_place, busCommand};
+  test::PrivateBus bus{home};  // any user, since some bars refuse to run as root
   std::optional<Screen> screen;
   std::optional<test::TrayHost> host;
   std::optional<ChildProcess> program;
@@ -196,8 +188,7 @@ TEST_F(DesktopEndToEnd, HostsComeAndGo) {
   EXPECT_TRUE(labelBecomes("38%"));
 
   host.reset();
-  bus.emplace(busCommand);
-  bus->outputLine("unix:");
+  bus.restart();
   startHost();
   ASSERT_TRUE(itemCame()) << "on a bus that was started again";
   ASSERT_TRUE(labelBecomes("38%"));
@@ -228,8 +219,7 @@ std::string spokenTree(const QDBusConnection& bus, const QString& service, const
 TEST_F(DesktopEndToEnd, TheStripSpeaks) {
   environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1";
   const ChildProcess launcher = run({MARIGOLD_AT_SPI_BUS_LAUNCHER, "--launch-immediately"});
-  QDBusConnection session =
-      QDBusConnection::connectToBus(environment["DBUS_SESSION_BUS_ADDRESS"].c_str(), "session");
+  QDBusConnection session = bus.connect("session");
   const auto address = [&] {
     return session
         .call(QDBusMessage::createMethodCall("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus",

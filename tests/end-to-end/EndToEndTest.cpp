@@ -13,9 +13,7 @@
 #include <vector>
 
 #include <QtDBus/QDBusConnection>
-#include <QtDBus/QDBusConnectionInterface>
 #include <QtDBus/QDBusMessage>
-#include <QtDBus/QDBusReply>
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
 
@@ -23,7 +21,7 @@
 #include "end-to-end/ProgramFixture.h"
 #include "support/Canary.h"
 #include "support/OrdinaryUser.h"
-#include "support/SilentPort.h"
+#include "support/PrivateBus.h"
 #include "support/TLSServer.h"
 
 namespace marigold {
@@ -143,53 +141,35 @@ TEST_F(EndToEnd, LivesWithoutAPlaceToWriteAndWithABrokenSettingsFile) {
 }
 
 TEST_F(EndToEnd, RefreshesWhenSomebodyMayLook) {
-  struct Row {
-    const char* bus;
-    const char* path;
-    const char* interface;
-    const char* signal;
+  const std::string rollout = home.write("codex/sessions/2026/11/22/rollout-a.jsonl", "");
+  fs::create_hard_link(rollout, home.path() + "/unwatched.jsonl");
+  const test::PrivateBus session(home, "session");
+  const test::PrivateBus system(home, "system");
+  environment["DBUS_SESSION_BUS_ADDRESS"] = session.address;
+  environment["DBUS_SYSTEM_BUS_ADDRESS"] = system.address;
+  ChildProcess running = start();
+  ASSERT_TRUE(running.outputLine("not detected"));
+  const auto expectReading = [&](const test::PrivateBus& where, const QDBusMessage& awake,
+                                 int percent) {
+    QDBusConnection bus = where.connect("bus");
+    bus.registerService("org.freedesktop.login1");
+    codexSays(percent, 12, 4 * 86400.0, "../../unwatched");  // no event tells of its other name
+    EXPECT_TRUE(test::eventually([&] {
+      bus.send(awake);  // it may not listen yet
+      return running.outputLine("5h " + std::to_string(percent) + "% used", 0.05).has_value();
+    })) << percent;
+    QDBusConnection::disconnectFromBus("bus");
   };
-  for (const Row& row :
-       {Row{"SYSTEM", "/org/freedesktop/login1", "org.freedesktop.login1.Manager",
-            "PrepareForSleep"},
-        Row{"SESSION", "/ScreenSaver", "org.gnome.ScreenSaver", "ActiveChanged"}}) {
-    const std::string address = "unix:path=" + home.path() + "/" + row.bus;
-    std::optional<ChildProcess> daemon;
-    const auto startDaemon = [&] {
-      daemon.emplace(std::vector<std::string>{MARIGOLD_DBUS_DAEMON, "--session", "--nofork",
-                                              "--print-address", "--address=" + address});
-      return daemon->outputLine("unix:").has_value();
-    };
-    ASSERT_TRUE(startDaemon());
-    environment["DBUS_SYSTEM_BUS_ADDRESS"] = environment["DBUS_SESSION_BUS_ADDRESS"] = "disabled:";
-    environment["DBUS_" + std::string(row.bus) + "_BUS_ADDRESS"] = address;
-    for (const char* old : {"/codex", "/.local", "/unwatched.jsonl"}) {
-      fs::remove_all(home.path() + old);
-    }
-    const std::string rollout = home.write("codex/sessions/2026/11/22/rollout-a.jsonl", "");
-    fs::create_hard_link(rollout, home.path() + "/unwatched.jsonl");
-    ChildProcess running = start();
-    ASSERT_TRUE(running.outputLine("not detected"));
-    daemon.reset();  // and again, at the same address
-    ASSERT_TRUE(startDaemon());
-    QDBusConnection bus =
-        QDBusConnection::connectToBus(QString::fromStdString(address), row.signal);
-    ASSERT_TRUE(bus.registerService("org.freedesktop.login1"));
-    const auto say = [&](bool value) {
-      bus.send(QDBusMessage::createSignal(row.path, row.interface, row.signal) << value);
-    };
-    // Each connection has a name. The file's own watch stands by then, too.
-    ASSERT_TRUE(test::eventually(
-        [&] { return bus.interface()->registeredServiceNames().value().filter(":").size() > 1; }));
-    EXPECT_FALSE(running.outputLine("used", 0.5));
-    codexSays(37, 12, 4 * 86400.0, "../../unwatched");  // no event tells of its other name
-    say(true);                                          // sleep or the screen saver begins
-    EXPECT_FALSE(running.outputLine("5h 37% used", 0.5)) << row.signal;
-    say(false);
-    EXPECT_TRUE(running.outputLine("5h 37% used")) << row.signal;
-    EXPECT_EQ(running.end(), "0");
-    QDBusConnection::disconnectFromBus(row.signal);
-  }
+  expectReading(session,
+                QDBusMessage::createSignal("/ScreenSaver", "org.gnome.ScreenSaver", "ActiveChanged")
+                    << false,
+                37);
+  expectReading(system,
+                QDBusMessage::createSignal("/org/freedesktop/login1",
+                                           "org.freedesktop.login1.Manager", "PrepareForSleep")
+                    << false,
+                38);
+  EXPECT_EQ(running.end(), "0");
 }
 
 TEST_F(EndToEnd, SaysHowOldAReadingIsWhenTheClockIsSet) {

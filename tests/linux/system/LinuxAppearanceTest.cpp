@@ -10,8 +10,7 @@
 
 #include "linux/system/LinuxAppearance.h"
 #include "linux/system/LinuxEventLoop.h"
-#include "support/ChildProcess.h"
-#include "support/TemporaryDirectory.h"
+#include "support/PrivateBus.h"
 #include "support/ToolkitApplication.h"
 
 namespace marigold {
@@ -63,22 +62,13 @@ class LinuxAppearanceTest : public testing::Test {
     palette.setColor(QPalette::WindowText, text);
     QGuiApplication::setPalette(palette);
   }
-  [[nodiscard]] QDBusConnection connect(const char* name) const {
-    return QDBusConnection::connectToBus(QString::fromStdString(address), name);
-  }
-
   test::TemporaryDirectory home;
-  // A bus without any service of the machine's.
-  test::ChildProcess daemon{{MARIGOLD_DBUS_DAEMON, "--nofork", "--print-address",
-                             "--config-file=" + home.write("bus.conf", R"(<busconfig>
-    <listen>unix:dir=)" + home.path() + R"(</listen><policy context="default"><allow own="*"/>
-    <allow send_destination="*"/><allow eavesdrop="true"/></policy></busconfig>)")}};
-  std::string address = daemon.outputLine("").value_or("");
+  test::PrivateBus daemon{home};
   test::ToolkitApplication application;
   LinuxEventLoop loop;
-  BusLink link{loop, address, true};
+  BusLink link{loop, daemon.address, true};
   LinuxAppearance appearance{link};
-  QDBusConnection bus = connect("others");
+  QDBusConnection bus = daemon.connect("others");
   std::vector<AppearanceSettings> changes;
 };
 

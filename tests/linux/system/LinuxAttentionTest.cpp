@@ -1,13 +1,18 @@
 #include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 
+#include <QtDBus/QDBusConnectionInterface>
+#include <QtDBus/QDBusMessage>
+#include <QtDBus/QDBusReply>
 #include <QtGui/QGuiApplication>
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
 
 #include "linux/system/LinuxAttention.h"
-#include "support/ChildProcess.h"
 #include "support/Eventually.h"
+#include "support/PrivateBus.h"
 
 namespace marigold {
 namespace {
@@ -54,6 +59,52 @@ TEST(LinuxAttention, TellsOfAnotherDesktopOnX11Only) {
   say("_NET_CURRENT_DESKTOP", 1);
   EXPECT_TRUE(test::eventually([&] { return told > 1; }));
   EXPECT_EQ(told, 2);
+}
+
+TEST(LinuxAttention, TellsWhenTheMachineOrTheScreenHasWoken) {
+  int argc = 0;
+  const QCoreApplication application(argc, nullptr);
+  const test::TemporaryDirectory home;
+  const test::PrivateBus session(home, "session");
+  const test::PrivateBus system(home, "system");
+  LinuxEventLoop loop;
+  BusLink sessionLink(loop, session.address, true);
+  BusLink systemLink(loop, system.address, true);
+  LinuxAttention attention(loop, sessionLink, systemLink);
+  std::string told;
+  const auto wake = attention.observe(AttentionEvent::wake, [&] { told += "wake "; });
+  auto screen = attention.observe(AttentionEvent::screenWake, [&] { told += "screen "; });
+  // What is told of a signal that says so: first on one bus, then on the other.
+  const auto toldOf = [&](const QString& path, const QString& interface, const QString& member,
+                          bool begins) {
+    told.clear();
+    const auto roundTrip = [](const QDBusConnection& bus) {
+      EXPECT_TRUE(bus.interface()->registeredServiceNames().isValid());
+    };
+    for (const auto& [where, link] : {std::pair(&session, &sessionLink), {&system, &systemLink}}) {
+      (void)link->follow(roundTrip);  // it listens
+      QDBusConnection bus = where->connect("sender");
+      bus.registerService("org.freedesktop.login1");
+      bus.send(QDBusMessage::createSignal(path, interface, member) << begins);
+      roundTrip(bus);
+      (void)link->follow(roundTrip);
+      QCoreApplication::processEvents();
+      told += "| ";
+      QDBusConnection::disconnectFromBus("sender");
+    }
+    return told;
+  };
+  for (const bool begins : {true, false}) {
+    for (const QString desktop : {"freedesktop", "gnome", "cinnamon", "mate", "xfce"}) {
+      EXPECT_EQ(toldOf("/S", "org." + desktop + ".ScreenSaver", "ActiveChanged", begins),
+                begins ? "| | " : "screen | | ");
+    }
+    EXPECT_EQ(toldOf("/org/freedesktop/login1", "org.freedesktop.login1.Manager", "PrepareForSleep",
+                     begins),
+              begins ? "| | " : "| wake | ");
+  }
+  screen.reset();
+  EXPECT_EQ(toldOf("/S", "org.gnome.ScreenSaver", "ActiveChanged", false), "| | ");
 }
 
 }  // namespace
