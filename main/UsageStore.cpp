@@ -279,7 +279,6 @@ void UsageStore::turnOnClaude() {
   claudeCadence_.observe({});
   // A reading asked for before Claude was turned off must not come back now.
   publications_.at(ProviderID::claude).dropAsked();
-  stateChanged();
   retryClaudeRead();
 }
 

@@ -1,10 +1,48 @@
 #include <gtest/gtest.h>
 
 #include "store/FileWatching.h"
+#include "store/Publication.h"
 #include "support/ManualEventLoop.h"
 
 namespace marigold {
 namespace {
+
+TEST(Publication, AnOlderReadingReplacesANewerOneOnlyWhereThatSaysNothingAnyMore) {
+  const Date now{Seconds{1'000'000}};
+  constexpr double never = -99;
+  // A reading and its windows' resets, all in seconds after now.
+  const auto reading = [&](double captured, const std::vector<double>& resets) {
+    ProviderSnapshot made{.capturedAt = now + Seconds{captured}};
+    for (const double reset : resets) {
+      made.windows.push_back(
+          {.resetsAt = reset == never ? std::nullopt : std::optional(now + Seconds{reset})});
+    }
+    return made;
+  };
+  const ProviderSnapshot older = reading(-6, {60});
+  // What stands, what comes, whether that is taken.
+  for (const auto& [standing, fresh, isTaken] : {std::tuple(reading(-5, {60}), older, false),
+                                                 {older, reading(-6, {70}), true},
+                                                 {older, reading(-5, {60}), true},
+                                                 {reading(0, {60}), older, false},
+                                                 {reading(1, {60}), older, true},  // the future
+                                                 {reading(-5, {}), older, true},
+                                                 {reading(-5, {60}), reading(-6, {}), true},
+                                                 {reading(-5, {0, -1}), older, true},
+                                                 {reading(-5, {-1, 1}), older, false},
+                                                 {reading(-5, {-1, never}), older, false}}) {
+    for (const bool takesBack : {false, true}) {
+      for (const auto order : {Publication::Order::byCapture, Publication::Order::byArrival}) {
+        Publication publication(order);
+        publication.put(standing);
+        const bool wins = isTaken || takesBack || order == Publication::Order::byArrival;
+        const Answer answer = publication.arrive(publication.ask(), fresh, takesBack);
+        EXPECT_EQ(publication.offer(answer, now), wins) << testing::PrintToString(takesBack);
+        EXPECT_EQ(publication.snapshot(), wins ? fresh : standing);
+      }
+    }
+  }
+}
 
 TEST(WatchBatch, AsksForARescanWherePathsSayTooLittle) {
   const WatchBatch rescan{.mustRescan = true};
