@@ -15,6 +15,19 @@
 
 namespace marigold {
 
+namespace {
+
+PopoverTraits popoverTraits(const Desktop& desktop) {
+  const Surroundings& surroundings = desktop.surroundings;
+  return {.texts = desktop.texts,
+          .offersBarColors = desktop.offersBarColors,
+          .looksIn = {surroundings.withTilde(desktop.claudeLoginPlace),
+                      surroundings.withTilde(CodexPaths(surroundings).sessionsDir()),
+                      surroundings.withTilde(GrokPaths(surroundings).logsDir())}};
+}
+
+}  // namespace
+
 // In the order they are made; they die in the reverse.
 class MarigoldApp::Parts {
  public:
@@ -53,7 +66,8 @@ class MarigoldApp::Parts {
                    .localTime = desktop.localTime,
                    .textMeasurer = desktop.textMeasurer,
                    .surroundings = desktop_.surroundings,
-                   .processId = desktop.processId}) {}
+                   .processId = desktop.processId,
+                   .popoverTraits = popoverTraits(desktop_)}) {}
 
   void launch() { delegate_.applicationDidFinishLaunching(); }
 

@@ -13,6 +13,7 @@
 #include "base/Surroundings.h"
 #include "base/Time.h"
 #include "claude/ClaudeProvider.h"
+#include "popover/DesktopTexts.h"
 #include "ports/Appearance.h"
 #include "ports/ApplicationControl.h"
 #include "ports/Attention.h"
@@ -49,7 +50,10 @@ struct Desktop {
   Updater& updater;
   const LocalTimeText& localTime;
   const TextMeasurer& textMeasurer;
-  int processId = 0;  ///< for the log
+  DesktopTexts texts = macTexts;
+  bool offersBarColors = false;    ///< the desktop may not know whether its bar is dark
+  std::string claudeLoginPlace{};  ///< where `readClaudeLogin` looks: a path, or in words
+  int processId = 0;               ///< for the log
 };
 
 /// The whole application over one desktop: makes every part and ends them in order. Lives on the

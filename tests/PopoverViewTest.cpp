@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 
 #include "PopoverView.h"
+#include "bar/Palette.h"
 #include "claude/ClaudeTexts.h"
 #include "popover/EmptyState.h"
 #include "support/FixedLocalTimeText.h"
+#include "support/PopoverText.h"
 
 namespace marigold {
 namespace {
@@ -44,48 +46,155 @@ TEST(PopoverView, ACardSaysWhyItIsEmpty) {
     EXPECT_EQ(healthBadgeLabel(row.health, kind), row.badge) << &row - rows.data();
     const bool isOwned = kind.kind < Kind::note || kind.kind == Kind::turnedOff;
     EXPECT_EQ(healthOwnsCard(row.health), isOwned) << &row - rows.data();
+    const bool isOff = kind.kind == Kind::turnedOff;
+    for (const bool retained : {false, true}) {
+      EXPECT_EQ(emptyStateShowsMessage(kind), !isOff);
+      EXPECT_EQ(emptyStateEmitsBody(kind, retained), !isOff || retained);
+      EXPECT_EQ(cardLeadsWithReading(kind, retained), kind.kind == Kind::retrying && retained);
+    }
+  }
+}
+
+TEST(PopoverView, ARowIsFilledByHowGoodItsReadingIs) {
+  using enum WindowRowFill;
+  const Date now = dateFromEpoch(1e9);
+  const UsageWindow window{.label = "5h", .percent = 42.5};
+  for (const auto& [known, age, dim, row] :
+       std::vector<std::tuple<const UsageWindow*, double, bool, WindowRowPresentation>>{
+           {nullptr, 0, false, {none, "–"}},
+           {&window, 0, false, {solid, "43%"}},
+           {&window, 86400, false, {solid, "43%"}},
+           {&window, 86400, true, {dim, "43%"}},
+           {&window, 86401, false, {none, "43%"}},
+           {&window, 86401, true, {none, "43%"}}}) {
+    const ProviderSnapshot snapshot{.capturedAt = now - Seconds{age}};
+    EXPECT_EQ(windowRowPresentation(known, snapshot, dim, now), row) << age << dim;
+  }
+}
+
+TEST(PopoverView, ARowIsColoredAsTheMarkAndSpokenAsOneText) {
+  const Date now = dateFromEpoch(1e9);  // a Sunday, 01:46:40
+  const test::FixedLocalTimeText localTime;
+  const ProviderSnapshot reading{.provider = ProviderID::codex,
+                                 .windows = {{"5h", 37.4, now + Seconds{7190}},
+                                             {"Weekly", 95, now + Seconds{2 * 86400}},
+                                             {"Opus", 12, now}},
+                                 .capturedAt = now};
+  for (const auto mode : {RingColorMode::byUsage, RingColorMode::byWindow}) {
+    for (const auto scheme : {MarigoldTheme::Scheme::light, MarigoldTheme::Scheme::dark}) {
+      const bool byUsage = mode == RingColorMode::byUsage;
+      const bool dark = scheme == MarigoldTheme::Scheme::dark;
+      const ProviderCard card = providerCard(ProviderID::codex, &reading,
+                                             {.now = now,
+                                              .localTime = localTime,
+                                              .scheme = scheme,
+                                              .ringColors = mode,
+                                              .accent = ProviderAccent::pink});
+      const auto fill = [&](ProviderAccent accent, double percent) {
+        return menuBarBarFill(accent, percent, dark ? DarkMenuBar::yes : DarkMenuBar::no);
+      };
+      using enum ProviderAccent;
+      const std::vector<CardBlock> rows = {CardRow{"5h",
+                                                   "37%",
+                                                   "in 1h 59m",
+                                                   {37.4, fill(byUsage ? pink : teal, 37)},
+                                                   "5h, 37 percent used, resets in 1h 59m"},
+                                           CardRow{"Weekly",
+                                                   "95%",
+                                                   "Tue 01:46",
+                                                   {95, UsageZone::red},
+                                                   "Weekly, 95 percent used, resets Tue 01:46"},
+                                           CardRow{"Opus",
+                                                   "12%",
+                                                   "",
+                                                   {12, fill(byUsage ? pink : automatic, 12)},
+                                                   "Opus, 12 percent used"}};
+      EXPECT_EQ(card.blocks, rows) << byUsage << dark;
+    }
   }
 }
 
 TEST(PopoverView, ACardTellsWhatThereIs) {
-  const Date now = dateFromEpoch(1e9);  // a Sunday, 01:46:40
-  ProviderSnapshot good{.windows = {{"5h", 42.5, now + Seconds{7500}},
-                                    {"Weekly", 7, now + Seconds{2 * 86400}},
-                                    {"Opus", 100, now},
-                                    {"Sonnet", 0.4, {}}},
-                        .capturedAt = now,
-                        .planLabel = "Claude Max"};
-  const std::vector<CardBlock> rows = {CardRow{"5h", "43%", "in 2h 5m"},
-                                       CardRow{"Weekly", "7%", "Tue 01:46"},
-                                       CardRow{"Opus", "100%", ""}, CardRow{"Sonnet", "0%", ""}};
-  ProviderSnapshot noted = good;
-  noted.extraNote = "Extra usage on";
-  const ProviderSnapshot bare{.planLabel = "Claude Max"};
-  const char* const nothing = "No usage data yet.";
-  const std::vector<std::tuple<std::optional<ProviderSnapshot>, bool, const char*>> cases = {
-      {{}, false, nothing},
-      {good, true, ""},
-      {noted, true, "Extra usage on"},
-      {noted.withHealth(Health::stale("r")), true, "r"},
-      {good.withHealth(Health::stale("3h ago")), true, "just now"},  // ages while it is shown
-      {good.withHealth(Health::serverError({})), true, ""},
-      {noted.withHealth(Health::notInstalled("r")), false, "r"},
-      {good.withHealth(Health::turnedOff()), false, ""},
-      {bare, false, "No active limits right now."},
-      {bare.withHealth(Health::rateLimited({})), false, nothing}};
-  for (const auto& [snapshot, showsRows, message] : cases) {
-    std::vector<CardBlock> blocks = showsRows ? rows : std::vector<CardBlock>();
-    if (*message != 0) {
-      blocks.emplace_back(CardText{message});
+  const Date now = dateFromEpoch(1e9);
+  const test::FixedLocalTimeText localTime;
+  enum : std::uint8_t { bare = 0, full = 1, noted = 2, latched = 4, unread = 8, busy = 16 };
+  struct Row {
+    ProviderID provider;
+    std::optional<Health> health;
+    int how;
+    std::string told;  // below the title
+  };
+  const auto claude = ProviderID::claude;
+  const auto codex = ProviderID::codex;
+  const std::string disclosure = "\n> What Marigold does with your Claude login";
+  const std::string keeps = "\n- Marigold keeps checking. The numbers come back on their own.";
+  const std::string dim = "\n5h 43% dim in 2h 5m";
+  const std::string expired =
+      "Your Claude Code login has expired. Run claude in Terminal once to refresh it. Marigold "
+      "reads that login, not the Claude app's.";
+  const std::string hung =
+      "Reading your Claude login did not finish. If macOS left a Keychain dialog on screen, close "
+      "it, then try again.";
+  const Health asks = Health::reconnect(std::string(ClaudeUnavailable::tokenExpired));
+  const Health hangs = Health::reconnect(std::string(ClaudeUnavailable::timedOut));
+  const Health unreachable = Health::stale("fetch failed");
+  for (const auto& [provider, health, how, told] : std::vector<Row>{
+           {claude, {}, unread, "\nChecking Claude..." + disclosure},
+           {codex, {}, unread, "\nNo usage data yet."},
+           {claude, Health::ok(), full, ", Max\n5h 43% solid in 2h 5m" + disclosure},
+           {codex, Health::ok(), full | noted, ", Max\n5h 43% solid in 2h 5m\n--- - note"},
+           {codex, Health::ok(), bare, ", Max\nNo active limits right now."},
+           {codex, Health::ok(), noted, ", Max\nNo active limits right now.\n- note"},
+           {codex, Health::stale("r"), full | noted, ", Max" + dim + "\n--- - r\n- note"},
+           {codex, Health::stale("9h ago"), full, ", Max" + dim + "\n--- - 1h ago"},
+           {codex, Health::stale("r"), bare, ", Max\nNo usage data yet.\n- r"},
+           {codex, Health::stale("r"), noted, ", Max\nnote\n- r"},
+           {codex, Health::reconnect("r"), bare, ", Max\nr"},
+           {codex, Health::reconnect("r"), full, ", Max\nr\n--- = Last reading before this" + dim},
+           {codex, Health::notInstalled("r"), full | noted, ", Max\nr\n- Looks in ~/place"},
+           {claude, Health::notInstalled("r"), bare, ", Max\nr\n- Looks in ~/place" + disclosure},
+           {claude, Health::turnedOff(), full | noted, ", Max [off]\n(Turn On)"},
+           {claude, asks, full,
+            ", Max [retrying!]\n= Last reading before this" + dim + "\n--- - " + expired + keeps +
+                disclosure},
+           {claude, asks, bare, ", Max [retrying!]\n" + expired + keeps + disclosure},
+           {claude, hangs, full | latched,
+            ", Max [needs a tap!]\n" + hung + "\n(Try Again)\n--- = Last reading before this" +
+                dim + disclosure},
+           {claude, hangs, latched | busy,
+            ", Max [needs a tap!]\n" + hung + "\n(Try Again…)" + disclosure},
+           {claude, Health::stale("2h ago"), full, ", Max" + dim + disclosure},
+           {claude, unreachable, full,
+            ", Max" + dim +
+                "\n--- Can't reach Anthropic\n- Marigold could not reach Anthropic to "
+                "ask for your usage." +
+                keeps + disclosure},
+           {claude, Health::serverError({}), bare,
+            ", Max [server error!]\nAnthropic's usage service returned an error" + keeps +
+                disclosure},
+           {claude, Health::rateLimited({}), full | unread,
+            ", Max [throttled!]" + dim + disclosure}}) {
+    ProviderSnapshot snapshot{.provider = provider,
+                              .capturedAt = now - Seconds{3600},
+                              .health = health.value_or(Health::ok()),
+                              .planLabel = "Max"};
+    if ((how & full) != 0) {
+      snapshot.windows = {{"5h", 42.5, now + Seconds{7500}}};
     }
-    EXPECT_EQ(providerCard(ProviderID::claude, snapshot ? &*snapshot : nullptr, now,
-                           test::FixedLocalTimeText()),
-              (ProviderCard{.key = "claude",
-                            .title = "Claude",
-                            .plan = snapshot ? "Claude Max" : "",
-                            .blocks = blocks}))
-        << message;
+    if ((how & noted) != 0) {
+      snapshot.extraNote = "note";
+    }
+    const ProviderCard card = providerCard(provider, health ? &snapshot : nullptr,
+                                           {.now = now,
+                                            .localTime = localTime,
+                                            .looksIn = "~/place",
+                                            .claudeReadLatched = (how & latched) != 0,
+                                            .claudeYetFetched = (how & unread) == 0,
+                                            .claudeRetrying = (how & busy) != 0});
+    EXPECT_EQ(test::told(card), std::string(displayName(provider)) + told);
+    EXPECT_EQ(card.key, rawValue(provider));
   }
+  EXPECT_EQ(test::told(nothingVisibleCard({})), "\nNo providers are shown.\n(Choose in Settings)");
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "PopoverView.h"
 #include "app/StatusMenu.h"
 #include "bar/MenuBarContent.h"
 
@@ -22,7 +21,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   s_.log.note("launched (pid " + std::to_string(s_.processId) + ")");
   s_.application.installMainMenu();
   setUpStatusItem();
-  setUpPopover();
+  popover_.onShownChanged = [this] { refreshStatusItem(); };
   s_.store.onStateChange = [this] { refresh(); };
   clockObserver_ = s_.attention.observe(AttentionEvent::clockChange, [this] { refresh(); });
   s_.store.reregisterLoginItemIfEnabled();
@@ -33,7 +32,7 @@ void AppDelegate::applicationDidFinishLaunching() {
 
 void AppDelegate::applicationWillTerminate() {
   s_.store.onStateChange = nullptr;
-  s_.popover.onClosed = nullptr;
+  popover_.stop();
   s_.appearance.onChange = nullptr;
   clockObserver_.reset();
   if (std::exchange(engineRunning_, false)) {
@@ -61,69 +60,41 @@ void AppDelegate::setUpStatusItem() {
     }
     return menuItems();
   };
-  s_.appearance.onChange = [this] { refreshStatusItem(); };
-}
-
-void AppDelegate::setUpPopover() {
-  s_.popover.onClosed = [this] { popoverDidClose(); };
+  s_.appearance.onChange = [this] { refresh(); };
 }
 
 void AppDelegate::statusItemClicked(const StatusItemClick& click) {
   s_.store.refreshOnUserAttention();
   if (click.button == StatusItemClick::Button::right || click.controlHeld) {
-    if (s_.popover.isShown()) {
-      s_.popover.close();
+    if (popover_.isShown()) {
+      popover_.close();
     }
     showMenu();
-  } else if (s_.popover.isShown()) {
-    s_.popover.close();
+  } else if (popover_.isShown()) {
+    popover_.close();
   } else {
     showPopover();
   }
 }
 
 void AppDelegate::showPopover() {
-  if (!statusItem_) {
-    return;
+  if (statusItem_) {
+    popover_.open();
   }
-  s_.store.refreshLoginItemStatus();
-  s_.application.activate();
-  updateCards();
-  s_.popover.open();
-  refreshStatusItem();  // the countdowns of the cards count from now on
 }
 
 void AppDelegate::showMenu() {
   statusItem_->openMenu(menuItems());
 }
 
-void AppDelegate::popoverDidClose() {
-  refreshStatusItem();
-}
-
 std::vector<MenuItem> AppDelegate::menuItems() {
-  return statusMenu(s_.store, s_.updater, s_.application, [this] { showPopover(); });
-}
-
-void AppDelegate::updateCards() {
-  const Date now = s_.loop.date();
-  PopoverContent content;
-  for (const ProviderID provider : s_.store.visibleProviders()) {
-    const auto& snapshot = s_.store.snapshot(provider);
-    content.cards.push_back(
-        providerCard(provider, snapshot ? &*snapshot : nullptr, now, s_.localTime));
-  }
-  if (content != content_) {
-    content_ = std::move(content);
-    s_.popover.setContent(content_);
-  }
+  return worded(statusMenu(s_.store, s_.updater, s_.application, [this] { showPopover(); }),
+                s_.popoverTraits.texts);
 }
 
 void AppDelegate::refresh() {
   refreshStatusItem();
-  if (s_.popover.isShown()) {
-    updateCards();
-  }
+  popover_.refresh();
 }
 
 void AppDelegate::refreshStatusItem() {
@@ -131,7 +102,7 @@ void AppDelegate::refreshStatusItem() {
     return;
   }
   const auto [isNew, next] =
-      picture_.redraw(s_.appearance.settings(), s_.popover.isShown(), s_.loop.date());
+      picture_.redraw(s_.appearance.settings(), popover_.isShown(), s_.loop.date());
   if (isNew) {
     statusItem_->show(*picture_.content());
   }

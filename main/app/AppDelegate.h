@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "UsageStore.h"
+#include "app/PopoverController.h"
 #include "app/StatusItemPicture.h"
 #include "base/Drawing.h"
 #include "base/EventLoop.h"
@@ -40,11 +41,20 @@ class AppDelegate {
     const TextMeasurer& textMeasurer;
     const Surroundings& surroundings;
     int processId = 0;
+    PopoverTraits popoverTraits{};
   };
 
   explicit AppDelegate(const Services& services)
       : s_(services),
-        picture_(s_.store, s_.localTime, s_.textMeasurer, s_.surroundings.isDevBuild()) {}
+        picture_(s_.store, s_.localTime, s_.textMeasurer, s_.popoverTraits.texts,
+                 s_.surroundings.isDevBuild()),
+        popover_({.store = s_.store,
+                  .loop = s_.loop,
+                  .popover = s_.popover,
+                  .appearance = s_.appearance,
+                  .application = s_.application,
+                  .localTime = s_.localTime,
+                  .traits = s_.popoverTraits}) {}
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
   ~AppDelegate();
@@ -59,21 +69,18 @@ class AppDelegate {
 
  private:
   void setUpStatusItem();
-  void setUpPopover();
   void statusItemClicked(const StatusItemClick& click);
-  void popoverDidClose();
   [[nodiscard]] std::vector<MenuItem> menuItems();
   // Shows the next frame of the drains that run, if any, in time.
   void scheduleDrain();
   void scheduleRepaint(std::optional<Date> date);
-  void updateCards();
   // Everything that is shown.
   void refresh();
 
   Services s_;
   std::unique_ptr<StatusItem> statusItem_;
   StatusItemPicture picture_;
-  PopoverContent content_;  // as the popover has it
+  PopoverController popover_;
   Timer drainTask_;
   Timer repaintTask_;
   Timer itemRetry_;

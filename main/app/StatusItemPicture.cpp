@@ -34,13 +34,13 @@ StatusItemPicture::Redraw StatusItemPicture::redraw(AppearanceSettings appearanc
   return {.isNew = isNew, .next = nextMenuRepaint(now, times.countdowns, times.resets)};
 }
 
-// The published readings among those of `providers`.
+// The published readings among those of `providers`, in this desktop's words.
 std::vector<ProviderSnapshot> StatusItemPicture::published(
     const std::vector<ProviderID>& providers) const {
   std::vector<ProviderSnapshot> readings;
   for (const ProviderID provider : providers) {
     if (const auto& snapshot = store_.snapshot(provider)) {
-      readings.push_back(*snapshot);
+      readings.push_back(worded(*snapshot, texts_));
     }
   }
   return readings;

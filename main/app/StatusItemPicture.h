@@ -6,6 +6,7 @@
 #include "UsageStore.h"
 #include "bar/ResetDrain.h"
 #include "base/Drawing.h"
+#include "popover/DesktopTexts.h"
 #include "ports/Appearance.h"
 #include "ports/LocalTimeText.h"
 #include "ports/StatusItem.h"
@@ -18,8 +19,12 @@ class StatusItemPicture {
  public:
   /// The references must outlive this.
   StatusItemPicture(const UsageStore& store, const LocalTimeText& localTime,
-                    const TextMeasurer& textMeasurer, bool devBuild)
-      : store_(store), localTime_(localTime), textMeasurer_(textMeasurer), devBuild_(devBuild) {}
+                    const TextMeasurer& textMeasurer, DesktopTexts texts, bool devBuild)
+      : store_(store),
+        localTime_(localTime),
+        textMeasurer_(textMeasurer),
+        texts_(texts),
+        devBuild_(devBuild) {}
 
   struct Redraw {
     bool isNew = false;        ///< `content` is another than before
@@ -38,6 +43,7 @@ class StatusItemPicture {
   const UsageStore& store_;
   const LocalTimeText& localTime_;
   const TextMeasurer& textMeasurer_;
+  DesktopTexts texts_;
   bool devBuild_;
   std::optional<StatusItemContent> content_;
 };

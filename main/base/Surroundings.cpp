@@ -14,6 +14,11 @@ std::string Surroundings::expandingTilde(std::string_view path) const {
   return std::string(path);
 }
 
+std::string Surroundings::withTilde(const std::string& path) const {
+  const bool within = !home.empty() && (path == home || path.starts_with(home + "/"));
+  return within ? "~" + path.substr(home.size()) : path;
+}
+
 std::string Surroundings::toolHome(std::string_view name, std::string_view otherwise) const {
   const std::string chosen = variable(name);
   return withoutTrailingSlashes(expandingTilde(chosen.empty() ? otherwise : chosen));

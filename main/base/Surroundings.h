@@ -22,6 +22,8 @@ struct Surroundings {
   [[nodiscard]] std::string variable(std::string_view name) const;
   /// `path` with a leading "~" or "~/" replaced by the home directory.
   [[nodiscard]] std::string expandingTilde(std::string_view path) const;
+  /// `path` as a person reads it: the home directory is "~".
+  [[nodiscard]] std::string withTilde(const std::string& path) const;
   /// The directory that the environment variable `name` holds when set and not empty, else
   /// `otherwise`; a leading "~" is expanded and no slash left at the end.
   [[nodiscard]] std::string toolHome(std::string_view name, std::string_view otherwise) const;

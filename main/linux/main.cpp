@@ -72,6 +72,9 @@ int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
                    .updater = updater,
                    .localTime = localTime,
                    .textMeasurer = *face.textMeasurer,
+                   .texts = linuxTexts,
+                   .offersBarColors = true,
+                   .claudeLoginPlace = claudeCredentialsFile(surroundings),
                    .processId = ::getpid()});
 
   const EndingSignals signals(loop, [&] { application.quit(); });

@@ -43,6 +43,39 @@ EmptyStateKind emptyStateKind(ProviderID provider, const std::optional<Health>& 
   return {.kind = Kind::noData, .text = {}};
 }
 
+bool emptyStateShowsMessage(const EmptyStateKind& kind) noexcept {
+  return kind.kind != EmptyStateKind::Kind::turnedOff;
+}
+
+bool emptyStateEmitsBody(const EmptyStateKind& kind, bool hasRetained) noexcept {
+  return emptyStateShowsMessage(kind) || hasRetained;
+}
+
+bool cardLeadsWithReading(const EmptyStateKind& kind, bool hasRetained) noexcept {
+  return kind.kind == EmptyStateKind::Kind::retrying && hasRetained;
+}
+
+std::string_view emptyStateMessage(const EmptyStateKind& kind) {
+  switch (kind.kind) {
+    case EmptyStateKind::Kind::retrying:
+    case EmptyStateKind::Kind::latched:
+      return claudeFailureText(kind.text);
+    case EmptyStateKind::Kind::reason:
+    case EmptyStateKind::Kind::note:
+    case EmptyStateKind::Kind::failure:
+      return kind.text;
+    case EmptyStateKind::Kind::turnedOff:
+      break;
+    case EmptyStateKind::Kind::checking:
+      return "Checking Claude...";
+    case EmptyStateKind::Kind::noLimits:
+      return "No active limits right now.";
+    case EmptyStateKind::Kind::noData:
+      return "No usage data yet.";
+  }
+  return {};
+}
+
 std::optional<std::string_view> healthBadgeLabel(const std::optional<Health>& health,
                                                  const EmptyStateKind& kind) {
   if (!health) {

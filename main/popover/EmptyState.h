@@ -35,6 +35,18 @@ struct EmptyStateKind {
                                             bool claudeReadLatched, bool claudeYetFetched,
                                             const std::optional<std::string>& note);
 
+/// There is a message that says why.
+[[nodiscard]] bool emptyStateShowsMessage(const EmptyStateKind& kind) noexcept;
+/// There is anything below the card's header; `hasRetained` tells that an older reading is kept.
+[[nodiscard]] bool emptyStateEmitsBody(const EmptyStateKind& kind, bool hasRetained) noexcept;
+/// The older reading is shown first, then the message.
+[[nodiscard]] bool cardLeadsWithReading(const EmptyStateKind& kind, bool hasRetained) noexcept;
+/// The message in full; empty where there is none.
+[[nodiscard]] std::string_view emptyStateMessage(const EmptyStateKind& kind);
+
+/// Said above an older reading.
+inline constexpr std::string_view retainedReadingLabel = "Last reading before this";
+
 /// The small badge on a card, if any.
 [[nodiscard]] std::optional<std::string_view> healthBadgeLabel(const std::optional<Health>& health,
                                                                const EmptyStateKind& kind);

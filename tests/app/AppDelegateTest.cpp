@@ -50,7 +50,10 @@ struct Bar final : Noting<StatusBar> {
 
 struct Window final : Noting<Popover> {
   using Noting::Noting;
-  void setContent(const PopoverContent& next) override { cards = next.cards; }
+  void setContent(const PopoverContent& next) override {
+    content = next;
+    ++changes;
+  }
   void open() override {
     note("popover");
     isOpen = true;
@@ -62,7 +65,8 @@ struct Window final : Noting<Popover> {
   }
   [[nodiscard]] bool isShown() const override { return isOpen; }
   bool isOpen = false;
-  std::vector<ProviderCard> cards;
+  PopoverContent content;
+  int changes = 0;
 };
 
 struct Looks final : Appearance {
@@ -295,8 +299,10 @@ TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
   store->preferences().setResetScope(ProviderID::codex, MenuBarTextScope::both);
   launch();
   click();
-  const auto row = [this] { return std::get<CardRow>(popover.cards.front().blocks.front()); };
-  ASSERT_EQ(popover.cards.size(), 2U);
+  const auto row = [this] {
+    return std::get<CardRow>(popover.content.cards.front().blocks.front());
+  };
+  ASSERT_EQ(popover.content.cards.size(), 2U);
   EXPECT_EQ(row().value, "80%");
   const double wide = last().mark.size.width;
   read({{.label = "5h", .percent = 7}});
