@@ -102,7 +102,7 @@ void Strip::setContent(const StatusItemContent& content) {
   setWindowTitle(QString::fromStdString(content.accessibilityLabel));
   setAccessibleName(windowTitle());
   setAccessibleDescription(QString::fromStdString(content.accessibilityValue));
-  setToolTip(plainToolTip(content.tooltip));
+  setToolTip(plainToolTip(content.tooltipTitle, content.tooltip));
   if (content.mark != mark_) {
     mark_ = content.mark;
     picture_ = {};

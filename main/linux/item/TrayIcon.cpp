@@ -49,7 +49,7 @@ void TrayIcon::setContent(const StatusItemContent& content) {
   if (content.square != content_.square) {
     icon_->setIcon(drawingIcon(content.square));
   }
-  icon_->setToolTip(plainToolTip(content.tooltip));
+  icon_->setToolTip(plainToolTip(content.tooltipTitle, content.tooltip));
   content_ = content;
   icon_->show();
   describeWindow(content_);

@@ -7,6 +7,7 @@
 
 #include <QtGui/QAccessible>
 #include <QtGui/QPixmap>
+#include <QtGui/QTextDocumentFragment>
 #include <QtWidgets/QLabel>
 #include <gtest/gtest.h>
 
@@ -100,7 +101,8 @@ TEST_F(WidgetsTest, HostsTellPlacesInOneUnitOrAnother) {
 TEST_F(WidgetsTest, TheStripShowsTheMarkSharplyAndSpeaksIt) {
   for (const auto& [stored, place] : std::vector<std::pair<std::string, QPoint>>{
            {"30,70", {30, 70}}, {"9999,70", {400 - 56, 70}}, {"30;70", {400 - 8 - 56, 8}}}) {
-    StatusItemContent content{.tooltip = "5h < 50% & more",
+    StatusItemContent content{.tooltip = "5h < 50% & more\nWeekly",
+                              .tooltipTitle = "[Dev] <5h>",
                               .accessibilityLabel = "Marigold",
                               .accessibilityValue = "Codex 5h 42%"};
     content.mark.size = {.width = 39.5, .height = 18};
@@ -116,6 +118,11 @@ TEST_F(WidgetsTest, TheStripShowsTheMarkSharplyAndSpeaksIt) {
     strip.setContent(content);
     strip.show();
     EXPECT_EQ(strip.pos(), place);
+    EXPECT_EQ(QTextDocumentFragment::fromHtml(strip.toolTip()).toPlainText(),
+              "[Dev] <5h>\n5h < 50% & more\nWeekly");
+    content.tooltip = content.tooltipTitle = "5h 42%";
+    strip.setContent(content);
+    EXPECT_EQ(strip.toolTip(), "5h 42%");
     const QImage image = strip.grab().toImage();
     EXPECT_EQ(image.size(), QSize(2 * 56, 2 * 26));
     for (const auto& [x, isMark] : {std::pair{16, false}, {17, true}, {18, false}}) {
