@@ -88,11 +88,11 @@ class LinuxStatusItem final : public StatusItem {
         tray_.reset();
         if (!strip_) {
           strip_ = std::make_unique<Strip>(
-              Strip::Place{.load = [this] { return defaults_.text(stripPositionKey); },
-                           .save =
-                               [this](std::string place) {
-                                 defaults_.set(stripPositionKey, std::move(place));
-                               }});
+              loop_, Strip::Place{.load = [this] { return defaults_.text(stripPositionKey); },
+                                  .save =
+                                      [this](std::string place) {
+                                        defaults_.set(stripPositionKey, std::move(place));
+                                      }});
           strip_->onClick = [this](const auto& click, const auto& area) { tell(click, area); };
         }
       }

@@ -25,6 +25,11 @@ namespace {
 constexpr int sidePad = 8;
 constexpr int endPad = 4;
 constexpr double cornerRadius = 8;
+/// How long a window manager may take to put the strip elsewhere than was asked for, as for a
+/// panel.
+constexpr Seconds answerTakes{1};
+/// For how long the strip rests before its place is saved.
+constexpr Seconds atRest{0.5};
 
 struct Colors {
   QColor ground;
@@ -77,9 +82,10 @@ std::optional<QPoint> parsePlace(const std::optional<std::string>& text) {
 
 }  // namespace
 
-Strip::Strip(Place place)
+Strip::Strip(EventLoop& loop, Place place)
     : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                            Qt::WindowDoesNotAcceptFocus),
+      loop_(loop),
       place_(std::move(place)),
       wanted_(parsePlace(place_.load())),
       compositor_(compositorSelection, [this] { update(); }) {
@@ -134,7 +140,13 @@ void Strip::click(StatusItemClick::Button button, bool controlHeld) {
 }
 
 void Strip::put() {
-  move(wanted_ ? placeOnScreen(*wanted_, size()) : openingAt({}, size()).topLeft());
+  put_ = wanted_ ? placeOnScreen(*wanted_, size()) : openingAt({}, size()).topLeft();
+  answered_ = loop_.now() + continuousDuration(answerTakes);
+  move(put_);
+}
+
+void Strip::remember() {
+  place_.save(std::to_string(pos().x()) + "," + std::to_string(pos().y()));
 }
 
 void Strip::follow(const QScreen* screen) {
@@ -149,6 +161,15 @@ bool Strip::translucent() const {
 // A window manager's close key does not take the item from its user.
 void Strip::closeEvent(QCloseEvent* event) {
   event->ignore();
+}
+
+// The user has it moved by the window manager, too.
+void Strip::moveEvent(QMoveEvent* event) {
+  QWidget::moveEvent(event);
+  if (!pressed_ && pos() != put_ && loop_.now() >= answered_) {
+    wanted_ = put_ = pos();
+    moved_ = loop_.callAfter(atRest, [this] { remember(); });
+  }
 }
 
 void Strip::showEvent(QShowEvent* event) {
@@ -217,7 +238,7 @@ void Strip::mouseReleaseEvent(QMouseEvent* event) {
     }
     wanted_ = pos();
     put();
-    place_.save(std::to_string(pos().x()) + "," + std::to_string(pos().y()));
+    remember();
   }
 }
 

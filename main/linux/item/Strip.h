@@ -8,6 +8,7 @@
 #include <QtGui/QImage>
 #include <QtWidgets/QWidget>
 
+#include "base/EventLoop.h"
 #include "linux/system/X11.h"
 #include "ports/StatusItem.h"
 
@@ -24,7 +25,8 @@ class Strip final : public QWidget {
     std::function<void(std::string)> save;
   };
 
-  explicit Strip(Place place);
+  /// `loop` must outlive the strip.
+  Strip(EventLoop& loop, Place place);
 
   /// Clicks, with the strip's place where that is known.
   std::function<void(const StatusItemClick&, const std::optional<QRect>& area)> onClick;
@@ -39,6 +41,7 @@ class Strip final : public QWidget {
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void moveEvent(QMoveEvent* event) override;
   void showEvent(QShowEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
   void mousePressEvent(QMouseEvent* event) override;
@@ -47,11 +50,16 @@ class Strip final : public QWidget {
 
  private:
   void put();
+  void remember();
   void follow(const QScreen* screen);
   [[nodiscard]] bool translucent() const;
 
+  EventLoop& loop_;
   Place place_;
   std::optional<QPoint> wanted_;   ///< by the user; it may be on no screen for the time being
+  QPoint put_;                     ///< where it was moved from here
+  Instant answered_;               ///< when the window manager's answer to that has come
+  Timer moved_;                    ///< by the window manager since; the place is still to be saved
   std::optional<QPoint> pressed_;  ///< where on the strip
   bool dragged_ = false;
   bool settled_ = false;  ///< its place was looked up since it is shown

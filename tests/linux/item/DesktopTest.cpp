@@ -192,9 +192,11 @@ TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
   const auto other = focusedWindow();
   std::vector<std::string> clicks;
   std::string saved;
+  test::ManualEventLoop loop;
   const auto makeStrip = [&] {
-    auto strip = std::make_unique<Strip>(Strip::Place{
-        .load = [&] { return saved; }, .save = [&](std::string text) { saved = std::move(text); }});
+    auto strip = std::make_unique<Strip>(
+        loop, Strip::Place{.load = [&] { return saved; },
+                           .save = [&](std::string text) { saved = std::move(text); }});
     strip->onClick = noted(clicks);
     strip->setContent(redContent());
     strip->show();
@@ -229,6 +231,18 @@ TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
   strip.reset();
   strip = makeStrip();
   EXPECT_EQ(strip->pos(), left);
+
+  // The window manager may at first find another place, then moves it for the user.
+  for (const auto& [spot, remembered] :
+       {std::pair(QPoint(300, 200), saved), {QPoint(500, 300), std::string("500,300")}}) {
+    act({"windowmove", std::to_string(strip->winId()), std::to_string(spot.x()),
+         std::to_string(spot.y())});
+    EXPECT_TRUE(eventually([&] { return strip->pos() == spot; }));
+    loop.advance(Seconds{1});
+    EXPECT_EQ(saved, remembered);
+  }
+  strip.reset();
+  EXPECT_EQ(makeStrip()->pos(), QPoint(500, 300));
 }
 
 TEST_F(DesktopTest, TheTrayIconComesAndGoesWithTheTray) {

@@ -110,7 +110,8 @@ TEST_F(WidgetsTest, TheStripShowsTheMarkSharplyAndSpeaksIt) {
         .origin = {.x = 0.5, .y = 0.5}, .size = {.width = 0.5, .height = 17}, .color = {.red = 1}});
     std::vector<StatusItemClick> clicks;
     std::optional<QRect> area;
-    Strip strip({.load = [&stored] { return stored; }, .save = {}});
+    test::ManualEventLoop loop;
+    Strip strip(loop, {.load = [&stored] { return stored; }, .save = {}});
     strip.onClick = [&](const auto& click, const auto& at) {
       clicks.push_back(click);
       area = at;
