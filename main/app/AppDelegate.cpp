@@ -88,7 +88,9 @@ void AppDelegate::showMenu() {
 }
 
 std::vector<MenuItem> AppDelegate::menuItems() {
-  return worded(statusMenu(s_.store, s_.updater, s_.application, [this] { showPopover(); }),
+  const Work open = [this] { showPopover(); };
+  return worded(statusMenu(s_.store, s_.updater, s_.application,
+                           statusItem_->menuOnAnyClick() ? open : Work()),
                 s_.popoverTraits.texts);
 }
 

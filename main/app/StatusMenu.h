@@ -9,8 +9,9 @@
 
 namespace marigold {
 
-/// The status item's menu as it is now; `open` opens the popover. What it refers to must outlive
-/// the actions of its items.
+/// The status item's menu as it is now. `open` opens the popover, on desktops whose bars may show
+/// the menu on any click, and is empty on others. What is referred to must outlive the actions of
+/// the items.
 [[nodiscard]] std::vector<MenuItem> statusMenu(UsageStore& store, Updater& updater,
                                                ApplicationControl& application, Work open);
 

@@ -46,6 +46,8 @@ class StatusItem : public Pinned {
   /// `opening` when the user is about to see it.
   std::function<std::vector<MenuItem>(bool opening)> onMenuRead;
 
+  /// The bar may show the menu on any click, so that the popover must be reached from there, too.
+  [[nodiscard]] virtual bool menuOnAnyClick() const { return false; }
   virtual void show(const StatusItemContent& content) = 0;
   /// Opens a menu at the item.
   virtual void openMenu(std::vector<MenuItem> items) = 0;

@@ -52,6 +52,9 @@ class LinuxStatusItem final : public StatusItem {
     choose();
   }
 
+  // As GNOME's extension does.
+  [[nodiscard]] bool menuOnAnyClick() const override { return true; }
+
   void show(const StatusItemContent& content) override {
     const StatusItemContent before = std::exchange(content_, content);
     if (content.square != before.square || content.mark != before.mark) {

@@ -1,0 +1,201 @@
+#include <algorithm>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "app/CommandLine.h"
+#include "app/StatusMenu.h"
+#include "support/StoreFixture.h"
+
+namespace marigold {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct Asked final : Updater, ApplicationControl {
+  [[nodiscard]] bool canCheckForUpdates() const override { return canCheck; }
+  void checkForUpdates() override { asked.emplace_back("check"); }
+  void showAbout(const AboutPanel& about) override {
+    asked.push_back("about " + about.name + " " + about.version + "\n");
+  }
+  void quit() override { asked.emplace_back("quit"); }
+  void leaveRegardless(Seconds /*after*/) override {}
+  bool canCheck = false;
+  Lines asked;
+};
+
+class StatusMenuTest : public testing::Test, protected test::StoreFixture {
+ protected:
+  StatusMenuTest() {
+    makeStore();
+    store->start();
+    codex->answer = [](Date now) {
+      return ProviderSnapshot{
+          .provider = ProviderID::codex,
+          .windows = {{.label = "5h", .percent = 37}, {.label = "Weekly", .percent = 12}},
+          .capturedAt = now};
+    };
+    settle();
+    claude.replyAll(test::reading(ProviderID::claude, 42, loop.date()));
+    settle();
+  }
+  std::vector<MenuItem> menu(const Work& open = {}) {
+    return statusMenu(*store, asked, asked, open);
+  }
+  // A line for each item: its mark, how far it is in, the title and what it explains.
+  static void list(const std::vector<MenuItem>& items, const std::string& under, Lines& lines) {
+    using enum MenuItem::Kind;
+    for (const MenuItem& item : items) {
+      std::string line = under + std::string(2 * static_cast<std::size_t>(item.indent), ' ');
+      if (item.kind == radio) {
+        line += item.checked ? "(o) " : "( ) ";
+      } else if (item.kind == checkbox) {
+        line += item.checked ? "[x] " : "[ ] ";
+      }
+      line += item.kind == separator ? "-" : item.title;
+      line += item.enabled ? "" : " (off)";
+      line += item.tooltip.empty() ? "" : ": " + item.tooltip;
+      lines.push_back(line);
+      list(item.items, under + item.title + " > ", lines);
+    }
+  }
+  Lines lines() {
+    Lines all;
+    list(menu(), "", all);
+    return all;
+  }
+  // Chooses the item of that line and gives the lines that are new then.
+  Lines choose(const std::string& line) {
+    const Lines before = lines();
+    std::vector<const MenuItem*> flat;
+    const auto items = menu();
+    const auto collect = [&](const auto& self, const std::vector<MenuItem>& level) -> void {
+      for (const MenuItem& item : level) {
+        flat.push_back(&item);
+        self(self, item.items);
+      }
+    };
+    collect(collect, items);
+    for (std::size_t i = 0; i < flat.size(); ++i) {
+      if (before[i].starts_with(line)) {
+        flat[i]->action();
+        settle();
+        const std::set<std::string> known(before.begin(), before.end());
+        Lines now = lines();
+        std::erase_if(now, [&](const std::string& each) { return known.contains(each); });
+        return now;
+      }
+    }
+    return {"no such item"};
+  }
+
+  Asked asked;
+  // Lines with what they explain.
+  const std::string byWindow =
+      "Colors by Window: The 5h window in teal and the Weekly window in purple. Red at 90% and "
+      "over.";
+  const std::string byUsage =
+      "Colors by Usage: Green, amber or red by how much of the limit is used, or the provider's "
+      "own "
+      "color.";
+  const std::string labels =
+      "Window Labels: Name each window, 5h or wk, ahead of its percentage and timer.";
+  const std::string turnOff =
+      "Turn Off Claude Usage: Stop reading your Claude login and forget Claude's cached usage "
+      "numbers. Codex and Grok are not affected.";
+  const std::string clear =
+      "Clear Stored Usage Data: Forget the usage numbers cached on this Mac for every provider: "
+      "Claude, Codex and Grok. Your Claude login is never stored on disk, so there is nothing of "
+      "it "
+      "to clear.";
+};
+
+TEST_F(StatusMenuTest, ListsWhatCanBeChosen) {
+  store->preferences().setVisible(ProviderID::grok, false);
+  store->preferences().moveProvider(ProviderID::codex, true);
+  EXPECT_EQ(lines(), (Lines{"Refresh Now",
+                            "Show in Menu Bar",
+                            "Show in Menu Bar > [x] Codex",
+                            "Show in Menu Bar > [x] Claude",
+                            "Show in Menu Bar > [ ] Grok (off)",
+                            "Codex: percentage (off)",
+                            "  ( ) Off",
+                            "  (o) 5h",
+                            "  ( ) Weekly",
+                            "  ( ) Both",
+                            "Codex: reset timer (off)",
+                            "  (o) Off",
+                            "  ( ) 5h",
+                            "  ( ) Weekly",
+                            "  ( ) Both",
+                            "Claude: percentage (off)",
+                            "  ( ) Off",
+                            "  (o) On",
+                            "Claude: reset timer (off)",
+                            "  (o) Off",
+                            "  ( ) On",
+                            "Menu Bar Style",
+                            "Menu Bar Style > (o) Rings",
+                            "Menu Bar Style > ( ) Pills",
+                            "-",
+                            "( ) " + byWindow,
+                            "(o) " + byUsage,
+                            "-",
+                            "[ ] " + labels,
+                            "-",
+                            "Check for Updates… (off)",
+                            "About Marigold",
+                            "-",
+                            turnOff,
+                            clear,
+                            "-",
+                            "Quit Marigold"}));
+}
+
+TEST_F(StatusMenuTest, DoesWhatIsChosen) {
+  store->preferences().setVisible(ProviderID::claude, false);
+  store->preferences().setPercentScope(ProviderID::codex, MenuBarTextScope::both);
+  for (const auto& [line, changes] : std::vector<std::pair<std::string, Lines>>{
+           {"  ( ) Weekly", {"  (o) Weekly"}},  // the percentage's comes first
+           {"Menu Bar Style > ( ) Pills",
+            {"Menu Bar Style > ( ) Rings", "Menu Bar Style > (o) Pills"}},
+           {"( ) Colors by Window", {"(o) " + byWindow, "( ) " + byUsage}},
+           {"[ ] Window Labels", {"[x] " + labels}},
+           {"[x] Window Labels", {"[ ] " + labels}},
+           {"Show in Menu Bar > [ ] Grok",
+            {"Show in Menu Bar > [x] Grok", "Grok: percentage (off)", "  (o) On",
+             "Grok: reset timer (off)", "  ( ) On"}},
+           {"Show in Menu Bar > [x] Grok", {"Show in Menu Bar > [ ] Grok"}},
+           {"Turn Off Claude Usage",
+            {"Turn On Claude Usage: Read your Claude login again and show usage."}}}) {
+    EXPECT_EQ(choose(line), changes) << line;
+  }
+  const Preferences& chosen = store->preferences();
+  EXPECT_EQ(chosen.percentScope(ProviderID::codex), MenuBarTextScope::weekly);
+  EXPECT_EQ(chosen.resetScope(ProviderID::codex), MenuBarTextScope::off);
+  EXPECT_EQ(chosen.menuBarStyle(), MenuBarStyle::pills);
+  EXPECT_EQ(chosen.ringColors(), RingColorMode::byWindow);
+  const int reads = claude.retries;
+  choose("Turn On Claude Usage");
+  EXPECT_EQ(claude.retries, reads + 1) << "at once";
+
+  const std::size_t polls = claude.polls.size();
+  choose("Refresh Now");
+  EXPECT_EQ(claude.polls.size(), polls + 1);
+  EXPECT_EQ(claude.polls.back(), Seconds{0});
+  choose("Clear Stored Usage Data");
+  EXPECT_EQ(std::ranges::count(codex->calls, "forget"), 1);
+  EXPECT_EQ(std::ranges::count(grok->calls, "forget"), 1);
+  EXPECT_EQ(claude.forgets, 2);
+
+  asked.canCheck = true;
+  for (const char* const line : {"Check for Updates…", "About Marigold", "Quit Marigold"}) {
+    choose(line);
+  }
+  EXPECT_EQ(asked.asked, (Lines{"check", "about " + versionText(), "quit"}));
+}
+
+}  // namespace
+}  // namespace marigold
