@@ -21,77 +21,55 @@ using Sweeps = std::vector<double>;
 using Windows = std::vector<UsageWindow>;
 using Button = StatusItemClick::Button;
 
-// A port that writes down what it is asked.
-template <class Port>
-struct Noting : Port {
-  explicit Noting(Journal& owner) : journal(owner) {}
-  void note(const char* what) { journal.emplace_back(what); }
-  Journal& journal;
-};
-
-struct Item final : Noting<StatusItem> {
-  Item(Journal& owner, std::vector<StatusItemContent>& kept) : Noting(owner), shown(kept) {}
-  void show(const StatusItemContent& content) override { shown.push_back(content); }
-  [[nodiscard]] bool menuOnAnyClick() const override { return opensOnAnyClick; }
-  void openMenu(std::vector<MenuItem> /*items*/) override { note("menu"); }
-  std::vector<StatusItemContent>& shown;
-  bool opensOnAnyClick = true;
-};
-
-struct Bar final : Noting<StatusBar> {
-  using Noting::Noting;
+// Every port that shows something. Writes down what it is asked.
+struct Desk final : StatusBar, Popover, Appearance, ApplicationControl {
+  struct Item final : StatusItem {
+    explicit Item(Desk& owner) : desk(owner) {}
+    void show(const StatusItemContent& content) override { desk.shown.push_back(content); }
+    [[nodiscard]] bool menuOnAnyClick() const override { return opensOnAnyClick; }
+    void openMenu(std::vector<MenuItem> /*items*/) override { desk.journal.emplace_back("menu"); }
+    Desk& desk;
+    bool opensOnAnyClick = true;
+  };
   std::unique_ptr<StatusItem> makeItem() override {
-    auto made = refusals-- > 0 ? nullptr : std::make_unique<Item>(journal, shown);
+    auto made = refusals-- > 0 ? nullptr : std::make_unique<Item>(*this);
     item = made.get();
     return made;
   }
-  int refusals = 0;
-  Item* item = nullptr;
-  std::vector<StatusItemContent> shown;
-};
-
-struct Window final : Noting<Popover> {
-  using Noting::Noting;
   void setContent(const PopoverContent& next) override {
     content = next;
     ++changes;
   }
   void open() override {
-    note("popover");
+    journal.emplace_back("popover");
     isOpen = true;
   }
   void close() override {
-    note("close");
+    journal.emplace_back("close");
     isOpen = false;
     onClosed();
   }
   [[nodiscard]] bool isShown() const override { return isOpen; }
+  [[nodiscard]] AppearanceSettings settings() const override { return looks; }
+  void installMainMenu() override { journal.emplace_back("main menu"); }
+  void activate() override { journal.emplace_back("activate"); }
+  void showAbout(const AboutPanel& about) override { journal.push_back(about.name); }
+  void quit() override { journal.emplace_back("quit"); }
+  void leaveRegardless(Seconds /*after*/) override { journal.emplace_back("leave"); }
+
+  Journal journal;
+  int refusals = 0;  // to make an item
+  Item* item = nullptr;
+  std::vector<StatusItemContent> shown;
   bool isOpen = false;
   PopoverContent content;
-  int changes = 0;
-};
-
-struct Looks final : Appearance {
-  AppearanceSettings now;
-  [[nodiscard]] AppearanceSettings settings() const override { return now; }
-};
-
-struct Control final : Noting<ApplicationControl> {
-  using Noting::Noting;
-  void installMainMenu() override { note("main menu"); }
-  void activate() override { note("activate"); }
-  void showAbout(const AboutPanel& about) override { note(about.name.c_str()); }
-  void quit() override { note("quit"); }
-  void leaveRegardless(Seconds /*after*/) override { note("leave"); }
+  int changes = 0;  // of it
+  AppearanceSettings looks;
 };
 
 class AppDelegateTest : public testing::Test, protected test::StoreFixture {
  protected:
-  Journal journal;
-  Bar bar{journal};
-  Window popover{journal};
-  Looks looks;
-  Control application{journal};
+  Desk desk;
   Updater updater;
   test::FixedLocalTimeText times;
   test::FixedTextMeasurer measurer;
@@ -116,7 +94,7 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
     settle();
   }
   void click(const StatusItemClick& how = {}) {
-    bar.item->onClick(how);
+    desk.item->onClick(how);
     settle();
   }
   [[nodiscard]] UsageWindow five(double percent, double resetsIn) const {
@@ -124,15 +102,15 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
   }
   void start() {
     delegate = std::make_unique<AppDelegate>(
-        AppDelegate::Services{*store, loop, log, attention, bar, popover, looks, application,
-                              updater, times, measurer, surroundings, 42});
+        AppDelegate::Services{*store, loop, log, attention, desk, desk, desk, desk, updater, times,
+                              measurer, surroundings, 42});
     delegate->applicationDidFinishLaunching();
   }
   void launch() {
     start();
     settle();
   }
-  [[nodiscard]] const StatusItemContent& last() const { return bar.shown.back(); }
+  [[nodiscard]] const StatusItemContent& last() const { return desk.shown.back(); }
   // The filled arcs of the rings, from the left and from outside in.
   [[nodiscard]] static Sweeps sweeps(const StatusItemContent& content) {
     Sweeps filled;
@@ -147,17 +125,17 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
 };
 
 TEST_F(AppDelegateTest, LaunchesInOrderAndShowsWhatIsKnown) {
-  bar.refusals = 2;
+  desk.refusals = 2;
   loginItem.now = LoginItem::Status::enabled;
   start();
-  EXPECT_EQ(journal, (Journal{"main menu"}));
+  EXPECT_EQ(desk.journal, (Journal{"main menu"}));
   EXPECT_EQ(loginItem.asked, (Journal{"register"}));
   EXPECT_EQ(log.lines.front(), "launched (pid 42)");
   advance(0.75);
   EXPECT_EQ(std::ranges::count(log.lines, "status item had no button; retrying shortly"), 2);
-  EXPECT_TRUE(bar.shown.empty());
+  EXPECT_TRUE(desk.shown.empty());
   advance(0.25);
-  ASSERT_FALSE(bar.shown.empty());
+  ASSERT_FALSE(desk.shown.empty());
   EXPECT_EQ(last().tooltip, "Codex: 5h 80% used, updated just now");
   EXPECT_EQ(last().tooltipWithoutAges, "Codex: 5h 80% used, updated ");
   EXPECT_EQ(last().tooltipTitle, last().tooltip);
@@ -203,15 +181,15 @@ TEST_F(AppDelegateTest, EveryChoiceAndLookReachesTheMark) {
                     .label = "wk",
                     .innerLabel = "5h"}};
   expectMark();
-  looks.now = {.darkMenuBar = mark.darkMenuBar = DarkMenuBar::no,
-               .increaseContrast = mark.highContrast = true};
+  desk.looks = {.darkMenuBar = mark.darkMenuBar = DarkMenuBar::no,
+                .increaseContrast = mark.highContrast = true};
   mark.textColor = menuBarLabelColor(DarkMenuBar::no, true);
-  looks.onChange();
+  desk.onChange();
   expectMark();
   for (const auto& [choice, dark] : {std::pair(BarColors::dark, DarkMenuBar::yes),
                                      std::pair(BarColors::automatic, DarkMenuBar::no),
                                      std::pair(BarColors::light, DarkMenuBar::no)}) {
-    looks.now.darkMenuBar = choice == BarColors::light ? DarkMenuBar::yes : DarkMenuBar::no;
+    desk.looks.darkMenuBar = choice == BarColors::light ? DarkMenuBar::yes : DarkMenuBar::no;
     chosen.setBarColors(choice);
     mark.darkMenuBar = dark;
     mark.textColor = menuBarLabelColor(dark, true);
@@ -227,11 +205,11 @@ TEST_F(AppDelegateTest, EveryChoiceAndLookReachesTheMark) {
 
 TEST_F(AppDelegateTest, ClicksOpenThePopoverOrTheMenuAndCountAsAttention) {
   launch();
-  const std::vector<MenuItem> menu = bar.item->onMenuRead(false);
+  const std::vector<MenuItem> menu = desk.item->onMenuRead(false);
   ASSERT_EQ(menu[0].title, "Open Marigold");
   ASSERT_EQ(menu.back().title, "Quit Marigold");
-  bar.item->opensOnAnyClick = false;
-  EXPECT_EQ(bar.item->onMenuRead(false)[0].title, menu[1].title);
+  desk.item->opensOnAnyClick = false;
+  EXPECT_EQ(desk.item->onMenuRead(false)[0].title, menu[1].title);
   loginItem.now = LoginItem::Status::enabled;
   const Journal opened{"activate", "popover"};
   for (const auto& [act, expected, reads] :
@@ -241,15 +219,15 @@ TEST_F(AppDelegateTest, ClicksOpenThePopoverOrTheMenuAndCountAsAttention) {
            {menu[0].action, opened, true},
            {[&] { click({.button = Button::right}); }, {"close", "menu"}, true},
            {[&] { click({.controlHeld = true}); }, {"menu"}, true},
-           {[&] { (void)bar.item->onMenuRead(false); }, {}, false},
-           {[&] { (void)bar.item->onMenuRead(true); }, {}, true},
+           {[&] { (void)desk.item->onMenuRead(false); }, {}, false},
+           {[&] { (void)desk.item->onMenuRead(true); }, {}, true},
            {menu[1].action, {}, true},
            {menu.back().action, {"quit"}, false}}) {
-    journal.clear();
+    desk.journal.clear();
     const std::size_t before = codex->calls.size();
     act();
     settle();
-    EXPECT_EQ(journal, expected);
+    EXPECT_EQ(desk.journal, expected);
     EXPECT_EQ(codex->calls.size() > before, reads);
     EXPECT_TRUE(store->launchAtLogin()) << "read when the popover opened first";
   }
@@ -257,13 +235,13 @@ TEST_F(AppDelegateTest, ClicksOpenThePopoverOrTheMenuAndCountAsAttention) {
 
 TEST_F(AppDelegateTest, DrawsOnlyWhatChangedAndWhenItChanges) {
   launch();
-  const std::size_t before = bar.shown.size();
+  const std::size_t before = desk.shown.size();
   advance(60);
-  looks.onChange();
-  EXPECT_EQ(bar.shown.size(), before) << "the same picture and words are not sent again";
+  desk.onChange();
+  EXPECT_EQ(desk.shown.size(), before) << "the same picture and words are not sent again";
   advance(30.5);
   EXPECT_EQ(last().tooltip, "Codex: 5h 80% used, updated 1m ago");
-  EXPECT_EQ(bar.shown.size(), before + 1);
+  EXPECT_EQ(desk.shown.size(), before + 1);
   loop.setDate(loop.date() + Seconds{7 * 86400.0});
   EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 1);
   EXPECT_EQ(last().tooltip, "Codex: 5h window reset, no new reading yet");
@@ -273,26 +251,26 @@ TEST_F(AppDelegateTest, DrawsOnlyWhatChangedAndWhenItChanges) {
 TEST_F(AppDelegateTest, AResetDrainsItsRingUnlessMotionIsReduced) {
   launch();
   for (const bool reduceMotion : {false, true}) {
-    looks.now.reduceMotion = reduceMotion;
+    desk.looks.reduceMotion = reduceMotion;
     UsageWindow week = five(50, 110);
     week.label = "Weekly";
     read({five(80, 100), week});
     ASSERT_EQ(sweeps(last()), (Sweeps{0.8, 0.5}));
     for (const auto& [wait, left] : {std::pair(100.0, Sweeps{0.5}), std::pair(8.0, Sweeps())}) {
       advance(wait);
-      const std::size_t before = bar.shown.size();
+      const std::size_t before = desk.shown.size();
       for (int i = 0; i < 200; ++i) {
         loop.advance(Seconds{0.01});
-        looks.onChange();  // which holds no frame up
+        desk.onChange();  // which holds no frame up
       }
-      const Sweeps first = sweeps(bar.shown[before]);
+      const Sweeps first = sweeps(desk.shown[before]);
       EXPECT_EQ(first.size() > left.size() && first.back() != 0.8, !reduceMotion) << wait;
-      EXPECT_EQ(bar.shown.size() > before + 10, !reduceMotion) << "frames that look alike are one";
+      EXPECT_EQ(desk.shown.size() > before + 10, !reduceMotion) << "frames that look alike are one";
       EXPECT_EQ(sweeps(last()), left);
     }
-    const std::size_t before = bar.shown.size();
+    const std::size_t before = desk.shown.size();
     advance(20);
-    EXPECT_EQ(bar.shown.size(), before) << "a drain happens once";
+    EXPECT_EQ(desk.shown.size(), before) << "a drain happens once";
   }
 }
 
@@ -300,10 +278,8 @@ TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
   store->preferences().setResetScope(ProviderID::codex, MenuBarTextScope::both);
   launch();
   click();
-  const auto row = [this] {
-    return std::get<CardRow>(popover.content.cards.front().blocks.front());
-  };
-  ASSERT_EQ(popover.content.cards.size(), 2U);
+  const auto row = [this] { return std::get<CardRow>(desk.content.cards.front().blocks.front()); };
+  ASSERT_EQ(desk.content.cards.size(), 2U);
   EXPECT_EQ(row().value, "80%");
   const double wide = last().mark.size.width;
   read({{.label = "5h", .percent = 7}});
@@ -322,7 +298,7 @@ TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
   advance(10);
   EXPECT_EQ(row().subLabel, "in 1m") << "counted from the moment it opened";
   EXPECT_LT(*loop.nextTimer() - loop.now(), Seconds{60});
-  popover.close();  // by itself
+  desk.close();  // by itself
   EXPECT_LT(last().mark.size.width, wide);
   EXPECT_GT(*loop.nextTimer() - loop.now(), Seconds{60}) << "nothing counts any more";
 }
@@ -335,17 +311,17 @@ TEST_F(AppDelegateTest, NothingRunsOnAfterTheEnd) {
            {0, 0, terminate},
            {0, 0, [this] { delegate.reset(); }},
            {0, 100.5, terminate}}) {
-    bar.refusals = refusals;
+    desk.refusals = refusals;
     show({five(80, 100)});
     launch();
     advance(until);  // a retry, a repaint, a drain is due next
     end();
     settle();
-    EXPECT_FALSE(store->engineRuns() || popover.onClosed || looks.onChange);
+    EXPECT_FALSE(store->engineRuns() || desk.onClosed || desk.onChange);
     EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 0);
-    const auto before = std::tuple(bar.shown.size(), codex->calls.size(), log.lines.size());
+    const auto before = std::tuple(desk.shown.size(), codex->calls.size(), log.lines.size());
     advance(400);
-    EXPECT_EQ(std::tuple(bar.shown.size(), codex->calls.size(), log.lines.size()), before);
+    EXPECT_EQ(std::tuple(desk.shown.size(), codex->calls.size(), log.lines.size()), before);
     store->start();
     delegate.reset();
     EXPECT_TRUE(store->engineRuns()) << "ended once";
