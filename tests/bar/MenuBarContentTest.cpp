@@ -76,13 +76,14 @@ TEST_F(MenuBarContentTest, IsIdleUntilAGaugeIsRenderedOrDrains) {
   EXPECT_TRUE(!draining.isIdle && draining.label.empty());
   EXPECT_EQ(draining.segments.front().bar.percent, 33);
 
-  for (const bool present : {false, true}) {
-    const MenuBarContent empty = content({}, {}, present);
-    EXPECT_TRUE(empty.isIdle);
-    EXPECT_EQ(empty.tooltip, menuBarEmptyStateText(present).tooltip);
-    EXPECT_EQ(empty.tooltipWithoutAges, empty.tooltip);
-    EXPECT_EQ(empty.title, empty.tooltip);
-    EXPECT_EQ(empty.spoken, menuBarEmptyStateText(present).spoken);
+  for (const auto& [present, tooltip, spoken] :
+       {std::tuple(false, "Marigold: no data yet", "Marigold, no data yet"),
+        {true, "Marigold: no providers shown in the menu bar. Enable one in the popover.",
+         "Marigold, no providers shown in the menu bar. Open Marigold to enable one."}}) {
+    EXPECT_EQ(content({}, {}, present), (MenuBarContent{.tooltip = tooltip,
+                                                        .tooltipWithoutAges = tooltip,
+                                                        .title = tooltip,
+                                                        .spoken = spoken}));
   }
 }
 

@@ -207,14 +207,5 @@ TEST(MenuBarSlots, CountdownsTruncateAndSaturate) {
   }
 }
 
-TEST(MenuBarSlots, AnEmptyMenuBarSaysWhy) {
-  EXPECT_EQ(menuBarEmptyStateText(false).tooltip, "Marigold: no data yet");
-  EXPECT_EQ(menuBarEmptyStateText(false).spoken, "Marigold, no data yet");
-  EXPECT_EQ(menuBarEmptyStateText(true).tooltip,
-            "Marigold: no providers shown in the menu bar. Enable one in the popover.");
-  EXPECT_EQ(menuBarEmptyStateText(true).spoken,
-            "Marigold, no providers shown in the menu bar. Open Marigold to enable one.");
-}
-
 }  // namespace
 }  // namespace marigold

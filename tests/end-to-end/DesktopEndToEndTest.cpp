@@ -245,26 +245,6 @@ TEST_F(DesktopEndToEnd, TheStripSpeaks) {
   QDBusConnection::disconnectFromBus("session");
 }
 
-TEST_F(DesktopEndToEnd, AWindowThatResetsDrainsAndThenSaysSo) {
-  codexSays(80, 12, 5);
-  startHost();
-  startProgram();
-  ASSERT_TRUE(itemCame());
-  ASSERT_TRUE(labelBecomes("80%"));
-  const auto iconsSent = [this] { return std::ranges::count(host->heard, std::string("NewIcon")); };
-  const auto before = iconsSent();
-  EXPECT_TRUE(eventually(
-      [this] {
-        return tooltip(host->itemProperties()).find("5h window reset, no new reading yet") !=
-               std::string::npos;
-      },
-      8));
-  EXPECT_TRUE(eventually([&] { return iconsSent() > before + 8; })) << "its frames";
-  EXPECT_TRUE(eventually([this] { return countPixels(host->itemProperties(), green) == 0; }))
-      << "nothing left of it";
-  EXPECT_EQ(program->end(), "0");
-}
-
 TEST_F(DesktopEndToEnd, WaitsForNoSilentBus) {
   const test::SilentPort port;
   environment["DBUS_SYSTEM_BUS_ADDRESS"] = environment["DBUS_SESSION_BUS_ADDRESS"] =

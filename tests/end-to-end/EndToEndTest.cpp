@@ -47,18 +47,11 @@ TEST_F(EndToEnd, FollowsCodexAcrossItsLifeAndItsOwn) {
     EXPECT_TRUE(running.outputLine("Codex: 5h 37% used, updated just now"));
     EXPECT_EQ(running.outputLine("mark:"), "mark: 37%");
 
-    const std::string next = "2026/11/23/rollout-b";
-    codexSays(45, 13, 4 * 86400.0, next);
-    EXPECT_TRUE(running.outputLine("5h 45% used, updated just now"));
-
     fs::rename(home.path() + "/codex/sessions", home.path() + "/away");
-    EXPECT_TRUE(running.outputLine("5h 45% used, data just now"))
-        << "Codex is not running: an older reading";
+    EXPECT_TRUE(running.outputLine("5h 37% used, data just now")) << "not running";
     fs::rename(home.path() + "/away", home.path() + "/codex/sessions");
-    EXPECT_TRUE(running.outputLine("5h 45% used, updated just now"));
-    codexSays(46, 13, 4 * 86400.0, next);
-    EXPECT_TRUE(running.outputLine("5h 46% used, updated just now"))
-        << "watched again after it came back";
+    codexSays(46, 13);
+    EXPECT_TRUE(running.outputLine("5h 46% used, updated just now"));
     EXPECT_EQ(running.end(SIGTERM), "0");
   }
   ChildProcess again = start();
@@ -83,7 +76,7 @@ std::string billing(int percent) {
                       R"("}},"subscriptionTier":"X Premium"})");
 }
 
-TEST_F(EndToEnd, FollowsGrokAsItsLogGrowsGoesAndComesBack) {
+TEST_F(EndToEnd, FollowsGrokAsItsLogGrows) {
   environment["GROK_HOME"] = home.path() + "/grok";
   environment["LC_ALL"] = "de_DE.UTF-8";
   const std::string log = home.path() + "/grok/logs/unified.jsonl";
@@ -100,10 +93,6 @@ TEST_F(EndToEnd, FollowsGrokAsItsLogGrowsGoesAndComesBack) {
                        R"("message":"subscription: usage-exhausted, rolling 24-hour window"})"));
   EXPECT_TRUE(running.outputLine("Grok: 24h 100% used, updated just now"));
   append(log, billing(16));
-  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, updated just now"));
-  fs::rename(log, log + ".away");
-  EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, data just now")) << "not running";
-  fs::rename(log + ".away", log);
   EXPECT_TRUE(running.outputLine("Grok: Weekly 16% used, updated just now"));
   EXPECT_EQ(running.end(SIGHUP), "0");
 }
@@ -153,7 +142,7 @@ TEST_F(EndToEnd, RefreshesWhenSomebodyMayLook) {
                                  int percent) {
     QDBusConnection bus = where.connect("bus");
     bus.registerService("org.freedesktop.login1");
-    codexSays(percent, 12, 4 * 86400.0, "../../unwatched");  // no event tells of its other name
+    codexSays(percent, 12, "../../unwatched");  // no event tells of its other name
     EXPECT_TRUE(test::eventually([&] {
       bus.send(awake);  // it may not listen yet
       return running.outputLine("5h " + std::to_string(percent) + "% used", 0.05).has_value();

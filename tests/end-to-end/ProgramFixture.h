@@ -19,15 +19,15 @@
 
 namespace marigold::test {
 
-/// A token-count line written now, to the millisecond like the real tool's. Both windows reset
-/// `resetsIn` seconds from now.
-inline std::string tokenCount(double fiveHour, double weekly, double resetsIn = 4 * 86400.0) {
+/// A token-count line written now, to the millisecond like the real tool's. Both windows reset in
+/// four days.
+inline std::string tokenCount(double fiveHour, double weekly) {
   const Date now = std::chrono::system_clock::now();
   const double seconds = now.time_since_epoch().count();
   std::string stamp = isoText(now);
   stamp.insert(stamp.size() - 1,
                std::to_string(seconds - std::floor(seconds)).substr(1, 4));  // ".123" before "Z"
-  const auto reset = std::to_string(static_cast<long long>(seconds + resetsIn));
+  const auto reset = std::to_string(static_cast<long long>(seconds + 4 * 86400));
   return R"({"timestamp":")" + stamp +
          R"(","type":"event_msg","payload":{"type":"token_count","rate_limits":{"primary":{)" +
          R"("used_percent":)" + std::to_string(fiveHour) + R"(,"window_minutes":300,"resets_at":)" +
@@ -78,10 +78,9 @@ class ProgramFixture : public testing::Test {
     environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
   }
   /// Codex reports these percentages, now.
-  void codexSays(double fiveHour, double weekly, double resetsIn = 4 * 86400.0,
+  void codexSays(double fiveHour, double weekly,
                  const std::string& file = "2026/11/22/rollout-a") const {
-    append(home.path() + "/codex/sessions/" + file + ".jsonl",
-           tokenCount(fiveHour, weekly, resetsIn));
+    append(home.path() + "/codex/sessions/" + file + ".jsonl", tokenCount(fiveHour, weekly));
   }
 };
 

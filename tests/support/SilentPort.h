@@ -24,6 +24,7 @@ class SilentPort {
     number_ = ntohs(std::bit_cast<sockaddr_in>(address).sin_port);
   }
   [[nodiscard]] int number() const { return number_; }
+  [[nodiscard]] int descriptor() const { return listening_.get(); }
 
  private:
   OwnedDescriptor listening_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <bit>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -13,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -22,6 +20,7 @@
 #include <sys/time.h>
 
 #include "base/OwnedDescriptor.h"
+#include "support/SilentPort.h"
 
 namespace marigold::test {
 
@@ -127,20 +126,12 @@ class TLSServer {
     SSL_CTX_set_max_proto_version(context, manner.newestVersion);
     SSL_CTX_use_certificate(context, identity_.certificate.get());
     SSL_CTX_use_PrivateKey(context, identity_.key.get());
-    auto address = std::bit_cast<sockaddr>(
-        sockaddr_in{.sin_family = AF_INET, .sin_addr = {.s_addr = htonl(INADDR_LOOPBACK)}});
-    socklen_t size = sizeof address;
-    if (::bind(listening_.get(), &address, size) != 0 || ::listen(listening_.get(), 5) != 0 ||
-        ::getsockname(listening_.get(), &address, &size) != 0) {
-      throw std::runtime_error("no server");
-    }
-    address_ = "127.0.0.1:" + std::to_string(ntohs(std::bit_cast<sockaddr_in>(address).sin_port));
     thread_ = std::thread([this] { serve(); });
   }
   TLSServer(const TLSServer&) = delete;
   TLSServer& operator=(const TLSServer&) = delete;
   ~TLSServer() {
-    ::shutdown(listening_.get(), SHUT_RDWR);
+    ::shutdown(listening_.descriptor(), SHUT_RDWR);
     thread_.join();
   }
 
@@ -156,7 +147,8 @@ class TLSServer {
  private:
   void serve() {
     for (;;) {
-      const OwnedDescriptor client(::accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      const OwnedDescriptor client(
+          ::accept4(listening_.descriptor(), nullptr, nullptr, SOCK_CLOEXEC));
       if (!client.isOpen()) {
         return;
       }
@@ -201,8 +193,8 @@ class TLSServer {
   Manner manner_;
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_{SSL_CTX_new(TLS_server_method()),
                                                              SSL_CTX_free};
-  OwnedDescriptor listening_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-  std::string address_;
+  SilentPort listening_;
+  std::string address_ = "127.0.0.1:" + std::to_string(listening_.number());
   std::atomic<int> connections_ = 0;
   mutable std::mutex mutex_;  // guards requests_
   std::vector<std::string> requests_;

@@ -2,18 +2,12 @@
 
 #include "linux/system/DisplayProbe.h"
 #include "support/ChildProcess.h"
+#include "support/RecordingLog.h"
 #include "support/SilentPort.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {
 namespace {
-
-class KeptLog final : public Log {
- public:
-  void note(std::string_view line) override { lines.append(line).append("; "); }
-  void error(std::string_view line) override { note(line); }
-  std::string lines;
-};
 
 TEST(DisplayProbe, TakesTheFirstPlatformThatOpens) {
   using namespace std::string_literals;
@@ -30,30 +24,30 @@ TEST(DisplayProbe, TakesTheFirstPlatformThatOpens) {
   struct Row {
     Environment environment;
     std::optional<std::string> usable;
-    std::string says;
+    std::vector<std::string> says;
     double patience = 20;
   };
   for (const Row& row : {
-           Row{{}, std::nullopt, ""},
+           Row{{}, std::nullopt, {}},
            Row{{{"WAYLAND_DISPLAY", "dead"}, {"DISPLAY", "dead"}},
                std::nullopt,
-               "display: wayland dead cannot be opened; display: xcb dead cannot be opened; "},
+               {"display: wayland dead cannot be opened", "display: xcb dead cannot be opened"}},
            Row{{{"WAYLAND_DISPLAY", "dead"}, {"DISPLAY", display}, {"XAUTHORITY", authority}},
                "xcb",
-               "display: wayland dead cannot be opened; "},
+               {"display: wayland dead cannot be opened"}},
            Row{{{"DISPLAY", display}},
                std::nullopt,
-               "display: xcb " + display + " cannot be opened; "},
-           Row{{{"QT_QPA_PLATFORM", "offscreen"}, {"DISPLAY", "dead"}}, "offscreen", ""},
+               {"display: xcb " + display + " cannot be opened"}},
+           Row{{{"QT_QPA_PLATFORM", "offscreen"}, {"DISPLAY", "dead"}}, "offscreen", {}},
            Row{{{"QT_QPA_PLATFORM", ";xcb:a;nonsense;minimal:b;vnc"}, {"DISPLAY", "dead"}},
                "minimal:b;vnc",
-               "display: xcb:a dead cannot be opened; display: nonsense cannot be opened; "},
+               {"display: xcb:a dead cannot be opened", "display: nonsense cannot be opened"}},
            Row{{{"DISPLAY", silent}},
                std::nullopt,
-               "display: xcb " + silent + " does not answer; ",
+               {"display: xcb " + silent + " does not answer"},
                0.3},
        }) {
-    KeptLog log;
+    test::RecordingLog log;
     EXPECT_EQ(usablePlatforms(row.environment, log, MARIGOLD_PROGRAM, Seconds{row.patience}),
               row.usable);
     EXPECT_EQ(log.lines, row.says);
