@@ -78,7 +78,6 @@ UsageStore::UsageStore(Services services)
 }
 
 UsageStore::~UsageStore() {
-  shutdown();
   // A read that was running while its provider was cleared may have saved once more.
   for (const auto& [provider, publication] : publications_) {
     if (publication.isCleared()) {
@@ -91,8 +90,7 @@ void UsageStore::start() {
   set(engineRuns_, true);
   ++engineGeneration_;
   observeAttention();
-  startWatcher();
-  runLoop();
+  runLoop();  // each refresh starts the watchers that are not there
 }
 
 void UsageStore::shutdown() {

@@ -103,16 +103,12 @@ void WatchCoalescer::startLoop() {
 }
 
 void WatchCoalescer::drain() {
-  std::optional<WatchBatch> batch = std::exchange(pending_, std::nullopt);
-  if (!batch) {
-    loops_ = false;
-    return;
-  }
+  WatchBatch batch = std::exchange(pending_, std::nullopt).value_or(WatchBatch{});
   Done done =
       lifetime_.guard([this, loopID = loopID_, start = loop_.now()] { ended(loopID, start); });
   // A copy, and nothing after it: the work may destroy the coalescer.
   const BatchWork work = work_;
-  work(std::move(*batch), std::move(done));
+  work(std::move(batch), std::move(done));
 }
 
 void WatchCoalescer::ended(std::uint64_t loopID, Instant start) {
