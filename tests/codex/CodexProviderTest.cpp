@@ -76,9 +76,16 @@ TEST(CodexRecords, WindowsAreNamedByTheirLengthAndPlansByTheirType) {
   EXPECT_EQ(codexPlanLabel("self_serve école ÉLITE 12TH a ze"), "Self_Serve école Élite 12th A Ze");
 }
 
-TEST(CodexProvider, TellsWhatItHas) {
-  const test::CodexHome home;
+class CodexProviderTest : public testing::Test {
+ protected:
+  // What a regular read at that time answers.
+  std::string answer(double now) { return told(provider.fetch(at(now))); }
+
+  test::CodexHome home;
   CodexProvider provider = home.provider();
+};
+
+TEST_F(CodexProviderTest, TellsWhatItHas) {
   EXPECT_EQ(provider.fetch(at(0)).health, Health::notInstalled("Codex not detected"));
   fs::create_directories(home.sessions);
   EXPECT_EQ(provider.fetch(at(0)).health, Health::reconnect("Run Codex once to see usage"));
@@ -90,7 +97,7 @@ TEST(CodexProvider, TellsWhatItHas) {
   EXPECT_EQ(provider.fetch(at(20000)), good.withHealth(Health::stale("5h ago")));
   EXPECT_EQ(told(provider.rescan(at(20))), "5h 17 @12, ok") << "only a rescan looks";
   home.write("2027/rollout-a.jsonl", recordLine(18, 13), 11.001);
-  EXPECT_EQ(told(provider.fetch(at(20))), "5h 18 @13, ok") << "within a second";
+  EXPECT_EQ(answer(20), "5h 18 @13, ok") << "within a second";
   const auto newer = home.write("rollout-b.jsonl", recordLine(19, 14), 14);
   home.write("rollout-c.jsonl", recordLine(20, 15), 15);
   EXPECT_EQ(told(home.provider().fetch({newer}, at(20))), "5h 20 @15, ok")
@@ -98,12 +105,12 @@ TEST(CodexProvider, TellsWhatItHas) {
   for (const char* name : {"2027/rollout-a.jsonl", "rollout-b.jsonl", "rollout-c.jsonl"}) {
     home.write(name, "{}\n", 13);
   }
-  EXPECT_EQ(told(provider.fetch(at(20))), "5h 18 @13, no recent usage");
+  EXPECT_EQ(answer(20), "5h 18 @13, no recent usage");
   EXPECT_FALSE(provider.lastProcessed() || provider.lastSource());
   home.write("rollout-c.jsonl", recordLine(21, 16), 16);
-  EXPECT_EQ(told(provider.fetch(at(20))), "5h 21 @16, ok");
+  EXPECT_EQ(answer(20), "5h 21 @16, ok");
   fs::remove_all(home.sessions);
-  EXPECT_EQ(told(provider.fetch(at(20))), "5h 21 @16, Codex not running");
+  EXPECT_EQ(answer(20), "5h 21 @16, Codex not running");
   EXPECT_FALSE(provider.lastProcessed() || provider.lastSource());
   provider.forgetCache();
   EXPECT_EQ(provider.fetch(at(20)).health, Health::notInstalled("Codex not detected"));
@@ -114,7 +121,7 @@ TEST(CodexProvider, TellsWhatItHas) {
   EXPECT_FALSE(provider.lastProcessed() || provider.lastSource());
 }
 
-TEST(CodexProvider, ReadsTheLastUsableLineOfATail) {
+TEST_F(CodexProviderTest, ReadsTheLastUsableLineOfATail) {
   constexpr std::size_t tail = codexTailWindow;
   constexpr std::size_t step = 65536;
   const auto pad = [](std::size_t bytes) { return std::string(bytes - 1, ' ') + "\n"; };
@@ -140,7 +147,6 @@ TEST(CodexProvider, ReadsTheLastUsableLineOfATail) {
       {"not UTF-8", one + "{\"x\":\"\xff\"," + two.substr(1), 1},
       {"NUL", one + std::string(1, '\0') + two, 1},
       {"nesting", one + deep + two.substr(1), 2}};
-  const test::CodexHome home;
   for (const auto& [what, content, percent] : cases) {
     const auto file = BoundedFile::open(home.write("rollout-a.jsonl", content, 0));
     const auto found = lastRateLimits(*file, at(0));
@@ -148,8 +154,7 @@ TEST(CodexProvider, ReadsTheLastUsableLineOfATail) {
   }
 }
 
-TEST(CodexProvider, ReadsNothingButRolloutFiles) {
-  const test::CodexHome home;
+TEST_F(CodexProviderTest, ReadsNothingButRolloutFiles) {
   const test::TemporaryDirectory elsewhere;
   const std::string target = elsewhere.write("rollout-t.jsonl", recordLine(99, 50));
   std::set<std::string> others{target, home.sessions + "/linked/rollout-t.jsonl"};
@@ -160,7 +165,6 @@ TEST(CodexProvider, ReadsNothingButRolloutFiles) {
   fs::create_symlink(elsewhere.path(), home.sessions + "/linked");
   fs::create_symlink(target, *others.insert(home.sessions + "/rollout-link.jsonl").first);
   ASSERT_EQ(::mkfifo(others.insert(home.sessions + "/rollout-fifo.jsonl").first->c_str(), 0600), 0);
-  CodexProvider provider = home.provider();
   EXPECT_THAT(home.recentRolloutFiles(), testing::IsEmpty());
   home.write("a/rollout-a.jsonl", recordLine(5, 1), 1);
   EXPECT_EQ(provider.fetch(at(60)).headlinePercent(), 5);
@@ -169,8 +173,7 @@ TEST(CodexProvider, ReadsNothingButRolloutFiles) {
   EXPECT_EQ(provider.fetch(others, at(60)).headlinePercent(), 5) << *provider.lastSource();
 }
 
-TEST(CodexProvider, TheLatestRecordOfAllFilesWins) {
-  const test::CodexHome home;
+TEST_F(CodexProviderTest, TheLatestRecordOfAllFilesWins) {
   home.write("rollout-a.jsonl", recordLine(1, 10), 100);
   home.write("rollout-b.jsonl", recordLine(2, 90), 99);
   home.write("rollout-c.jsonl", recordLine(3, 95), 90);
@@ -203,12 +206,10 @@ TEST(CodexProvider, TheLatestRecordOfAllFilesWins) {
 }
 
 // What becomes of the files, then what a regular read and one of these files answer.
-TEST(CodexProvider, AnOlderReadingReplacesANewerOneInNoWay) {
-  const test::CodexHome home;
+TEST_F(CodexProviderTest, AnOlderReadingReplacesANewerOneInNoWay) {
   const auto a = home.write("a/rollout-a.jsonl", recordLine(1, 10), 10);
   const auto b = home.write("rollout-b.jsonl", recordLine(2, 20), 20);
-  CodexProvider provider = home.provider();
-  EXPECT_EQ(told(provider.fetch(at(30))), "5h 2 @20, ok");
+  EXPECT_EQ(answer(30), "5h 2 @20, ok");
   const std::string away = home.home.path() + "/away";
   const std::vector<std::function<void()>> losses = {
       [&] { fs::rename(b, away); }, [&] { home.write("rollout-b.jsonl", recordLine(3, 15), 40); },
@@ -226,41 +227,37 @@ TEST(CodexProvider, AnOlderReadingReplacesANewerOneInNoWay) {
   }
   fs::remove_all(home.sessions + "/a");
   fs::remove(b);
-  EXPECT_EQ(told(provider.fetch(at(60))), "5h 2 @20, no recent usage");
+  EXPECT_EQ(answer(60), "5h 2 @20, no recent usage");
   std::string resets = recordLine(4, 25);
   home.write("rollout-c.jsonl",
              resets.insert(resets.find(R"(,"window_min)"), R"(,"resets_at":1800000100)"), 25);
-  EXPECT_EQ(told(provider.fetch(at(60))), "5h 4 @25, ok");
+  EXPECT_EQ(answer(60), "5h 4 @25, ok");
   home.write("rollout-c.jsonl", recordLine(5, 24), 26);
-  EXPECT_EQ(told(provider.fetch(at(99))), "5h 4 @25, ok");
+  EXPECT_EQ(answer(99), "5h 4 @25, ok");
   EXPECT_EQ(told(provider.rescan(at(100))), "5h 5 @24, ok") << "its windows have reset";
 }
 
-TEST(CodexProvider, AFileWrittenUnderAWrongClockHidesNone) {
-  const test::CodexHome home;
+TEST_F(CodexProviderTest, AFileWrittenUnderAWrongClockHidesNone) {
   home.write("rollout-future.jsonl", recordLine(9, 5000), 5000);
-  CodexProvider provider = home.provider();
-  EXPECT_EQ(told(provider.fetch(at(10))), "5h 9 @5000, ok") << "there is no other";
+  EXPECT_EQ(answer(10), "5h 9 @5000, ok") << "there is no other";
   const auto a = home.write("rollout-a.jsonl", recordLine(1, 10), 10);
   EXPECT_EQ(told(provider.fetch({a}, at(20))), "5h 1 @10, ok");
   home.write("rollout-b.jsonl", recordLine(2, 30), 30);
-  EXPECT_EQ(told(provider.fetch(at(40))), "5h 2 @30, ok") << "it is the newest";
+  EXPECT_EQ(answer(40), "5h 2 @30, ok") << "it is the newest";
   EXPECT_EQ(provider.lastProcessed().value().path, home.sessions + "/rollout-b.jsonl");
   home.write("rollout-future.jsonl", recordLine(8, 50), 6000);
   EXPECT_EQ(told(provider.rescan(at(60))), "5h 8 @50, ok") << "only the file's time is wrong";
   home.write("rollout-b.jsonl", recordLine(3, 361), 61);
-  EXPECT_EQ(told(provider.fetch(at(60))), "5h 8 @50, ok");
+  EXPECT_EQ(answer(60), "5h 8 @50, ok");
   EXPECT_EQ(told(provider.rescan(at(61))), "5h 3 @361, ok") << "300 s ahead";
 }
 
-TEST(CodexProvider, ReadsWhatChanged) {
-  const test::CodexHome home;
+TEST_F(CodexProviderTest, ReadsWhatChanged) {
   const auto a = home.write("rollout-a.jsonl", recordLine(1, 10), 10);
   const auto b = home.write("b/rollout-b.jsonl", recordLine(2, 5), 5);
   const std::string real = home.home.path() + "/real";  // the root may be a link
   fs::rename(home.sessions, real);
   fs::create_symlink(real, home.sessions);
-  CodexProvider provider = home.provider();
   EXPECT_EQ(provider.fetch({b}, at(20)).headlinePercent(), 1) << "first a regular read";
   home.write("b/rollout-b.jsonl", recordLine(3, 15), 9);
   EXPECT_EQ(provider.fetch({a, real + "/b/rollout-b.jsonl"}, at(20)).headlinePercent(), 3);

@@ -74,9 +74,16 @@ TEST(GrokRecords, TellsAQuotaExhaustionAndItsWindow) {
   }
 }
 
-TEST(GrokProvider, TellsWhatItHas) {
-  const test::GrokHome home;
+class GrokProviderTest : public testing::Test {
+ protected:
+  // What a regular read at that time answers.
+  std::string answer(double now) { return told(provider.fetch(at(now))); }
+
+  test::GrokHome home;
   GrokProvider provider = home.provider();
+};
+
+TEST_F(GrokProviderTest, TellsWhatItHas) {
   EXPECT_EQ(provider.fetch(at(5)).health, Health::notInstalled("Grok not detected"));
   home.write("\n");
   EXPECT_EQ(provider.fetch(at(5)).health, Health::reconnect("Run Grok once to see usage"));
@@ -91,7 +98,7 @@ TEST(GrokProvider, TellsWhatItHas) {
   EXPECT_FALSE(fs::exists(home.cached)) << "saved once";
   home.write("\n" + billingLine("16", 10) + "{}\n");
   test::setModified(home.log, at(30));
-  EXPECT_EQ(told(provider.fetch(at(40))), "Weekly 16 @10, ok") << "of the same size";
+  EXPECT_EQ(answer(40), "Weekly 16 @10, ok") << "of the same size";
   const std::string untold = test::logLine(std::string(GrokBillingLine::billingMsg), 25);
   home.write(untold + exhaustionLine(30));
   EXPECT_EQ(home.provider().fetch(at(40)).planLabel, "Grok X") << "of the cached reading";
@@ -176,13 +183,11 @@ TEST(GrokProvider, TheNewerOfTwoReadingsWins) {
   }
 }
 
-TEST(GrokProvider, AnExhaustionHoldsUntilItIsOver) {
-  const test::GrokHome home;
+TEST_F(GrokProviderTest, AnExhaustionHoldsUntilItIsOver) {
   const auto spent = [](double time) { return exhaustionLine(time, "rolling 1-hour window"); };
   const std::string filler(400, '\n');
   const char* back = ", taken back";
   enum class Log : std::uint8_t { isNew, grows, goes };
-  GrokProvider provider = home.provider();
   // What becomes of the log, when it is read next, what is answered.
   const std::vector<std::tuple<Log, std::string, double, std::string>> steps = {
       {Log::isNew, billingLine("15", 10) + spent(20), 30, "1h 100 @20, ok"},
@@ -213,40 +218,36 @@ TEST(GrokProvider, AnExhaustionHoldsUntilItIsOver) {
     } else {
       home.write(content);
     }
-    const std::string answer = told(provider.fetch(at(now)));
-    EXPECT_EQ(answer + (provider.takesBack() ? back : ""), expected) << "at " << now;
+    const std::string reading = answer(now);
+    EXPECT_EQ(reading + (provider.takesBack() ? back : ""), expected) << "at " << now;
   }
   home.write(spent(3940));
   (void)provider.fetch(at(3950));
   provider.forgetCache();
   home.write("\n");
-  EXPECT_EQ(told(provider.fetch(at(3960))), "@3960, Run Grok once to see usage");
+  EXPECT_EQ(answer(3960), "@3960, Run Grok once to see usage");
 }
 
-TEST(GrokProvider, ALineWithoutATimeIsNotDatedAnew) {
-  const test::GrokHome home;
+TEST_F(GrokProviderTest, ALineWithoutATimeIsNotDatedAnew) {
   std::string exhausted = exhaustionLine(0, "rolling 1-hour window");
   std::string billing = billingLine("15", 0);
   exhausted[2] = billing[2] = 'x';
   home.write(billing + exhausted);
-  GrokProvider provider = home.provider();
   for (const double modified : {70, 100, 130}) {
     test::setModified(home.log, at(modified));
     EXPECT_EQ(told(provider.rescan(at(140))), "1h 100 @70, ok");
   }
   home.append("{}\n");
   test::setModified(home.log, at(3000));
-  EXPECT_EQ(told(provider.fetch(at(3669))), "1h 100 @70, ok");
-  EXPECT_EQ(told(provider.fetch(at(3670))).substr(0, 9), "Weekly 15");
+  EXPECT_EQ(answer(3669), "1h 100 @70, ok");
+  EXPECT_EQ(answer(3670).substr(0, 9), "Weekly 15");
   fs::rename(home.log, home.log + ".1");
   home.write(billing);
   test::setModified(home.log, at(5000));
-  EXPECT_EQ(told(provider.fetch(at(5000))), "Weekly 15 @5000, ok") << "another file's";
+  EXPECT_EQ(answer(5000), "Weekly 15 @5000, ok") << "another file's";
 }
 
-TEST(GrokProvider, TrustsItsMemoOnlyForTheSameFile) {
-  const test::GrokHome home;
-  GrokProvider provider = home.provider();
+TEST_F(GrokProviderTest, TrustsItsMemoOnlyForTheSameFile) {
   const auto reads = [&](const char* percent) {  // in as many bytes, with the same end
     home.write(billingLine(percent, 10) + std::string(300, 'x') + "\n");
     test::setModified(home.log, at(30));
@@ -261,7 +262,7 @@ TEST(GrokProvider, TrustsItsMemoOnlyForTheSameFile) {
   EXPECT_EQ(reads("18"), 18);
 }
 
-TEST(GrokProvider, KeepsToItsBudgets) {
+TEST_F(GrokProviderTest, KeepsToItsBudgets) {
   constexpr std::size_t mib = 1UL << 20;
   const std::string line = billingLine("15", 10);
   const std::string open = line.substr(0, line.size() - 2);
@@ -277,7 +278,6 @@ TEST(GrokProvider, KeepsToItsBudgets) {
       {"before a line of 300 KiB", line + longLine(300'000), true},
       {"of 256 KiB, across two chunks", longLine(mib / 4) + pad(mib / 2 - 100), true},
       {"and a byte", longLine(mib / 4 + 1) + pad(mib / 2 - 100), false}};
-  const test::GrokHome home;
   for (const auto& [what, content, found] : cases) {
     home.write(content);
     const auto scan = GrokLogScan::scanBilling(*BoundedFile::open(home.log), at(0), at(0), {}, 0);
@@ -294,18 +294,15 @@ TEST(GrokProvider, KeepsToItsBudgets) {
   EXPECT_FALSE(GrokLogScan::merged({}, known, 110, 100).usable) << "begins where the budget does";
 }
 
-TEST(GrokProvider, ReadsNothingButARegularFile) {
-  const test::GrokHome home;
+TEST_F(GrokProviderTest, ReadsNothingButARegularFile) {
   home.write(billingLine("15", 10));
-  GrokProvider provider = home.provider();
   (void)provider.fetch(at(20));
   for (const bool linked : {false, true}) {
     const std::string elsewhere = home.home.write("elsewhere", billingLine("99", 20));
     fs::remove(home.log);
     linked ? fs::create_symlink(elsewhere, home.log) : fs::rename(elsewhere, home.log);
     linked ? void() : fs::permissions(home.log, fs::perms::none);
-    test::asOrdinaryUser(
-        [&] { EXPECT_EQ(told(provider.fetch(at(30))), "Weekly 15 @10, no recent usage"); });
+    test::asOrdinaryUser([&] { EXPECT_EQ(answer(30), "Weekly 15 @10, no recent usage"); });
   }
 }
 
@@ -325,9 +322,8 @@ std::string randomLines(std::mt19937& random, std::size_t count, double now = 0)
   return lines;
 }
 
-TEST(GrokProvider, ScansLikeAWalkOfAllLinesWithAMemoAndWithout) {
+TEST_F(GrokProviderTest, ScansLikeAWalkOfAllLinesWithAMemoAndWithout) {
   std::mt19937 random(2);
-  const test::GrokHome home;
   std::string content;
   std::string written;  // by the tool, not all of it at once
   std::optional<GrokLogScan::ScanMemo> memo;
