@@ -101,19 +101,13 @@ TEST(ClaudePacing, SortsFailedReadsOfTheLogin) {
   }
 }
 
-// Each short text, and what only its explanation says.
-constexpr std::array<std::pair<std::string_view, const char*>, 11> failures{
-    {{ClaudeUnavailable::ambiguous, "more than one Claude login"},
-     {ClaudeUnavailable::unauthorized, "no longer lets Apple's security tool"},
-     {ClaudeUnavailable::indeterminate, "check your Claude login safely"},
-     {ClaudeUnavailable::timedOut, "did not finish"},
-     {ClaudeUnavailable::unreadable, "could not read your Claude login."},
-     {ClaudeUnavailable::tokenExpired, "has expired"},
-     {ClaudeUnavailable::keychainLocked, "Keychain is locked"},
-     {ClaudeUnavailable::unreachable, "not reach Anthropic"},
-     {ClaudeUnavailable::unexpectedAnswer, "data Marigold could not read"},
-     {ClaudeUnavailable::throttled, "limiting how often"},
-     {ClaudeUnavailable::serverError, "returned an error"}}};
+constexpr std::array failures{
+    ClaudeUnavailable::ambiguous,      ClaudeUnavailable::unauthorized,
+    ClaudeUnavailable::indeterminate,  ClaudeUnavailable::timedOut,
+    ClaudeUnavailable::unreadable,     ClaudeUnavailable::tokenExpired,
+    ClaudeUnavailable::keychainLocked, ClaudeUnavailable::unreachable,
+    ClaudeUnavailable::throttled,      ClaudeUnavailable::unexpectedAnswer,
+    ClaudeUnavailable::serverError};
 
 TEST(ClaudeTexts, TellsAFailureInOneLineAndInFull) {
   const std::vector<std::pair<std::optional<Health>, std::optional<std::string_view>>> rows = {
@@ -128,10 +122,11 @@ TEST(ClaudeTexts, TellsAFailureInOneLineAndInFull) {
   for (const auto& [health, line] : rows) {
     EXPECT_EQ(claudeFailureLine(health), line);
   }
-  for (const auto& [text, part] : failures) {
-    EXPECT_THAT(std::string(claudeFailureText(text)), HasSubstr(part));
+  std::set<std::string_view> explanations{claudeFailureText("else")};
+  for (const std::string_view text : failures) {
+    explanations.insert(claudeFailureText(text));
   }
-  EXPECT_EQ(claudeFailureText("else"), claudeFailureText(ClaudeUnavailable::unreadable));
+  EXPECT_EQ(explanations.size(), failures.size()) << "each its own, but for the unreadable login";
   EXPECT_EQ(claudeToggleTitle(ClaudeUsageToggle::turnOn), "Turn On Claude Usage");
   EXPECT_EQ(claudeToggleTooltip(ClaudeUsageToggle::turnOn),
             "Read your Claude login again and show usage.");
@@ -140,7 +135,7 @@ TEST(ClaudeTexts, TellsAFailureInOneLineAndInFull) {
 TEST(ClaudeTexts, AreTrueOnLinuxAndReplacedOnlyWhereTheyWereNot) {
   const auto ofAMac = AnyOf(HasSubstr("Mac"), HasSubstr("macOS"), HasSubstr("Keychain"),
                             HasSubstr("Terminal"), HasSubstr("Apple"));
-  for (const auto& [shortText, part] : failures) {
+  for (const std::string_view shortText : failures) {
     for (const std::string_view text : {shortText, claudeFailureText(shortText)}) {
       EXPECT_EQ(macTexts(text), text);
       EXPECT_THAT(std::string(linuxTexts(text)), Not(ofAMac));

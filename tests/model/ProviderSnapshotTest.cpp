@@ -139,6 +139,7 @@ TEST(LegacyNetworkCache, TakesTheApplicationsOwnEntryAndNothingOfTheUsers) {
         {true, "caches", "config", "elsewhere", "caches/app"},
         {true, "caches", "config", "config", "dotfiles"},
         {false, "config", "config"},
+        {false, "caches", "closed/config"},
         {false, "caches", "caches/app/config"},
         {false, "caches", "config", "caches", "config"},
         {false, "caches", "config", "config", "caches"},
@@ -156,11 +157,17 @@ TEST(LegacyNetworkCache, TakesTheApplicationsOwnEntryAndNothingOfTheUsers) {
     }
     const std::string cached = home.write(caches + "/app/Cache.db", "");
     const std::string kept = home.write(configuration + "/app/preferences.json", "");
-    purgeLegacyNetworkCache({.home = home.path(),
-                             .applicationSupport = at("data"),
-                             .caches = at(caches),
-                             .configuration = at(configuration),
-                             .bundleIdentifier = "app"});
+    if (configuration == "closed/config") {
+      fs::permissions(at("closed"), fs::perms::none);
+    }
+    test::asOrdinaryUser([&] {
+      purgeLegacyNetworkCache({.home = home.path(),
+                               .applicationSupport = at("data"),
+                               .caches = at(caches),
+                               .configuration = at(configuration),
+                               .bundleIdentifier = "app"});
+    });
+    fs::permissions(fs::path(at(configuration)).parent_path(), fs::perms::owner_all);
     EXPECT_TRUE(fs::exists(kept)) << caches << ' ' << link << ' ' << target;
     EXPECT_EQ(fs::exists(cached), !isPurged) << caches << ' ' << link << ' ' << target;
   }
