@@ -25,30 +25,8 @@ std::size_t lengthOf(std::size_t count, std::string_view text) {
 }  // namespace
 
 std::string KeychainReadError::description() const {
-  const std::string number = "(" + std::to_string(payload) + ")";
-  switch (kind) {
-    case Kind::ambiguous:
-      return "ambiguous" + number;
-    case Kind::indeterminate:
-      return "indeterminate" + number;
-    case Kind::exitStatus:
-      return "exitStatus" + number;
-    case Kind::notInstalled:
-      return "notInstalled";
-    case Kind::locked:
-      return "locked";
-    case Kind::unauthorized:
-      return "unauthorized";
-    case Kind::launchFailed:
-      return "launchFailed";
-    case Kind::timedOut:
-      return "timedOut";
-    case Kind::overflow:
-      return "overflow";
-    case Kind::decode:
-      return "decode";
-  }
-  return {};
+  std::string text(rawValue(kind));
+  return kind <= Kind::exitStatus ? text + "(" + std::to_string(payload) + ")" : text;
 }
 
 std::expected<ClaudeCredentials, std::string_view> ClaudeCredentials::decode(JsonValue root) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <expected>
@@ -9,6 +10,8 @@
 
 #include "base/Secret.h"
 #include "base/Time.h"
+#include "claude/ClaudeTexts.h"
+#include "model/Cases.h"
 
 namespace marigold {
 
@@ -36,6 +39,31 @@ struct KeychainReadError {
 
   bool operator==(const KeychainReadError&) const = default;
 };
+
+struct KeychainReadErrorCase {
+  KeychainReadError::Kind value;
+  std::string_view raw;
+  bool spawned;           ///< known only once the security tool was started
+  std::string_view text;  ///< what is told
+};
+template <>
+inline constexpr auto caseTable<KeychainReadError::Kind> = [] {
+  using enum KeychainReadError::Kind;
+  using Case = KeychainReadErrorCase;
+  const auto row = [](auto value, auto raw, bool spawned, std::string_view text) {
+    return Case{.value = value, .raw = raw, .spawned = spawned, .text = text};
+  };
+  return std::array{row(ambiguous, "ambiguous", false, ClaudeUnavailable::ambiguous),
+                    row(indeterminate, "indeterminate", false, ClaudeUnavailable::indeterminate),
+                    row(exitStatus, "exitStatus", true, ClaudeUnavailable::unreadable),
+                    row(notInstalled, "notInstalled", false, "Claude Code not detected"),
+                    row(locked, "locked", false, ClaudeUnavailable::keychainLocked),
+                    row(unauthorized, "unauthorized", false, ClaudeUnavailable::unauthorized),
+                    row(launchFailed, "launchFailed", true, ClaudeUnavailable::unreadable),
+                    row(timedOut, "timedOut", true, ClaudeUnavailable::timedOut),
+                    row(overflow, "overflow", true, ClaudeUnavailable::unreadable),
+                    row(decode, "decode", true, ClaudeUnavailable::unreadable)};
+}();
 
 /// The login that Claude Code keeps. The members that are not named here are never decoded.
 struct ClaudeCredentials {

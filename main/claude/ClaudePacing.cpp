@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <utility>
 
 #include "claude/ClaudeTexts.h"
 
@@ -117,45 +118,19 @@ bool claudeReadLatches(const KeychainReadError& error) noexcept {
 }
 
 bool claudeReadSpawned(const KeychainReadError& error) noexcept {
-  switch (error.kind) {
-    case KeychainReadError::Kind::exitStatus:
-    case KeychainReadError::Kind::launchFailed:
-    case KeychainReadError::Kind::timedOut:
-    case KeychainReadError::Kind::overflow:
-    case KeychainReadError::Kind::decode:
-      return true;
-    case KeychainReadError::Kind::ambiguous:
-    case KeychainReadError::Kind::indeterminate:
-    case KeychainReadError::Kind::notInstalled:
-    case KeychainReadError::Kind::locked:
-    case KeychainReadError::Kind::unauthorized:
-      break;
-  }
-  return false;
+  return caseRow(error.kind).spawned;
 }
 
 Health claudeReadHealth(const KeychainReadError& error) {
-  const auto reconnect = [](std::string_view text) { return Health::reconnect(std::string(text)); };
+  std::string text(caseRow(error.kind).text);
   switch (error.kind) {
     case KeychainReadError::Kind::notInstalled:
-      return Health::notInstalled("Claude Code not detected");
+      return Health::notInstalled(std::move(text));
     case KeychainReadError::Kind::locked:
-      return Health::stale(std::string(ClaudeUnavailable::keychainLocked));
-    case KeychainReadError::Kind::ambiguous:
-      return reconnect(ClaudeUnavailable::ambiguous);
-    case KeychainReadError::Kind::indeterminate:
-      return reconnect(ClaudeUnavailable::indeterminate);
-    case KeychainReadError::Kind::unauthorized:
-      return reconnect(ClaudeUnavailable::unauthorized);
-    case KeychainReadError::Kind::timedOut:
-      return reconnect(ClaudeUnavailable::timedOut);
-    case KeychainReadError::Kind::exitStatus:
-    case KeychainReadError::Kind::launchFailed:
-    case KeychainReadError::Kind::overflow:
-    case KeychainReadError::Kind::decode:
-      break;
+      return Health::stale(std::move(text));
+    default:
+      return Health::reconnect(std::move(text));
   }
-  return reconnect(ClaudeUnavailable::unreadable);
 }
 
 Health claudeTransientHealth(bool tokenExpired) {

@@ -81,24 +81,16 @@ TEST(ClaudePacing, DelaysDoubleUpToTheirCap) {
 }
 
 TEST(ClaudePacing, SortsFailedReadsOfTheLogin) {
-  using Kind = KeychainReadError::Kind;
-  const std::vector<std::tuple<Kind, bool, std::string_view>> rows = {
-      {Kind::ambiguous, false, ClaudeUnavailable::ambiguous},
-      {Kind::indeterminate, false, ClaudeUnavailable::indeterminate},
-      {Kind::exitStatus, true, ClaudeUnavailable::unreadable},
-      {Kind::notInstalled, false, "Claude Code not detected"},
-      {Kind::locked, false, ClaudeUnavailable::keychainLocked},
-      {Kind::unauthorized, false, ClaudeUnavailable::unauthorized},
-      {Kind::launchFailed, true, ClaudeUnavailable::unreadable},
-      {Kind::timedOut, true, ClaudeUnavailable::timedOut},
-      {Kind::overflow, true, ClaudeUnavailable::unreadable},
-      {Kind::decode, true, ClaudeUnavailable::unreadable}};
-  for (const auto& [kind, spawned, text] : rows) {
+  using enum KeychainReadError::Kind;
+  for (const auto kind : allCases<KeychainReadError::Kind>) {
     const KeychainReadError error{.kind = kind, .payload = 2};
-    EXPECT_EQ(claudeReadSpawned(error), spawned) << text;
-    EXPECT_EQ(claudeReadLatches(error), kind == Kind::timedOut) << text;
-    EXPECT_EQ(claudeReadHealth(error).reason(), text);
+    EXPECT_EQ(claudeReadSpawned(error), kind == exitStatus || kind >= launchFailed);
+    EXPECT_EQ(claudeReadLatches(error), kind == timedOut);
+    const auto health = claudeReadHealth(error).kind();
+    EXPECT_EQ(health == Health::Kind::stale, kind == locked);
+    EXPECT_EQ(health == Health::Kind::notInstalled, kind == notInstalled);
   }
+  EXPECT_EQ(claudeReadHealth({.kind = timedOut}).reason(), ClaudeUnavailable::timedOut);
 }
 
 constexpr std::array failures{
