@@ -103,10 +103,10 @@ void AppDelegate::refreshStatusItem() {
   if (!statusItem_) {
     return;
   }
-  const auto [isNew, next] =
+  const auto [shown, next] =
       picture_.redraw(s_.appearance.settings(), popover_.isShown(), s_.loop.date());
-  if (isNew) {
-    statusItem_->show(*picture_.content());
+  if (shown) {
+    statusItem_->show(*shown);
   }
   scheduleDrain();
   scheduleRepaint(next);

@@ -25,13 +25,17 @@ StatusItemPicture::Redraw StatusItemPicture::redraw(AppearanceSettings appearanc
   const auto current = content_ ? std::optional(content_->mark.size.width) : std::nullopt;
   const double width = pinnedMarkWidth(next.mark.size.width, current, popoverShown);
   next.mark = MenuBarRender::padded(std::move(next.mark), width);
-  const bool isNew = content_ != next;
-  content_ = std::move(next);
+  Redraw result;
+  if (content_ != next) {
+    content_ = next;
+    result.shown = std::move(next);
+  }
 
   const auto cards =
       popoverShown ? published(store_.visibleProviders()) : std::vector<ProviderSnapshot>();
   const MenuRepaintTimes times = menuRepaintTimes(items, cards, now);
-  return {.isNew = isNew, .next = nextMenuRepaint(now, times.countdowns, times.resets)};
+  result.next = nextMenuRepaint(now, times.countdowns, times.resets);
+  return result;
 }
 
 // The published readings among those of `providers`, in this desktop's words.

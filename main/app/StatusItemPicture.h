@@ -27,12 +27,10 @@ class StatusItemPicture {
         devBuild_(devBuild) {}
 
   struct Redraw {
-    bool isNew = false;        ///< `content` is another than before
+    std::optional<StatusItemContent> shown;  ///< what to show, if that is another than before
     std::optional<Date> next;  ///< when something shown, in an open popover too, changes by itself
   };
   Redraw redraw(AppearanceSettings appearance, bool popoverShown, Date now);
-  /// As last redrawn; nothing before.
-  [[nodiscard]] const std::optional<StatusItemContent>& content() const { return content_; }
 
   RunningDrains drains;  ///< the next redraw shows the step they are at
 
@@ -45,7 +43,7 @@ class StatusItemPicture {
   const TextMeasurer& textMeasurer_;
   DesktopTexts texts_;
   bool devBuild_;
-  std::optional<StatusItemContent> content_;
+  std::optional<StatusItemContent> content_;  // as last redrawn
 };
 
 }  // namespace marigold

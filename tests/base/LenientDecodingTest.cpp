@@ -69,7 +69,7 @@ TEST(JsonValue, NumbersKeepTheirPrecisionAndCostOnlyThemselves) {
 
 TEST(PrintableText, LetsNothingThroughThatMovesOrHides) {
   for (const char* hidden :
-       {"\x1f", "\x7f", "\u0080", "\u009f", "\u061c", "\u200b", "\u200f", "\u2028", "\u202e",
+       {"\x1f", "\x7f", "\u0080", "\u009f", "\u061c", "\u200b", "\u200f", "\u2028", "\xe2\x80\xae",
         "\u2060", "\u206f", "\ufeff", "\xff", "\xf4", "\xc1"}) {
     EXPECT_EQ(printable(hidden), "?") << testing::PrintToString(hidden);
   }

@@ -49,7 +49,8 @@ TEST(CodexRecords, ABadFieldCostsThatFieldOnly) {
             "Weekly 7, Rate resets available: 0 credits"},
            {R"("credits":{"has_credits":true,"balance":"12.40"})",
             "Weekly 7, Rate resets available: 12.4 credits"}}) {
-    EXPECT_EQ(toldInFull(reading(members + "," + weekly)), full) << members;
+    EXPECT_EQ(toldInFull(reading(std::string(members).append(",").append(weekly))), full)
+        << members;
   }
   EXPECT_EQ(told(reading(weekly, 10810)), "Weekly 7 @10, ok");
   EXPECT_EQ(told(reading(weekly, 10811)), "Weekly 7 @10, 3h ago");

@@ -67,10 +67,10 @@ class ProgramFixture : public testing::Test {
   [[nodiscard]] ChildProcess start(std::vector<std::string> arguments = {}) const {
     arguments.insert(arguments.begin(), executable);
     arguments.insert(arguments.begin(), wrapper.begin(), wrapper.end());
-    return run(std::move(arguments));
+    return run(arguments);
   }
-  [[nodiscard]] ChildProcess run(std::vector<std::string> command) const {
-    return ChildProcess(std::move(command), environment);
+  [[nodiscard]] ChildProcess run(const std::vector<std::string>& command) const {
+    return ChildProcess(command, environment);
   }
   /// Has the program meet what support/Preloaded.cpp stages.
   void preload() {

@@ -66,7 +66,9 @@ TEST(GrokRecords, TellsAQuotaExhaustionAndItsWindow) {
            {spent + "\",\"kind\":\"x\"", ""}}) {
     const std::string kind =
         ctx.find("kind") == std::string::npos ? R"(,"kind":"rate_limited")" : "";
-    const auto line = GrokActivityLine::decode("{\"ctx\":{" + ctx + kind + "}}").value();
+    const auto line =
+        GrokActivityLine::decode(std::string("{\"ctx\":{").append(ctx).append(kind).append("}}"))
+            .value();
     EXPECT_EQ(line.isQuotaExhaustion(), !full.empty()) << ctx;
     const auto reading = line.exhaustedSnapshot("X", at(0), at(10801));
     EXPECT_TRUE(full.empty() || toldInFull(reading) == full) << toldInFull(reading);

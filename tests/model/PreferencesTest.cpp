@@ -158,7 +158,8 @@ TEST(Preferences, TheReadmeTellsEveryKeyAndValue) {
   const std::string readme = readWholeFile(MARIGOLD_README, 1 << 20).value();
   // The first cells of a choice's row: its key and, of a choice among cases, its values.
   const auto expectRow = [&]<class T>(std::string_view key, const T& /*value*/) {
-    std::string row = "| `" + std::string(key) + "` | `";
+    std::string row = "| `";
+    row.append(key).append("` | `");
     if constexpr (Tabled<T>) {
       for (const T one : allCases<T>) {
         row.append(one == allCases<T>.front() ? "\"" : ", `\"").append(rawValue(one)).append("\"`");

@@ -87,14 +87,15 @@ class ChildProcess {
                                   double seconds) {
     const QDeadlineTimer deadline(static_cast<qint64>(seconds * 1000));
     process_.setReadChannel(stream);
-    do {
+    for (bool more = true; more;
+         more = process_.waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
       while (process_.canReadLine()) {
-        const std::string found = process_.readLine().chopped(1).toStdString();
+        std::string found = process_.readLine().chopped(1).toStdString();
         if (found.find(part) != std::string::npos) {
           return found;
         }
       }
-    } while (process_.waitForReadyRead(static_cast<int>(deadline.remainingTime())));
+    }
     return std::nullopt;
   }
 

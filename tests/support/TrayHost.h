@@ -47,7 +47,8 @@ class TrayHost final : public QObject {
     // The toolkit's own way of waiting in its loop may miss an answer that comes at once.
     const QDBusPendingCall pending = bus_.asyncCall(call, 5000);
     (void)eventually([&] { return pending.isFinished(); });
-    QCoreApplication::processEvents();  // the signals sent before the answer, which may overtake them
+    QCoreApplication::processEvents();  // the signals sent before the answer, which may overtake
+                                        // them
     const QDBusMessage reply = pending.reply();
     return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments()
                                                       : QVariantList{reply.errorName()};
