@@ -1,13 +1,16 @@
 // The built program where there is no display: what it prints tells what it read.
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
 #include <iterator>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <semaphore>
 #include <string>
 #include <utility>
 #include <vector>
@@ -259,12 +262,20 @@ TEST_F(ClaudeEndToEnd, AsksThroughTheProxyWithTheLoginAndTellsWhyThereIsNothingN
 
 TEST_F(ClaudeEndToEnd, EndsSoonWhateverHangs) {
   preload();
-  says([](test::Visit& visit) { visit.hold(); });
-  {
+  const auto gone = std::make_shared<std::counting_semaphore<>>(0);
+  says([gone](test::Visit& visit) {
+    visit.hold();
+    gone->release();
+  });
+  std::size_t asked = 0;
+  for (const int signal : {SIGTERM, SIGKILL}) {
     ChildProcess asking = start();
-    ASSERT_TRUE(test::eventually([this] { return !server.requests().empty(); }));
-    asking.tell(SIGTERM);
-    EXPECT_EQ(asking.finish(10).second, 0) << "in order, sooner than the request ends by itself";
+    ++asked;
+    ASSERT_TRUE(test::eventually([&] { return server.requests().size() == asked; }));
+    asking.tell(signal);
+    // In order, and sooner than the request ends by itself.
+    EXPECT_EQ(asking.finish(10).second, signal == SIGTERM ? 0 : -SIGKILL);
+    EXPECT_TRUE(gone->try_acquire_for(std::chrono::seconds(10))) << "the helper outlives us";
   }
   environment["CLAUDE_CONFIG_DIR"] = home.path() + "/hangs";
   ChildProcess reading = start();

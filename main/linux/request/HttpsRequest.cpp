@@ -141,7 +141,6 @@ class Exchange {
     // By CONNECT, as always for HTTPS.
     set(CURLOPT_PROXY, proxyIsForeign_ ? noProxy : order.proxy.url.c_str());
     set(CURLOPT_NOPROXY, order.proxy.exceptions.c_str());
-    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     set(CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_PROXY_SSL_VERIFYPEER, 1L);
     set(CURLOPT_PROXY_SSL_VERIFYHOST, 2L);

@@ -95,6 +95,10 @@ class LinuxTransportTest : public testing::Test {
   void SetUp() override {
     (void)std::signal(SIGPIPE, SIG_IGN);  // as the program does
     place.write("authority.pem", authority.text());
+    // A system that would speak to anybody.
+    place.write("openssl.cnf",
+                "openssl_conf=a\n[a]\nssl_conf=b\n[b]\nsystem_default=c\n[c]\n"
+                "MinProtocol=TLSv1\nCipherString=DEFAULT:@SECLEVEL=0\n");
   }
 
   // Has requests find `server`.
@@ -324,12 +328,14 @@ TEST_F(LinuxTransportTest, TheInstalledHelperBelievesTheSystemOnly) {
   HTTPRequest other = request();
   other.url = "https://localhost:" + server.address().substr(10) + "/";
   const std::string authorities = place.path() + "/authority.pem";
+  const std::string keys = place.path() + "/keys";
   const auto result =
       BoundedProcessRun::execute({.executable = MARIGOLD_REQUEST,
                                   .arguments = {"--cacert", authorities, "--insecure"},
                                   .environment = {{"SSL_CERT_FILE", authorities},
                                                   {"CURL_CA_BUNDLE", authorities},
-                                                  {"SSL_CERT_DIR", place.path()}},
+                                                  {"SSL_CERT_DIR", place.path()},
+                                                  {"SSLKEYLOGFILE", keys}},
                                   .stdoutCap = 1000,
                                   .timeout = Seconds{10},
                                   .input = encodeRequest(other, {})});
@@ -337,6 +343,7 @@ TEST_F(LinuxTransportTest, TheInstalledHelperBelievesTheSystemOnly) {
   EXPECT_EQ(result.stdoutBytes.size() + result.stderrByteCount, 0U);
   EXPECT_EQ(server.connections(), 1);
   EXPECT_TRUE(server.requests().empty());
+  EXPECT_FALSE(fs::exists(keys)) << "it tells others how to read along";
 }
 
 }  // namespace
