@@ -23,6 +23,9 @@ QVariantMap propertiesOf(const MenuItem& item) {
   QString label(4 * qsizetype{std::max(item.indent, 0)}, u' ');
   label += QString::fromStdString(item.title).replace(u'_', QStringLiteral("__"));
   result[QStringLiteral("label")] = label;
+  if (!item.tooltip.empty()) {  // the protocol knows none
+    result[QStringLiteral("accessible-desc")] = QString::fromStdString(item.tooltip);
+  }
   if (item.kind == MenuItem::Kind::submenu) {
     result[QStringLiteral("children-display")] = QStringLiteral("submenu");
   } else if (item.kind != MenuItem::Kind::action) {

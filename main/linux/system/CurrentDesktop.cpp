@@ -83,10 +83,12 @@ std::unique_ptr<CurrentDesktop> CurrentDesktop::follow(std::function<void()> onC
   const auto* x11 = application == nullptr
                         ? nullptr
                         : application->nativeInterface<QNativeInterface::QX11Application>();
-  if (x11 == nullptr) {
+  // A platform without a screen answers, too, with no connection.
+  xcb_connection_t* const connection = x11 == nullptr ? nullptr : x11->connection();
+  if (connection == nullptr) {
     return nullptr;
   }
-  return std::make_unique<RootWindowFilter>(x11->connection(), std::move(onChange));
+  return std::make_unique<RootWindowFilter>(connection, std::move(onChange));
 }
 
 }  // namespace marigold
