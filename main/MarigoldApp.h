@@ -51,9 +51,9 @@ struct Desktop {
   const LocalTimeText& localTime;
   const TextMeasurer& textMeasurer;
   DesktopTexts texts = macTexts;
-  bool offersBarColors = false;    ///< the desktop may not know whether its bar is dark
-  std::string claudeLoginPlace{};  ///< where `readClaudeLogin` looks: a path, or in words
-  int processId = 0;               ///< for the log
+  bool offersBarColors = false;  ///< the desktop may not know whether its bar is dark
+  std::string claudeLoginPlace;  ///< where `readClaudeLogin` looks: a path, or in words
+  int processId = 0;             ///< for the log
 };
 
 /// The whole application over one desktop: makes every part and ends them in order. Lives on the

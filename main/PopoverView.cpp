@@ -100,7 +100,9 @@ class CardBuilder {
                           " percent used"};
     if (auto reset = windowResetSubLabel(window.resetsAt, setting_.now, setting_.localTime)) {
       row.subLabel = *std::move(reset);
-      row.spoken += ", " + *windowResetText(window.resetsAt, setting_.now, setting_.localTime);
+      row.spoken +=
+          ", " +
+          windowResetText(window.resetsAt, setting_.now, setting_.localTime).value_or(row.subLabel);
     }
     if (fill != WindowRowFill::none) {
       const bool dark = setting_.scheme == MarigoldTheme::Scheme::dark;

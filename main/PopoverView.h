@@ -42,12 +42,12 @@ struct CardSetting {
   MarigoldTheme::Scheme scheme = MarigoldTheme::Scheme::light;
   RingColorMode ringColors = RingColorMode::byUsage;
   ProviderAccent accent = ProviderAccent::automatic;
-  std::string looksIn{};  ///< where the provider's data is sought
+  std::string looksIn;  ///< where the provider's data is sought
   bool claudeReadLatched = false;
   bool claudeYetFetched = true;
   bool claudeRetrying = false;
-  Handler retryClaude{};
-  Handler turnOnClaude{};
+  Handler retryClaude;
+  Handler turnOnClaude;
 };
 
 /// The card of a provider, worded as on a Mac; a null snapshot is one that is not known yet.

@@ -122,58 +122,67 @@ TEST(PopoverView, ACardTellsWhatThereIs) {
     ProviderID provider;
     std::optional<Health> health;
     int how;
-    std::string told;  // below the title
+    std::vector<const char*> told;  // the first line behind the provider's name
   };
   const auto claude = ProviderID::claude;
   const auto codex = ProviderID::codex;
-  const std::string disclosure = "\n> What Marigold does with your Claude login";
-  const std::string keeps = "\n- Marigold keeps checking. The numbers come back on their own.";
-  const std::string dim = "\n5h 43% dim in 2h 5m";
-  const std::string expired =
+  const char* disclosure = "> What Marigold does with your Claude login";
+  const char* keeps = "- Marigold keeps checking. The numbers come back on their own.";
+  const char* dim = "5h 43% dim in 2h 5m";
+  const char* before = "= Last reading before this";
+  const char* afterAll = "--- = Last reading before this";
+  const char* expired =
       "Your Claude Code login has expired. Run claude in Terminal once to refresh it. Marigold "
       "reads that login, not the Claude app's.";
-  const std::string hung =
+  const char* below =
+      "--- - Your Claude Code login has expired. Run claude in Terminal once to refresh it. "
+      "Marigold reads that login, not the Claude app's.";
+  const char* hung =
       "Reading your Claude login did not finish. If macOS left a Keychain dialog on screen, close "
       "it, then try again.";
+  const char* why = "- Marigold could not reach Anthropic to ask for your usage.";
+  const char* fails = "Anthropic's usage service returned an error";
+  const char* retrying = ", Max [retrying!]";
+  const char* held = ", Max [needs a tap!]";
   const Health asks = Health::reconnect(std::string(ClaudeUnavailable::tokenExpired));
   const Health hangs = Health::reconnect(std::string(ClaudeUnavailable::timedOut));
   const Health unreachable = Health::stale("fetch failed");
-  for (const auto& [provider, health, how, told] : std::vector<Row>{
-           {claude, {}, unread, "\nChecking Claude..." + disclosure},
-           {codex, {}, unread, "\nNo usage data yet."},
-           {claude, Health::ok(), full, ", Max\n5h 43% solid in 2h 5m" + disclosure},
-           {codex, Health::ok(), full | noted, ", Max\n5h 43% solid in 2h 5m\n--- - note"},
-           {codex, Health::ok(), bare, ", Max\nNo active limits right now."},
-           {codex, Health::ok(), noted, ", Max\nNo active limits right now.\n- note"},
-           {codex, Health::stale("r"), full | noted, ", Max" + dim + "\n--- - r\n- note"},
-           {codex, Health::stale("9h ago"), full, ", Max" + dim + "\n--- - 1h ago"},
-           {codex, Health::stale("r"), bare, ", Max\nNo usage data yet.\n- r"},
-           {codex, Health::stale("r"), noted, ", Max\nnote\n- r"},
-           {codex, Health::reconnect("r"), bare, ", Max\nr"},
-           {codex, Health::reconnect("r"), full, ", Max\nr\n--- = Last reading before this" + dim},
-           {codex, Health::notInstalled("r"), full | noted, ", Max\nr\n- Looks in ~/place"},
-           {claude, Health::notInstalled("r"), bare, ", Max\nr\n- Looks in ~/place" + disclosure},
-           {claude, Health::turnedOff(), full | noted, ", Max [off]\n(Turn On)"},
-           {claude, asks, full,
-            ", Max [retrying!]\n= Last reading before this" + dim + "\n--- - " + expired + keeps +
-                disclosure},
-           {claude, asks, bare, ", Max [retrying!]\n" + expired + keeps + disclosure},
-           {claude, hangs, full | latched,
-            ", Max [needs a tap!]\n" + hung + "\n(Try Again)\n--- = Last reading before this" +
-                dim + disclosure},
-           {claude, hangs, latched | busy,
-            ", Max [needs a tap!]\n" + hung + "\n(Try Again…)" + disclosure},
-           {claude, Health::stale("2h ago"), full, ", Max" + dim + disclosure},
-           {claude, unreachable, full,
-            ", Max" + dim +
-                "\n--- Can't reach Anthropic\n- Marigold could not reach Anthropic to "
-                "ask for your usage." +
-                keeps + disclosure},
-           {claude, Health::serverError({}), bare,
-            ", Max [server error!]\nAnthropic's usage service returned an error" + keeps +
-                disclosure},
-           {claude, Health::rateLimited({}), full | unread,
-            ", Max [throttled!]" + dim + disclosure}}) {
+  for (const auto& [provider, health, how, lines] : std::vector<Row>{
+           {claude, {}, unread, {"", "Checking Claude...", disclosure}},
+           {codex, {}, unread, {"", "No usage data yet."}},
+           {claude, Health::ok(), full, {", Max", "5h 43% solid in 2h 5m", disclosure}},
+           {codex, Health::ok(), full | noted, {", Max", "5h 43% solid in 2h 5m", "--- - note"}},
+           {codex, Health::ok(), bare, {", Max", "No active limits right now."}},
+           {codex, Health::ok(), noted, {", Max", "No active limits right now.", "- note"}},
+           {codex, Health::stale("r"), full | noted, {", Max", dim, "--- - r", "- note"}},
+           {codex, Health::stale("9h ago"), full, {", Max", dim, "--- - 1h ago"}},
+           {codex, Health::stale("r"), bare, {", Max", "No usage data yet.", "- r"}},
+           {codex, Health::stale("r"), noted, {", Max", "note", "- r"}},
+           {codex, Health::reconnect("r"), bare, {", Max", "r"}},
+           {codex, Health::reconnect("r"), full, {", Max", "r", afterAll, dim}},
+           {codex, Health::notInstalled("r"), full | noted, {", Max", "r", "- Looks in ~/place"}},
+           {claude,
+            Health::notInstalled("r"),
+            bare,
+            {", Max", "r", "- Looks in ~/place", disclosure}},
+           {claude, Health::turnedOff(), full | noted, {", Max [off]", "(Turn On)"}},
+           {claude, asks, full, {retrying, before, dim, below, keeps, disclosure}},
+           {claude, asks, bare, {retrying, expired, keeps, disclosure}},
+           {claude, hangs, full | latched, {held, hung, "(Try Again)", afterAll, dim, disclosure}},
+           {claude, hangs, latched | busy, {held, hung, "(Try Again…)", disclosure}},
+           {claude, Health::stale("2h ago"), full, {", Max", dim, disclosure}},
+           {claude,
+            unreachable,
+            full,
+            {", Max", dim, "--- Can't reach Anthropic", why, keeps, disclosure}},
+           {claude,
+            Health::serverError({}),
+            bare,
+            {", Max [server error!]", fails, keeps, disclosure}},
+           {claude,
+            Health::rateLimited({}),
+            full | unread,
+            {", Max [throttled!]", dim, disclosure}}}) {
     ProviderSnapshot snapshot{.provider = provider,
                               .capturedAt = now - Seconds{3600},
                               .health = health.value_or(Health::ok()),
@@ -191,7 +200,11 @@ TEST(PopoverView, ACardTellsWhatThereIs) {
                                             .claudeReadLatched = (how & latched) != 0,
                                             .claudeYetFetched = (how & unread) == 0,
                                             .claudeRetrying = (how & busy) != 0});
-    EXPECT_EQ(test::told(card), std::string(displayName(provider)) + told);
+    std::string all(displayName(provider));
+    for (const char* gap = ""; const char* const line : lines) {
+      all.append(std::exchange(gap, "\n")).append(line);
+    }
+    EXPECT_EQ(test::told(card), all);
     EXPECT_EQ(card.key, rawValue(provider));
   }
   EXPECT_EQ(test::told(nothingVisibleCard({})), "\nNo providers are shown.\n(Choose in Settings)");

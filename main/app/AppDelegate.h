@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "UsageStore.h"
@@ -44,8 +45,8 @@ class AppDelegate {
     PopoverTraits popoverTraits{};
   };
 
-  explicit AppDelegate(const Services& services)
-      : s_(services),
+  explicit AppDelegate(Services services)
+      : s_(std::move(services)),
         picture_(s_.store, s_.localTime, s_.textMeasurer, s_.popoverTraits.texts,
                  s_.surroundings.isDevBuild()),
         popover_({.store = s_.store,

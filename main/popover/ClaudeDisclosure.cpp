@@ -8,7 +8,7 @@ namespace {
 
 struct Paragraph {
   std::string_view mac;
-  std::string_view onLinux{};  // only where the Mac's is untrue there
+  std::string_view onLinux;  // only where the Mac's is untrue there
 };
 
 constexpr std::array paragraphs{

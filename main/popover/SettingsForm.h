@@ -28,7 +28,7 @@ struct SettingsSource {
   bool offersBarColors = false;  ///< the desktop may not know whether its bar is dark
   bool launchAtLogin = false;
   bool launchRequiresApproval = false;
-  std::optional<std::string> launchAtLoginError{};
+  std::optional<std::string> launchAtLoginError;
 
   struct Actions {
     std::function<void(bool)> setLaunchAtLogin;

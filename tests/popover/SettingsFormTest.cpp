@@ -32,7 +32,7 @@ struct SettingsFormTest : testing::Test {
       reading.windows.push_back({.label = label});
     }
   }
-  void use(const std::string& key, int choice) {
+  void use(const std::string& key, int choice) const {
     const SettingsForm form = settingsForm(source);
     const SettingsRow* const row = test::row(form, key);
     ASSERT_NE(row, nullptr) << key;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <string>
 
 #include "ports/PopoverContent.h"
@@ -12,15 +13,18 @@ namespace marigold::test {
 /// it is busy, ">" a disclosure's title.
 inline std::string told(const CardBlock& block) {
   if (const auto* const text = std::get_if<CardText>(&block)) {
-    const char* const tones[] = {"", "- ", "= "};
-    return std::string(text->separated ? "--- " : "") + tones[static_cast<int>(text->tone)] +
-           text->text;
+    constexpr std::array tones{"", "- ", "= "};
+    return std::string(text->separated ? "--- " : "") +
+           tones.at(static_cast<std::size_t>(text->tone)) + text->text;
   }
   if (const auto* const row = std::get_if<CardRow>(&block)) {
-    const double opacity = row->bar.fill ? row->bar.fill->opacity : 0;
-    const char* const fill = opacity == 1 ? " solid" : (opacity == 0 ? " none" : " dim");
-    return row->label + " " + row->value + fill +
-           (row->subLabel.empty() ? "" : " " + row->subLabel);
+    std::string all = row->label + " " + row->value + " ";
+    if (row->bar.fill) {
+      all += row->bar.fill->opacity == 1 ? "solid" : "dim";
+    } else {
+      all += "none";
+    }
+    return all + (row->subLabel.empty() ? "" : " " + row->subLabel);
   }
   if (const auto* const button = std::get_if<CardButton>(&block)) {
     return "(" + button->title + (button->busy ? "…)" : ")");

@@ -1,0 +1,241 @@
+#include <gmock/gmock.h>
+
+#include "app/PopoverController.h"
+#include "app/StatusItemPicture.h"
+#include "app/StatusMenu.h"
+#include "claude/ClaudeTexts.h"
+#include "support/FixedLocalTimeText.h"
+#include "support/FixedTextMeasurer.h"
+#include "support/PopoverText.h"
+#include "support/StoreFixture.h"
+
+namespace marigold {
+namespace {
+
+using Page = PopoverContent::Page;
+using Refresh = PopoverContent::Refresh;
+
+struct Window final : Popover {
+  void setContent(const PopoverContent& next) override {
+    content = next;
+    ++changes;
+  }
+  void open() override { isOpen = true; }
+  void close() override {
+    isOpen = false;
+    onClosed();
+  }
+  [[nodiscard]] bool isShown() const override { return isOpen; }
+  PopoverContent content;
+  int changes = 0;
+  bool isOpen = false;
+};
+
+struct Looks final : Appearance {
+  AppearanceSettings now;
+  [[nodiscard]] AppearanceSettings settings() const override { return now; }
+};
+
+struct Control final : ApplicationControl {
+  void showAbout(const AboutPanel& about) override { done += about.name; }
+  void quit() override { done += " quit"; }
+  void leaveRegardless(Seconds /*after*/) override {}
+  std::string done;
+};
+
+struct PopoverControllerTest : testing::Test, protected test::StoreFixture {
+  Window window;
+  Looks looks;
+  Control application;
+  const test::FixedLocalTimeText times;
+  std::unique_ptr<PopoverController> controller;
+
+  PopoverControllerTest() {
+    makeStore();
+    store->start();
+    const auto at = loop.date();
+    codex->answer = [at](Date) { return test::reading(ProviderID::codex, 10, at); };
+    grok->answer = [at](Date) { return test::reading(ProviderID::grok, 20, at); };
+    make({});
+    store->onStateChange = [this] { controller->refresh(); };
+    settle();
+  }
+  void make(const PopoverTraits& traits) {
+    controller.reset();
+    controller =
+        std::make_unique<PopoverController>(PopoverController::Services{.store = *store,
+                                                                        .loop = loop,
+                                                                        .popover = window,
+                                                                        .appearance = looks,
+                                                                        .application = application,
+                                                                        .localTime = times,
+                                                                        .traits = traits});
+  }
+  void answer(const Health& health, bool latches = false) {
+    claude.latched = latches;
+    claude.replyAll(test::reading(ProviderID::claude, 42, loop.date()).withHealth(health));
+    settle();
+  }
+  [[nodiscard]] std::string card(std::size_t index) const {
+    return index < window.content.cards.size() ? test::told(window.content.cards[index]) : "";
+  }
+  void press(std::size_t index) {
+    for (const CardBlock& block : window.content.cards.at(index).blocks) {
+      if (const auto* const button = std::get_if<CardButton>(&block)) {
+        const Handler handler = button->press;
+        handler();
+        break;
+      }
+    }
+    settle();
+  }
+  void use(const std::string& key, int choice) {
+    const Handler handler = test::row(window.content.settings, key)->use;
+    handler(choice);
+    settle();
+  }
+};
+
+TEST_F(PopoverControllerTest, HandsOverWhatChangedAndOnlyWhileItIsOpen) {
+  answer(Health::ok());
+  store->preferences().setAccent(ProviderID::codex, ProviderAccent::pink);
+  settle();
+  EXPECT_EQ(window.changes, 0);
+  controller->open();
+  EXPECT_TRUE(window.isOpen);
+  EXPECT_EQ(window.changes, 1);
+  EXPECT_THAT(card(0), testing::StartsWith("Claude\n5h 42% solid"));
+  controller->refresh();
+  EXPECT_EQ(window.changes, 1) << "nothing changed";
+  looks.now = {.increaseContrast = true, .reduceMotion = true, .darkWindows = true};
+  controller->refresh();
+  EXPECT_EQ(window.content.theme, (MarigoldTheme{.scheme = MarigoldTheme::Scheme::dark,
+                                                 .contrast = MarigoldTheme::Contrast::increased,
+                                                 .reduceMotion = true}));
+  const auto& row = std::get<CardRow>(window.content.cards[1].blocks[0]);
+  EXPECT_EQ(row.bar.fill->red, 0.90) << "the windows' pink";
+  use("claude", 0);
+  EXPECT_THAT(card(0), testing::StartsWith("Codex\n5h 10% solid")) << "at once";
+  window.close();
+  const int before = window.changes;
+  use("grok", 0);
+  EXPECT_EQ(window.changes, before);
+}
+
+TEST_F(PopoverControllerTest, OpensAtTheCardsAndLeadsToTheSettings) {
+  controller->open();
+  EXPECT_EQ(window.content.page, Page::cards);
+  window.content.showPage(static_cast<int>(Page::settings));
+  EXPECT_EQ(window.content.page, Page::settings);
+  window.content.showPage(static_cast<int>(Page::cards));
+  EXPECT_EQ(window.content.page, Page::cards);
+  for (const char* provider : {"claude", "codex", "grok"}) {
+    use(provider, 0);
+  }
+  EXPECT_EQ(card(0), "\nNo providers are shown.\n(Choose in Settings)");
+  press(0);
+  EXPECT_EQ(window.content.page, Page::settings);
+  window.close();
+  controller->open();
+  EXPECT_EQ(window.content.page, Page::cards);
+}
+
+TEST_F(PopoverControllerTest, ARefreshRunsAndIsDoneForASecond) {
+  answer(Health::ok());
+  controller->open();
+  EXPECT_EQ(window.content.refresh, Refresh::idle);
+  const auto refreshed = [this] {
+    window.content.refreshNow();
+    settle();
+    EXPECT_EQ(window.content.refresh, Refresh::running);
+    answer(Health::ok());
+    EXPECT_EQ(window.content.refresh, Refresh::done);
+  };
+  refreshed();
+  advance(0.75);
+  refreshed();  // again, before the mark is gone
+  advance(0.75);
+  EXPECT_EQ(window.content.refresh, Refresh::done) << "for a second from its own end";
+  advance(0.25);
+  EXPECT_EQ(window.content.refresh, Refresh::idle);
+  refreshed();
+  window.close();
+  controller->open();
+  EXPECT_EQ(window.content.refresh, Refresh::idle) << "that was then";
+}
+
+TEST_F(PopoverControllerTest, ControlsReachTheStoreAndTheApplication) {
+  controller->open();
+  answer(Health::reconnect(std::string(ClaudeUnavailable::timedOut)), true);
+  EXPECT_THAT(card(0), testing::HasSubstr("\n(Try Again)\n"));
+  press(0);
+  EXPECT_EQ(claude.retries, 1);
+  EXPECT_THAT(card(0), testing::HasSubstr("\n(Try Again…)\n"));
+  answer(Health::ok());
+  EXPECT_THAT(card(0), testing::StartsWith("Claude\n5h 42% solid"));
+  use("readClaude", 0);
+  EXPECT_EQ(card(0), "Claude [off]\n(Turn On)");
+  press(0);
+  EXPECT_THAT(card(0), testing::StartsWith("Claude\nChecking Claude..."));
+  use("readClaude", 0);
+  use("readClaude", 1);
+  EXPECT_FALSE(store->preferences().claudeTurnedOff());
+  use("clearStoredData", 0);
+  EXPECT_GT(std::ranges::count(codex->calls, "forget"), 0);
+  use("about", 0);
+  use("quit", 0);
+  EXPECT_EQ(application.done, "Marigold quit");
+  use("launchAtLogin", 1);
+  EXPECT_EQ(loginItem.asked.back(), "register");
+  use("launchAtLogin", 0);
+  EXPECT_EQ(loginItem.asked.back(), "unregister");
+}
+
+TEST_F(PopoverControllerTest, NoWordOfOneDesktopIsShownOnAnother) {
+  make({.texts = linuxTexts, .offersBarColors = true, .looksIn = {"~/login", "~/c", "~/g"}});
+  controller->open();
+  loginItem.now = LoginItem::Status::requiresApproval;
+  const test::FixedTextMeasurer measurer;
+  std::vector<Health> states{Health::ok(),
+                             Health::rateLimited({}),
+                             Health::serverError({}),
+                             Health::notInstalled("Claude Code not detected"),
+                             Health::stale("fetch failed"),
+                             Health::stale("unexpected payload")};
+  namespace Texts = ClaudeUnavailable;
+  for (const std::string_view text :
+       {Texts::ambiguous, Texts::unauthorized, Texts::indeterminate, Texts::timedOut,
+        Texts::unreadable, Texts::tokenExpired, Texts::keychainLocked}) {
+    states.push_back(Health::reconnect(std::string(text)));
+    states.push_back(Health::stale(std::string(text)));
+  }
+  for (const Health& health : states) {
+    for (const bool latches : {false, true}) {
+      store->retryClaudeRead();
+      settle();
+      answer(health, latches);
+      controller->open();
+      StatusItemPicture picture(*store, times, measurer, linuxTexts, false);
+      const auto item = picture.redraw(looks.now, true, loop.date()).shown.value();
+      std::string all = test::everyText(window.content);
+      all.append(item.tooltip).append(item.tooltipTitle).append(item.accessibilityValue);
+      const std::function<void(const std::vector<MenuItem>&)> read = [&](const auto& items) {
+        for (const MenuItem& entry : items) {
+          all.append(entry.title).append(" ").append(entry.tooltip).append("\n");
+          read(entry.items);
+        }
+      };
+      Updater updater;
+      read(worded(statusMenu(*store, updater, application, {}), linuxTexts));
+      for (const char* word : {"Mac", "Keychain", "System Settings", "Apple", "notarized",
+                               "in Terminal", "Login Items"}) {
+        EXPECT_THAT(all, testing::Not(testing::HasSubstr(word)));
+      }
+      EXPECT_THAT(all, testing::HasSubstr("credentials file"));
+      EXPECT_THAT(all, testing::HasSubstr("Open login settings"));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace marigold
