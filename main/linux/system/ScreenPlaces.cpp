@@ -71,18 +71,14 @@ QRect workArea(QPoint place) {
   const QScreen& screen = screenAt(place);
   const QRect whole = screen.geometry();
   const QRect available = screen.availableGeometry();
-  const std::optional<QRect> desktop = x11WorkArea();
-  // Of several screens the toolkit does not know it. The desktop's one area for them all leaves out
-  // what panels take at its outer edges.
-  if (available != whole || !desktop) {
+  if (available != whole) {
     return available;
   }
+  // Of several screens the toolkit does not know it.
   const double ratio = screen.devicePixelRatio();
-  const QRect reach(((desktop->topLeft() - whole.topLeft()).toPointF() / ratio).toPoint(),
-                    (desktop->size().toSizeF() / ratio).toSize());
-  const QRect left = whole & reach.translated(whole.topLeft());
-  // No panel takes half of a screen: what says so is about another one.
-  return 2 * left.width() > whole.width() && 2 * left.height() > whole.height() ? left : whole;
+  const QRect left = x11WorkArea({whole.topLeft(), (whole.size().toSizeF() * ratio).toSize()});
+  return {whole.topLeft() + ((left.topLeft() - whole.topLeft()).toPointF() / ratio).toPoint(),
+          (left.size().toSizeF() / ratio).toSize()};
 }
 
 std::optional<QRect> clickedIcon(QPoint told, QPoint pointer) {

@@ -1,12 +1,15 @@
 #include "linux/system/X11.h"
 
-#include <array>
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string_view>
 #include <utility>
+#include <vector>
 
+#include <QtCore/QSize>
 #include <QtGui/QGuiApplication>
 #include <xcb/xcb.h>
 #include <xcb/xfixes.h>
@@ -43,6 +46,60 @@ xcb_atom_t atomNamed(xcb_connection_t* connection, std::string_view name) {
   return atom ? atom->atom : xcb_atom_t{XCB_ATOM_NONE};
 }
 
+xcb_get_property_cookie_t ask(xcb_connection_t* connection, xcb_window_t window,
+                              xcb_atom_t property, std::uint32_t mostValues) {
+  return xcb_get_property(connection, 0, window, property, XCB_GET_PROPERTY_TYPE_ANY, 0,
+                          mostValues);
+}
+
+// The values of a property; none where there is no such property.
+std::vector<std::uint32_t> answered(xcb_connection_t* connection,
+                                    xcb_get_property_cookie_t question) {
+  const Owned<xcb_get_property_reply_t> reply(
+      xcb_get_property_reply(connection, question, nullptr));
+  std::vector<std::uint32_t> values(reply && reply->format == 32 ? reply->value_len : 0);
+  if (!values.empty()) {
+    std::memcpy(values.data(), xcb_get_property_value(reply.get()),
+                values.size() * sizeof values.front());
+  }
+  return values;
+}
+
+// _NET_WM_STRUT_PARTIAL: how deep a panel is at the left, right, top and bottom edge of the
+// desktop, then for each edge where along it the panel begins and ends.
+constexpr std::uint32_t strutLength = 12;
+
+void leaveOut(QRect& area, const std::vector<std::uint32_t>& strut, const QSize& desktop) {
+  const auto value = [&](std::size_t i) {
+    return static_cast<int>(std::min<std::uint32_t>(strut[i], INT16_MAX));
+  };
+  const QRect left(QPoint(0, value(4)), QPoint(value(0) - 1, value(5)));
+  const QRect right(QPoint(desktop.width() - value(1), value(6)),
+                    QPoint(desktop.width() - 1, value(7)));
+  const QRect top(QPoint(value(8), 0), QPoint(value(9), value(2) - 1));
+  const QRect bottom(QPoint(value(10), desktop.height() - value(3)),
+                     QPoint(value(11), desktop.height() - 1));
+  // No panel takes half of a screen: one that seems to is on another, further inside.
+  const auto isWide = [&](const QRect& panel) {
+    return panel.intersects(area) && 2 * (panel & area).width() < area.width();
+  };
+  const auto isHigh = [&](const QRect& panel) {
+    return panel.intersects(area) && 2 * (panel & area).height() < area.height();
+  };
+  if (isWide(left)) {
+    area.setLeft(left.right() + 1);
+  }
+  if (isWide(right)) {
+    area.setRight(right.left() - 1);
+  }
+  if (isHigh(top)) {
+    area.setTop(top.bottom() + 1);
+  }
+  if (isHigh(bottom)) {
+    area.setBottom(bottom.top() - 1);
+  }
+}
+
 constexpr std::uint32_t lastButton = 3;  // left, middle, right; those after it are wheels
 
 }  // namespace
@@ -57,25 +114,31 @@ std::optional<QPoint> x11Place(std::uint32_t window) {
   return place ? std::optional(QPoint(place->dst_x, place->dst_y)) : std::nullopt;
 }
 
-std::optional<QRect> x11WorkArea() {
+QRect x11WorkArea(const QRect& screen) {
   xcb_connection_t* const connection = toolkitConnection();
   if (connection == nullptr) {
-    return std::nullopt;
+    return screen;
   }
-  // Of the first virtual desktop: panels are on all of them.
-  std::array<std::uint32_t, 4> area{};
-  const Owned<xcb_get_property_reply_t> property(xcb_get_property_reply(
-      connection,
-      xcb_get_property(connection, 0, root(connection), atomNamed(connection, "_NET_WORKAREA"),
-                       XCB_ATOM_CARDINAL, 0, area.size()),
-      nullptr));
-  if (!property || xcb_get_property_value_length(property.get()) != int{sizeof area}) {
-    return std::nullopt;
+  const Owned<xcb_get_geometry_reply_t> desktop(
+      xcb_get_geometry_reply(connection, xcb_get_geometry(connection, root(connection)), nullptr));
+  constexpr std::uint32_t mostWindows = 1000;
+  const xcb_atom_t list = atomNamed(connection, "_NET_CLIENT_LIST");
+  const xcb_atom_t panels = atomNamed(connection, "_NET_WM_STRUT_PARTIAL");
+  const std::vector<xcb_window_t> windows =
+      answered(connection, ask(connection, root(connection), list, mostWindows));
+  std::vector<xcb_get_property_cookie_t> questions;
+  questions.reserve(windows.size());
+  for (const xcb_window_t window : windows) {
+    questions.push_back(ask(connection, window, panels, strutLength));
   }
-  std::memcpy(area.data(), xcb_get_property_value(property.get()), sizeof area);
-  const auto [x, y, width, height] = area;
-  return QRect(static_cast<int>(x), static_cast<int>(y), static_cast<int>(width),
-               static_cast<int>(height));
+  QRect area = screen;
+  for (const xcb_get_property_cookie_t question : questions) {
+    const std::vector<std::uint32_t> strut = answered(connection, question);
+    if (strut.size() == strutLength && desktop) {
+      leaveOut(area, strut, QSize(desktop->width, desktop->height));
+    }
+  }
+  return area;
 }
 
 void x11StandsAlone(std::uint32_t window) {
@@ -85,21 +148,14 @@ void x11StandsAlone(std::uint32_t window) {
   }
   // WM_HINTS as ICCCM has it, 4.1.2.4.
   constexpr std::uint32_t namesGroup = 1U << 6U;
-  std::array<std::uint32_t, 9> hints{};
-  auto& flags = hints.front();
-  auto& group = hints.back();
-  const Owned<xcb_get_property_reply_t> before(
-      xcb_get_property_reply(connection,
-                             xcb_get_property(connection, 0, window, XCB_ATOM_WM_HINTS,
-                                              XCB_ATOM_WM_HINTS, 0, hints.size()),
-                             nullptr));
-  if (before && xcb_get_property_value_length(before.get()) == int{sizeof hints}) {
-    std::memcpy(hints.data(), xcb_get_property_value(before.get()), sizeof hints);
-  }
-  flags |= namesGroup;
-  group = window;
+  constexpr std::size_t length = 9;
+  std::vector<std::uint32_t> hints =
+      answered(connection, ask(connection, window, XCB_ATOM_WM_HINTS, length));
+  hints.resize(length);
+  hints.front() |= namesGroup;
+  hints.back() = window;
   xcb_change_property(connection, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_HINTS,
-                      XCB_ATOM_WM_HINTS, 32, hints.size(), hints.data());
+                      XCB_ATOM_WM_HINTS, 32, length, hints.data());
 }
 
 X11Selection::X11Selection(const char* name, std::function<void()> onChange)

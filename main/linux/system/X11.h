@@ -21,8 +21,8 @@ namespace marigold {
 /// place.
 [[nodiscard]] std::optional<QPoint> x11Place(std::uint32_t window);
 
-/// What panels leave of the desktop, all its screens taken together, in pixels of the root window.
-[[nodiscard]] std::optional<QRect> x11WorkArea();
+/// What panels leave of `screen`, in pixels of the root window.
+[[nodiscard]] QRect x11WorkArea(const QRect& screen);
 
 /// Has the window manager take `window` for the only one of its group. KWin hides the small windows
 /// of a group while another program is active, unless there is but one. To be called before it is

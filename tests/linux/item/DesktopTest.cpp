@@ -1,5 +1,6 @@
 // The widgets on a real X11 desktop: server, window manager, tray, mouse and keyboard.
 
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -7,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -243,6 +245,31 @@ TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
   }
   strip.reset();
   EXPECT_EQ(makeStrip()->pos(), QPoint(500, 300));
+}
+
+TEST_F(DesktopTest, EachScreenHasTheRoomThatPanelsLeaveOfIt) {
+  const auto panel = focusedWindow();
+  auto* const x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>()->connection();
+  const std::string name = "_NET_WM_STRUT_PARTIAL";
+  const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> strut(
+      xcb_intern_atom_reply(
+          x11, xcb_intern_atom(x11, 0, static_cast<std::uint16_t>(name.size()), name.data()),
+          nullptr),
+      &std::free);
+  const QRect left(0, 0, 640, 800);
+  const QRect right(640, 0, 640, 800);
+  using Strut = std::array<std::uint32_t, 12>;
+  for (const auto& [values, leaves, leavesRight] : std::vector<std::tuple<Strut, QRect, QRect>>{
+           {{}, left, right},
+           {{0, 0, 30, 0, 0, 0, 0, 0, 0, 639}, {0, 30, 640, 770}, right},
+           {{0, 0, 0, 40, 0, 0, 0, 0, 0, 0, 640, 1279}, left, {640, 0, 640, 760}},
+           {{50, 60, 0, 0, 0, 799, 0, 799}, {50, 0, 590, 800}, {640, 0, 580, 800}},
+           {{690, 0, 0, 0, 0, 799}, left, {690, 0, 590, 800}}}) {
+    xcb_change_property(x11, XCB_PROP_MODE_REPLACE, static_cast<std::uint32_t>(panel->winId()),
+                        strut->atom, XCB_ATOM_CARDINAL, 32, 12, values.data());
+    EXPECT_EQ(x11WorkArea(left), leaves);
+    EXPECT_EQ(x11WorkArea(right), leavesRight);
+  }
 }
 
 TEST_F(DesktopTest, TheTrayIconComesAndGoesWithTheTray) {
