@@ -7,7 +7,6 @@
 #include "UsageStore.h"
 #include "app/CodexDump.h"
 #include "app/Screenshots.h"
-#include "app/SelfTest.h"
 #include "base/Worker.h"
 #include "codex/CodexProvider.h"
 #include "grok/GrokProvider.h"
@@ -104,14 +103,15 @@ void MarigoldApp::terminate() {
 }
 
 std::optional<int> runOneShotMode(const Command& command, const Surroundings& surroundings,
-                                  Date now, const SavePicture& savePicture, std::ostream& out,
+                                  Date now, const SavePicture& savePicture,
+                                  const DesktopChecks& checks, std::ostream& out,
                                   std::ostream& err) {
   switch (command.mode) {
     case Command::Mode::application:
       return std::nullopt;
     case Command::Mode::selfTest: {
       out << "Marigold self-test:\n";
-      const bool passed = runSelfTest(out);
+      const bool passed = runSelfTest(surroundings, checks, out);
       out << "SELFTEST" << (passed ? " PASS" : " FAIL") << '\n';
       return passed ? EXIT_SUCCESS : EXIT_FAILURE;
     }

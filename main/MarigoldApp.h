@@ -8,6 +8,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/CommandLine.h"
+#include "app/SelfTest.h"
 #include "base/Drawing.h"
 #include "base/QueuedEventLoop.h"
 #include "base/Surroundings.h"
@@ -92,7 +93,8 @@ using SavePicture = std::function<bool(const Picture& picture, const std::string
 /// when the application itself is asked for.
 [[nodiscard]] std::optional<int> runOneShotMode(const Command& command,
                                                 const Surroundings& surroundings, Date now,
-                                                const SavePicture& savePicture, std::ostream& out,
+                                                const SavePicture& savePicture,
+                                                const DesktopChecks& checks, std::ostream& out,
                                                 std::ostream& err);
 
 }  // namespace marigold

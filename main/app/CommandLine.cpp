@@ -55,7 +55,7 @@ std::string_view helpText() noexcept {
          "Without a flag it runs until it is told to quit. Without a display it prints, at each\n"
          "change of the mark, its tooltip, a line per window, and then its texts.\n"
          "\n"
-         "  --selftest             check the program's own rules; exit status 1 on failure\n"
+         "  --selftest             check the program and what it needs; exit status 1 on failure\n"
          "  --dump-codex           explain the Codex reading: files considered, record chosen\n"
          "  --shot PATH            draw the popover to a PNG file *\n"
          "  --shot-settings PATH   the same with its settings open *\n"

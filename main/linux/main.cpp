@@ -25,6 +25,7 @@
 #include "linux/system/LinuxLogin.h"
 #include "linux/system/LinuxLoginItem.h"
 #include "linux/system/LinuxRandomSource.h"
+#include "linux/system/LinuxSelfChecks.h"
 #include "linux/system/LinuxSurroundings.h"
 #include "linux/system/PictureFile.h"
 #include "linux/system/Probe.h"
@@ -97,7 +98,7 @@ int main(int argc, char** argv) {
   const Date now = std::chrono::system_clock::now();
   if (const auto status =
           runOneShotMode(parseCommandLine(arguments), linuxSurroundings(environment), now,
-                         savePicture, std::cout, std::cerr)) {
+                         savePicture, linuxSelfChecks, std::cout, std::cerr)) {
     return *status;
   }
 

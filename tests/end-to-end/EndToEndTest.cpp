@@ -103,6 +103,7 @@ TEST_F(EndToEnd, FollowsGrokAsItsLogGrows) {
 TEST_F(EndToEnd, OneShotModesPrintAndExit) {
   codexSays(37, 12);
   const std::string picture = home.path() + "/mark.png";
+  fs::create_directory(environment["TMPDIR"] = home.path() + "/tmp");
   struct Row {
     std::vector<std::string> arguments;
     std::string prints;
@@ -118,7 +119,35 @@ TEST_F(EndToEnd, OneShotModesPrintAndExit) {
     EXPECT_EQ(status, row.status) << row.arguments.front();
   }
   EXPECT_GT(fs::file_size(picture), 50'000U);
+  EXPECT_TRUE(fs::is_empty(home.path() + "/tmp"));
   EXPECT_FALSE(fs::exists(home.path() + "/.local")) << "a one-shot mode leaves nothing behind";
+}
+
+TEST_F(EndToEnd, TheSelfTestNamesWhatIsBroken) {
+  const std::string program = home.path() + "/bin/marigold";
+  fs::create_directory(home.path() + "/bin");
+  fs::copy_file(executable, program);
+  struct Row {
+    std::function<void()> breaking;
+    std::string name;
+  };
+  for (const Row& row :
+       {Row{[&] { environment["TMPDIR"] = "/no"; }, "a reading survives the cache"},
+        Row{[&] { executable = program; },
+            "marigold-request lies beside the program, safe from others"},
+        Row{[&] { home.write(preferences, "{broken"); }, "the preferences can be read"},
+        Row{[&] { environment["XDG_CONFIG_HOME"] = program; }, "the preferences can be stored"},
+        Row{[&] { environment["FONTCONFIG_FILE"] = home.write("fonts", "<fontconfig/>"); },
+            "a font draws the digits, all of one width"}}) {
+    const auto before = std::pair(environment, executable);
+    row.breaking();
+    const auto [printed, status] = start({"--selftest"}).finish();
+    EXPECT_THAT(printed, testing::HasSubstr("\n  FAIL  " + row.name + "\n"));
+    EXPECT_THAT(printed, testing::EndsWith("SELFTEST FAIL\n"));
+    EXPECT_EQ(status, 1);
+    std::tie(environment, executable) = before;
+    fs::remove_all(home.path() + "/.config");
+  }
 }
 
 TEST_F(EndToEnd, LivesWithoutAPlaceToWriteAndWithABrokenSettingsFile) {

@@ -92,9 +92,9 @@ TEST_F(MenuEndToEnd, EachCommandDoesWhatItSays) {
   ASSERT_TRUE(eventually([this] { return !host->item.isEmpty(); }));
   ASSERT_TRUE(labelBecomes("42% | 37%")) << label().toStdString();
   struct Row {
-    const char* chosen;
-    const char* label;
-    const char* stored;
+    const char* chosen = "";
+    const char* label = "";
+    const char* stored = "";
     bool redraws = false;
   };
   for (const Row& row :

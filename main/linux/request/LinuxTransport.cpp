@@ -21,19 +21,6 @@ constexpr Seconds margin{1};
 // From being asked to end to being killed. It holds nothing that it could lose.
 constexpr Seconds grace{0.1};
 
-// Opens what may be trusted with the token; -1 for anything else.
-OwnedDescriptor openProgram(const std::string& path) {
-  const OwnedDescriptor found(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  // Above the standard descriptors, of which this process may lack some.
-  OwnedDescriptor program(::fcntl(found.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-  struct stat status = {};
-  const bool isTrusted = path.starts_with('/') && program.isOpen() &&
-                         ::fstat(program.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-                         (status.st_uid == 0 || status.st_uid == ::geteuid()) &&
-                         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-  return isTrusted ? std::move(program) : OwnedDescriptor(-1);
-}
-
 // What stands between us and an answer that somebody could mend; empty for all else.
 std::string obstacle(std::int32_t status) {
   switch (static_cast<NoAnswer>(status)) {
@@ -67,9 +54,21 @@ std::string requestProgram() {
   return self.empty() ? "" : self.parent_path() / "marigold-request";
 }
 
+OwnedDescriptor openRequestProgram(const std::string& path) {
+  const OwnedDescriptor found(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  // Above the standard descriptors, of which this process may lack some.
+  OwnedDescriptor program(::fcntl(found.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  struct stat status = {};
+  const bool isTrusted = path.starts_with('/') && program.isOpen() &&
+                         ::fstat(program.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+                         (status.st_uid == 0 || status.st_uid == ::geteuid()) &&
+                         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+  return isTrusted ? std::move(program) : OwnedDescriptor(-1);
+}
+
 LinuxTransport::LinuxTransport(std::string program, HTTPSProxy proxy, Log& log)
     : program_(std::move(program)),
-      opened_(openProgram(program_)),
+      opened_(openRequestProgram(program_)),
       proxy_(std::move(proxy)),
       log_(log) {
   if (!opened_.isOpen()) {

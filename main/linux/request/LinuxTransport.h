@@ -18,14 +18,17 @@ namespace marigold {
 /// The path of marigold-request: beside the running program. Empty when the system does not tell
 /// where that is.
 [[nodiscard]] std::string requestProgram();
+/// Opens what may be trusted with the token: a regular file of root's or the user's at an absolute
+/// path, which only its owner may write. Not open for anything else.
+[[nodiscard]] OwnedDescriptor openRequestProgram(const std::string& path);
 
 /// Sends each request through a marigold-request of its own, which gets it over a pipe, so that the
 /// token leaves this process by no other way and no library in it makes a copy.
 class LinuxTransport final : public HTTPTransport {
  public:
   /// `program` is the absolute path of marigold-request. It is opened now, and what was found then
-  /// is what is run, whatever the path leads to later. Unless it is a regular file of root's or the
-  /// user's that only its owner may write, nothing is ever sent. `log` hears of that, and of what
+  /// is what is run, whatever the path leads to later. Unless it may be trusted, nothing is ever
+  /// sent. `log` hears of that, and of what
   /// else is between this and an answer that somebody could mend. The process must ignore SIGPIPE.
   LinuxTransport(std::string program, HTTPSProxy proxy, Log& log);
 
