@@ -1,197 +1,187 @@
 #include "linux/popover/CardWidget.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <string>
-#include <variant>
+#include <utility>
 
 #include <QtCore/QEvent>
 #include <QtGui/QPainter>
-#include <QtGui/QTextOption>
-#include <QtWidgets/QApplication>
-#include <QtWidgets/QGridLayout>
-#include <QtWidgets/QHBoxLayout>
-#include <QtWidgets/QLabel>
 #include <QtWidgets/QStyle>
 #include <QtWidgets/QVBoxLayout>
 
-#include "linux/item/PlainText.h"
+#include "linux/popover/Spoken.h"
+#include "linux/system/QtPainter.h"
 
 namespace marigold {
 
 namespace {
 
-constexpr int padding = 12;
-constexpr int rowGap = 6;
+constexpr double side = 14;
+constexpr double top = 12;
+constexpr double bottom = 12;
+constexpr double belowTitle = 10;
 
 }  // namespace
 
-QColor faintText(const QWidget& widget, float opacity) {
-  QColor color = widget.palette().color(QPalette::WindowText);
-  color.setAlphaF(opacity);
-  return color;
-}
-
-/// A native label in a variant of the interface font, in weaker colour if it is secondary.
-class CardWidget::TextLabel final : public QLabel {
- public:
-  struct Style {
-    double size = 1;
-    QFont::Weight weight = QFont::Normal;
-    bool secondary = false;
-    bool elided = false;  ///< rather shortened than that others have less room
-  };
-
-  TextLabel(Style style, QWidget& parent) : QLabel(&parent), style_(style) {
-    setTextFormat(Qt::PlainText);
-    adapt();
-  }
-
-  /// Shows `text`, or is hidden when there is none.
-  void showText(const std::string& text) {
-    setText(QString::fromStdString(text));
-    setVisible(!text.empty());
-    tellWhole();
-  }
-
-  [[nodiscard]] QSize minimumSizeHint() const override {
-    const QSize least = QLabel::minimumSizeHint();
-    return style_.elided ? QSize(0, least.height()) : least;
-  }
-
- protected:
-  void paintEvent(QPaintEvent* event) override {
-    if (!isShortened()) {
-      QLabel::paintEvent(event);
-      return;
-    }
-    QPainter painter(this);
-    painter.setPen(palette().color(foregroundRole()));
-    QTextOption option(QStyle::visualAlignment(layoutDirection(), alignment()));
-    option.setWrapMode(QTextOption::NoWrap);
-    option.setTextDirection(text().isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
-    painter.drawText(contentsRect(), fontMetrics().elidedText(text(), Qt::ElideRight, width()),
-                     option);
-  }
-  void resizeEvent(QResizeEvent* event) override {
-    QLabel::resizeEvent(event);
-    tellWhole();
-  }
-  void changeEvent(QEvent* event) override {
-    QLabel::changeEvent(event);
-    // One's own change arrives here as well, and changes nothing.
-    if (event->type() == QEvent::PaletteChange || event->type() == QEvent::FontChange ||
-        event->type() == QEvent::LayoutDirectionChange) {
-      adapt();
-    }
-  }
-
- private:
-  void adapt() {
-    // As the row is laid out, whichever way the text itself runs.
-    setAlignment(Qt::AlignAbsolute | Qt::AlignVCenter |
-                 (isRightToLeft() ? Qt::AlignRight : Qt::AlignLeft));
-    QFont font = QApplication::font();
-    font.setWeight(style_.weight);
-    if (font.pointSizeF() > 0) {
-      font.setPointSizeF(font.pointSizeF() * style_.size);
-    } else {
-      font.setPixelSize(qRound(font.pixelSize() * style_.size));
-    }
-    if (font != this->font()) {
-      setFont(font);
-    }
-    if (style_.secondary) {
-      QPalette palette = this->palette();
-      palette.setColor(QPalette::WindowText, faintText(*parentWidget(), 0.7F));
-      if (palette != this->palette()) {
-        setPalette(palette);
-      }
-    }
-  }
-
-  [[nodiscard]] bool isShortened() const {
-    return style_.elided && width() < QLabel::minimumSizeHint().width();
-  }
-  void tellWhole() { setToolTip(isShortened() ? plainToolTip(text().toStdString()) : QString()); }
-
-  Style style_;
-};
-
-CardWidget::CardWidget(QWidget& parent)
+CardWidget::CardWidget(const Look& look, QWidget& parent)
     : QWidget(&parent),
-      title_(new TextLabel({.size = 1.15, .weight = QFont::DemiBold}, *this)),
-      plan_(new TextLabel({.secondary = true, .elided = true}, *this)),
-      grid_(new QGridLayout),
-      message_(new TextLabel({.secondary = true}, *this)) {
-  auto* const header = new QHBoxLayout;
-  header->addWidget(title_, 1);
-  header->addWidget(plan_);
-  grid_->setColumnStretch(0, 1);
-  grid_->setVerticalSpacing(2);
-  message_->setWordWrap(true);
-  message_->setTextInteractionFlags(Qt::TextSelectableByMouse);
-  auto* const all = new QVBoxLayout(this);
-  all->setContentsMargins(padding + 2, padding, padding + 2, padding);
-  all->setSpacing(6);
-  all->addLayout(header);
-  all->addLayout(grid_);
-  all->addWidget(message_);
+      look_(look),
+      titleFont_(interfaceFont(1.08, QFont::DemiBold)),
+      plan_(new TextLabel(
+          {.size = 0.92, .ink = TextLabel::Ink::secondary, .breaking = TextLabel::Breaking::elided},
+          look, *this)),
+      badge_(new TextLabel({.size = 0.85, .ink = TextLabel::Ink::neutralBadge}, look, *this)),
+      layout_(new QVBoxLayout(this)) {
+  speakAs(*this, QAccessible::Grouping);
+  layout_->setSpacing(0);
+  plan_->hide();
+  badge_->hide();
 }
 
-void CardWidget::show(const ProviderCard& card) {
-  setAccessibleName(QString::fromStdString(card.title));
-  title_->showText(card.title);
+void CardWidget::take(const ProviderCard& card) {
+  const bool first = layout_->isEmpty();
+  if (first || card.title != shown_.title) {
+    setAccessibleName(QString::fromStdString(card.title));
+    update();
+  }
   plan_->showText(card.plan);
-  std::size_t count = 0;
-  std::string message;
+  const CardBadge badge = card.badge.value_or(CardBadge());
+  badge_->setStyle({.size = 0.85,
+                    .ink = badge.tone == CardBadge::Tone::warning ? TextLabel::Ink::warningBadge
+                                                                  : TextLabel::Ink::neutralBadge});
+  badge_->showText(badge.text);
+  shown_ = card;
+
+  // The widgets that have shown the same, then those that have shown the like, then new ones.
+  std::vector<Block> blocks;
   for (const CardBlock& block : card.blocks) {
-    if (const auto* const row = std::get_if<CardRow>(&block)) {
-      if (count == rows_.size()) {
-        rows_.push_back(addRow());
-      }
-      rows_[count].label->showText(row->label);
-      rows_[count].value->showText(row->value);
-      rows_[count].subLabel->showText(row->subLabel);
-      ++count;
-    } else if (const auto* const text = std::get_if<CardText>(&block)) {
-      message = text->text;
+    blocks.push_back({.shown = block, .widget = takeWidget([&](const CardBlock& shown) {
+                                        return shown == block;
+                                      })});
+  }
+  for (Block& block : blocks) {
+    if (block.widget == nullptr) {
+      block.widget =
+          takeWidget([&](const CardBlock& shown) { return shown.index() == block.shown.index(); });
+    }
+    if (block.widget == nullptr) {
+      block.widget = makeBlockWidget(block.shown, look_, *this);
     }
   }
-  while (rows_.size() > count) {
-    for (const TextLabel* const label :
-         {rows_.back().label, rows_.back().value, rows_.back().subLabel}) {
-      delete label;
+  for (const Block& left : blocks_) {
+    if (left.widget != nullptr) {
+      left.widget->hide();
+      left.widget->deleteLater();  // it may be what is being used
     }
-    rows_.pop_back();
-    grid_->setRowMinimumHeight(std::max(3 * static_cast<int>(rows_.size()) - 1, 0), 0);
   }
-  message_->showText(message);
-  layout()->activate();
+  blocks_ = std::move(blocks);
+  for (const Block& block : blocks_) {
+    block.widget->take(block.shown);
+  }
+  stack();
+  placeHeader();
+}
+
+void CardWidget::recolor() {
+  plan_->recolor();
+  badge_->recolor();
+  for (const Block& block : blocks_) {
+    block.widget->recolor();
+  }
+  update();
 }
 
 void CardWidget::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
-  painter.setRenderHint(QPainter::Antialiasing);
-  painter.setBrush(palette().base());
-  painter.setPen(faintText(*this, 0.12F));
-  painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), MarigoldTheme::cardRadius,
-                          MarigoldTheme::cardRadius);
+  paintPanel(painter, QRectF(rect()), scaledExactly(MarigoldTheme::cardRadius), look_.colors().card,
+             look_.colors().cardEdge);
+  const QFontMetrics metrics(titleFont_);
+  const int room =
+      width() - 2 * scaled(side) - (badge_->isHidden() ? 0 : badge_->width() + scaled(8));
+  const QString title =
+      metrics.elidedText(QString::fromStdString(shown_.title), Qt::ElideRight, room);
+  painter.setFont(titleFont_);
+  painter.setPen(toQt(look_.colors().text));
+  painter.drawText(
+      isRightToLeft() ? width() - scaled(side) - metrics.horizontalAdvance(title) : scaled(side),
+      scaled(top) + metrics.ascent(), title);
 }
 
-CardWidget::Row CardWidget::addRow() {
-  const Row row{.label = new TextLabel({.elided = true}, *this),
-                .value = new TextLabel({.weight = QFont::DemiBold}, *this),
-                .subLabel = new TextLabel({.size = 0.9, .secondary = true}, *this)};
-  const int line = 3 * static_cast<int>(rows_.size());
-  grid_->addWidget(row.label, line, 0);
-  grid_->addWidget(row.value, line, 1, Qt::AlignRight);
-  grid_->addWidget(row.subLabel, line + 1, 0, 1, 2);
-  message_->raise();  // to the end of what assistive technology reads, too
-  if (line > 0) {
-    grid_->setRowMinimumHeight(line - 1, rowGap);
+void CardWidget::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  placeHeader();
+}
+
+bool CardWidget::event(QEvent* event) {
+  if (event->type() == QEvent::LayoutRequest) {
+    stack();
+  } else if (event->type() == QEvent::LayoutDirectionChange) {
+    placeHeader();
   }
-  return row;
+  return QWidget::event(event);
+}
+
+template <class Suits>
+BlockWidget* CardWidget::takeWidget(Suits suits) {
+  const auto found = std::ranges::find_if(
+      blocks_, [&](const Block& each) { return each.widget != nullptr && suits(each.shown); });
+  return found == blocks_.end() ? nullptr : std::exchange(found->widget, nullptr);
+}
+
+// The blocks below each other, for assistive technology and the keyboard, too.
+void CardWidget::stack() {
+  const QMargins margins(scaled(side), scaled(top) + QFontMetrics(titleFont_).height(),
+                         scaled(side),
+                         scaled(blocks_.empty() ? bottom : blocks_.back().widget->gapBelow()));
+  if (margins != layout_->contentsMargins()) {
+    layout_->setContentsMargins(margins);
+  }
+  const auto inPlace = [this] {
+    if (layout_->count() != 2 * static_cast<int>(blocks_.size())) {
+      return false;
+    }
+    for (std::size_t i = 0; i < blocks_.size(); ++i) {
+      if (layout_->itemAt(2 * static_cast<int>(i) + 1)->widget() != blocks_[i].widget) {
+        return false;
+      }
+    }
+    return true;
+  };
+  if (inPlace()) {
+    return;
+  }
+  while (QLayoutItem* const item = layout_->takeAt(0)) {
+    delete item;
+  }
+  QWidget* before = badge_;
+  for (const Block& block : blocks_) {
+    const double gap = before == badge_ ? std::min(belowTitle, block.widget->gapAbove())
+                                        : block.widget->gapAbove();
+    layout_->addSpacing(scaled(gap));
+    layout_->addWidget(block.widget);
+    block.widget->raise();
+    block.widget->setVisible(true);
+    before = block.widget;
+  }
+}
+
+// Plan and badge stand on the title's base line; the plan gives way.
+void CardWidget::placeHeader() {
+  const QFontMetrics metrics(titleFont_);
+  const int baseline = scaled(top) + metrics.ascent();
+  const auto place = [&](TextLabel* label, int left, int width) {
+    label->setGeometry(QStyle::visualRect(
+        layoutDirection(), rect(),
+        QRect(left, baseline - label->baseline(), width, label->sizeHint().height())));
+  };
+  int end = width() - scaled(side);
+  if (!badge_->isHidden()) {
+    const int wide = std::min(badge_->sizeHint().width(), width() / 2);
+    place(badge_, end - wide, wide);
+    end -= wide + scaled(8);
+  }
+  const int left =
+      scaled(side) + metrics.horizontalAdvance(QString::fromStdString(shown_.title)) + scaled(8);
+  place(plan_, left, std::clamp(plan_->sizeHint().width(), 0, std::max(end - left, 0)));
 }
 
 }  // namespace marigold

@@ -4,44 +4,48 @@
 
 #include <QtWidgets/QWidget>
 
-#include "ports/Popover.h"
+#include "linux/popover/CardBlocks.h"
+#include "linux/popover/TextLabel.h"
 
 QT_BEGIN_NAMESPACE
-class QColor;
-class QGridLayout;
+class QVBoxLayout;
 QT_END_NAMESPACE
 
 namespace marigold {
 
-/// The text colour of `widget`, weakened to `opacity`: for edges and secondary texts.
-[[nodiscard]] QColor faintText(const QWidget& widget, float opacity);
-
-/// One provider's card, with all texts in native labels.
+/// One provider's card: to assistive technology a group with the provider's name.
 class CardWidget final : public QWidget {
  public:
-  explicit CardWidget(QWidget& parent);
+  CardWidget(const Look& look, QWidget& parent);
 
-  /// Shows `card`; labels that stay keep what the user selected in them.
-  void show(const ProviderCard& card);
+  /// Shows `card`. Widgets stay for blocks that are the same or at least of the same kind.
+  void take(const ProviderCard& card);
+  /// Takes the colours of the look as they are now.
+  void recolor();
 
  protected:
   void paintEvent(QPaintEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  bool event(QEvent* event) override;
 
  private:
-  class TextLabel;
-  struct Row {
-    TextLabel* label;
-    TextLabel* value;
-    TextLabel* subLabel;
+  struct Block {
+    CardBlock shown;
+    BlockWidget* widget;
   };
 
-  Row addRow();
+  template <class Suits>
+  [[nodiscard]] BlockWidget* takeWidget(Suits suits);
+  void stack();
+  void placeHeader();
 
-  TextLabel* title_;
+  const Look& look_;
+  ProviderCard shown_;
+  QFont titleFont_;
   TextLabel* plan_;
-  QGridLayout* grid_;
-  TextLabel* message_;
-  std::vector<Row> rows_;
+  TextLabel* badge_;
+  std::vector<Block> blocks_;
+  QVBoxLayout* layout_;
 };
 
 }  // namespace marigold

@@ -1,22 +1,17 @@
 #include "linux/popover/PopoverWindow.h"
 
-#include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <utility>
-#include <vector>
 
 #include <QtCore/QEvent>
 #include <QtGui/QCursor>
 #include <QtGui/QKeyEvent>
-#include <QtGui/QPainter>
 #include <QtWidgets/QApplication>
-#include <QtWidgets/QScrollArea>
-#include <QtWidgets/QScrollBar>
 #include <QtWidgets/QVBoxLayout>
 #include <QtWidgets/QWidget>
 
-#include "linux/popover/CardWidget.h"
+#include "linux/popover/PopoverPanel.h"
+#include "linux/popover/Spoken.h"
 #include "linux/system/ScreenPlaces.h"
 #include "linux/system/X11.h"
 
@@ -24,8 +19,6 @@ namespace marigold {
 
 namespace {
 
-constexpr int padding = 12;
-constexpr int widthInLetters = 50;
 /// How long a click takes at most to reach this program after the button was released.
 constexpr Seconds clickOnItsWay{0.4};
 constexpr Seconds buttonHeld{10};
@@ -42,35 +35,25 @@ class PopoverWindow::Window final : public QWidget {
         popover_(popover),
         loop_(loop),
         item_(item),
-        scroll_(new QScrollArea(this)),
-        content_(new QWidget) {
+        panel_(new PopoverPanel(this)),
+        compositor_(compositorSelection, [this] { round(); }) {
     setWindowTitle(QStringLiteral("Marigold"));
     setAttribute(Qt::WA_QuitOnClose, false);
-    scroll_->setFrameShape(QFrame::NoFrame);
-    scroll_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    scroll_->setWidgetResizable(true);
-    auto* const cards = new QVBoxLayout(content_);
-    cards->setContentsMargins(padding, padding, padding, padding);
-    cards->setSpacing(padding - 2);
-    scroll_->setWidget(content_);
+    setAttribute(Qt::WA_TranslucentBackground);
+    speakAs(*this, QAccessible::Dialog);
     auto* const frame = new QVBoxLayout(this);
-    frame->setContentsMargins(1, 1, 1, 1);
-    frame->addWidget(scroll_);
+    frame->setContentsMargins(0, 0, 0, 0);
+    frame->addWidget(panel_);
+    panel_->onHeightChange = [this] {
+      if (isVisible()) {
+        fit();
+      }
+    };
+    round();
   }
 
-  void setCards(const std::vector<ProviderCard>& cards) {
-    while (cards_.size() > cards.size()) {
-      delete cards_.back();
-      cards_.pop_back();
-    }
-    for (std::size_t i = 0; i < cards.size(); ++i) {
-      if (i == cards_.size()) {
-        cards_.push_back(new CardWidget(*content_));
-        content_->layout()->addWidget(cards_.back());
-        cards_.back()->setVisible(true);
-      }
-      cards_[i]->show(cards[i]);
-    }
+  void setContent(const PopoverContent& content) {
+    panel_->take(content);
     if (isVisible()) {
       fit();
     }
@@ -81,7 +64,7 @@ class PopoverWindow::Window final : public QWidget {
       return;
     }
     fit();
-    scroll_->verticalScrollBar()->setValue(0);
+    panel_->scrollToTop();
     activateWhenPainted_ = true;
     hadFocus_ = false;
     focusSettled_ = loop_.now() + continuousDuration(focusSettles);
@@ -109,9 +92,6 @@ class PopoverWindow::Window final : public QWidget {
 
  protected:
   void paintEvent(QPaintEvent* /*event*/) override {
-    QPainter painter(this);
-    painter.setPen(faintText(*this, 0.25F));
-    painter.drawRect(rect().adjusted(0, 0, -1, -1));
     // Not before: a window manager compares when the user last did something, here and in the
     // window that has the focus. What the toolkit knows of that is news only since this window
     // appeared.
@@ -127,6 +107,9 @@ class PopoverWindow::Window final : public QWidget {
   }
 
   void keyPressEvent(QKeyEvent* event) override {
+    if (panel_->useKey(*event)) {
+      return;
+    }
     if (event->key() == Qt::Key_Escape) {
       dismiss();
     } else {
@@ -188,28 +171,24 @@ class PopoverWindow::Window final : public QWidget {
     watchEnds_ = loop_.callAt(clickTold_, [this] { buttons_.reset(); });
   }
 
-  // As large as the cards, as far as the screen goes, at the place that suits the size.
+  // As large as what it shows, as far as the screen goes, at the place that suits the size.
   void fit() {
-    QLayout& cards = *content_->layout();
-    cards.activate();
-    int width = fontMetrics().averageCharWidth() * widthInLetters;
-    const int height =
-        2 + (cards.hasHeightForWidth() ? cards.heightForWidth(width) : cards.sizeHint().height());
-    QRect place = openingAt(item_, {width + 2, height});
-    if (place.height() < height) {
-      width += scroll_->verticalScrollBar()->sizeHint().width();
-      place = openingAt(item_, {width + 2, height});
-    }
+    const QRect place = openingAt(item_, panel_->sizeHint());
     setFixedSize(place.size());
     move(place.topLeft());
+  }
+
+  // Only where what is behind the corners shows through.
+  void round() {
+    panel_->setTranslucent(compositor_.owned() ||
+                           QGuiApplication::platformName() != QLatin1String("xcb"));
   }
 
   PopoverWindow& popover_;
   EventLoop& loop_;
   const ItemPlace& item_;
-  QScrollArea* scroll_;
-  QWidget* content_;
-  std::vector<CardWidget*> cards_;
+  PopoverPanel* panel_;
+  X11Selection compositor_;
   bool activateWhenPainted_ = false;
   bool hadFocus_ = false;
   std::unique_ptr<X11Buttons> buttons_;
@@ -224,7 +203,7 @@ PopoverWindow::PopoverWindow(EventLoop& loop, const ItemPlace& item)
 PopoverWindow::~PopoverWindow() = default;
 
 void PopoverWindow::setContent(const PopoverContent& content) {
-  window_->setCards(content.cards);
+  window_->setContent(content);
 }
 
 void PopoverWindow::open() {

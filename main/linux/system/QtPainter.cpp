@@ -18,14 +18,6 @@ namespace marigold {
 
 namespace {
 
-QColor toQt(const Color& color) {
-  const auto component = [](double value) {
-    return static_cast<float>(std::clamp(value, 0.0, 1.0));
-  };
-  return QColor::fromRgbF(component(color.red), component(color.green), component(color.blue),
-                          component(color.opacity));
-}
-
 /// Draws operations in device pixels.
 class Brush {
  public:
@@ -159,6 +151,14 @@ QImage draw(const Drawing& drawing, QSize extent, QPointF origin, double scale) 
 }
 
 }  // namespace
+
+QColor toQt(const Color& color) {
+  const auto component = [](double value) {
+    return static_cast<float>(std::clamp(value, 0.0, 1.0));
+  };
+  return QColor::fromRgbF(component(color.red), component(color.green), component(color.blue),
+                          component(color.opacity));
+}
 
 QImage rasterize(const Drawing& drawing, double scale) {
   return draw(drawing, pixelSize(drawing, scale), {}, scale);

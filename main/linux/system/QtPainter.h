@@ -7,6 +7,7 @@
 #include "base/Drawing.h"
 
 QT_BEGIN_NAMESPACE
+class QColor;
 class QImage;
 QT_END_NAMESPACE
 
@@ -14,6 +15,8 @@ QT_END_NAMESPACE
 // as wide as they are measured, at every scale. All need a running QGuiApplication and its thread.
 
 namespace marigold {
+
+[[nodiscard]] QColor toQt(const Color& color);
 
 /// The drawing with `scale` pixels a point, on a transparent ground; null if it has no extent.
 [[nodiscard]] QImage rasterize(const Drawing& drawing, double scale);

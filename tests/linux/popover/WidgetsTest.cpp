@@ -1,14 +1,19 @@
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include <QtGui/QAccessible>
+#include <QtGui/QKeyEvent>
 #include <QtGui/QPixmap>
 #include <QtGui/QTextDocumentFragment>
+#include <QtWidgets/QComboBox>
 #include <QtWidgets/QLabel>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QRadioButton>
 #include <gtest/gtest.h>
 
 #include "linux/item/Strip.h"
@@ -20,6 +25,19 @@
 namespace marigold {
 namespace {
 
+/// How often a widget was painted.
+class PaintCounter final : public QObject {
+ public:
+  explicit PaintCounter(QWidget& widget) { widget.installEventFilter(this); }
+  int count = 0;
+
+ private:
+  bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+    count += event->type() == QEvent::Paint ? 1 : 0;
+    return false;
+  }
+};
+
 class WidgetsTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -29,30 +47,73 @@ class WidgetsTest : public testing::Test {
   }
   void TearDown() override { qunsetenv("QT_SCALE_FACTOR"); }
 
-  /// All texts that are shown, from top to bottom.
-  static QStringList texts(std::vector<QLabel*>* labels = nullptr) {
-    std::vector<QLabel*> found;
-    for (QWidget* const widget : QApplication::allWidgets()) {
-      if (auto* const label = qobject_cast<QLabel*>(widget);
-          label != nullptr && label->isVisible()) {
-        found.push_back(label);
+  /// The popover's window.
+  static QWidget& window() {
+    for (QWidget* const widget : QApplication::topLevelWidgets()) {
+      if (widget->isVisible()) {
+        return *widget;
       }
     }
-    const auto place = [](const QLabel* label) {
-      const QPoint point = label->mapToGlobal(QPoint());
-      return std::pair(point.y() / 4, point.x());
-    };
-    std::ranges::sort(found, {}, place);
-    QStringList result;
-    for (const QLabel* const label : found) {
-      EXPECT_GE(label->width(), label->wordWrap() ? 0 : label->sizeHint().width());
-      EXPECT_GE(label->height(), label->heightForWidth(label->width()));
-      result.append(label->text());
+    throw std::logic_error("nothing is shown");
+  }
+
+  /// What is spoken of `object` and all in it, in this order, and how.
+  static std::string spoken(const QAccessibleInterface& object) {
+    std::string text;
+    if (object.state().invisible) {
+      return text;
     }
-    if (labels != nullptr) {
-      *labels = found;
+    if (const QString name = object.text(QAccessible::Name); !name.isEmpty()) {
+      text = name.toStdString();
+      if (object.state().checked || object.state().expanded) {
+        text += '*';
+      }
+      switch (object.role()) {
+        case QAccessible::Dialog:
+        case QAccessible::Grouping:
+          text += ':';
+          break;
+        case QAccessible::StaticText:
+          break;
+        default:
+          text = '[' + text + ']';
+      }
+      text += '|';
     }
-    return result;
+    for (int i = 0; i < object.childCount(); ++i) {
+      text += spoken(*object.child(i));
+    }
+    return text;
+  }
+  static std::string spoken() { return spoken(*QAccessible::queryAccessibleInterface(&window())); }
+
+  /// A widget by its accessible name.
+  template <class Kind>
+  static Kind& named(const std::string& name) {
+    const auto all = window().findChildren<Kind*>();
+    const auto found = std::ranges::find_if(all, [&](Kind* each) {
+      return each->isVisible() &&
+             QAccessible::queryAccessibleInterface(each)->text(QAccessible::Name).toStdString() ==
+                 name;
+    });
+    if (found == all.end()) {
+      throw std::logic_error("no " + name);
+    }
+    return **found;
+  }
+
+  static void press(int key, Qt::KeyboardModifiers modifiers = {}, const QString& text = {}) {
+    QWidget* const focused = window().focusWidget();
+    QKeyEvent shortcut(QEvent::ShortcutOverride, key, modifiers, text);
+    QWidget& target = focused != nullptr ? *focused : window();
+    QApplication::sendEvent(&target, &shortcut);
+    QKeyEvent down(QEvent::KeyPress, key, modifiers, text);
+    QApplication::sendEvent(&target, &down);
+    QKeyEvent up(QEvent::KeyRelease, key, modifiers, text);
+    QApplication::sendEvent(&target, &up);
+    for (int i = 0; i < 4; ++i) {
+      QCoreApplication::processEvents();
+    }
   }
 
  private:
@@ -144,66 +205,167 @@ TEST_F(WidgetsTest, TheStripShowsTheMarkSharplyAndSpeaksIt) {
 }
 
 TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
-  test::ManualEventLoop loop;
   const ItemPlace nowhere;
+  test::ManualEventLoop loop;
   PopoverWindow popover(loop, nowhere);
   int closed = 0;
   popover.onClosed = [&] { ++closed; };
-  ProviderCard codex{.title = "Codex",
-                     .plan = "Plus",
-                     .blocks = {CardRow{.label = "5h", .value = "42%", .subLabel = "in 2h 5m"},
-                                CardRow{.label = "Weekly", .value = "7%"}}};
+  const auto row = [](std::string label, const std::string& value) {
+    return CardRow{.label = std::move(label), .value = value, .spoken = "at " + value};
+  };
   const std::string message =
       "A <b>long</b> message & more, of more than one line: "
       "the login that was found is not valid any more.";
-  const ProviderCard claude{.title = "Claude", .blocks = {CardText{message}}};
-  popover.setContent({.cards = {codex, claude}});
+  std::vector<std::string> pressed;
+  ProviderCard codex{.key = "codex",
+                     .title = "Codex",
+                     .plan = "Plus",
+                     .badge = CardBadge{.text = "off"},
+                     .blocks = {row("5h", "42%"), row("Weekly", "7%"), CardText{message},
+                                CardButton{.title = "Try Again", .press = Handler([&](int) {
+                                                                   pressed.emplace_back("again");
+                                                                 })},
+                                CardDisclosure{.title = "What", .paragraphs = {"This."}}}};
+  popover.setContent({.cards = {codex}});
   EXPECT_FALSE(popover.isShown());
   popover.open();
-  std::vector<QLabel*> before;
-  EXPECT_EQ(texts(&before).join(u'|').toStdString(),
-            "Codex|Plus|5h|42%|in 2h 5m|Weekly|7%|Claude|" + message);
-  const int height = before.front()->window()->height();
+  const std::string buttons = "[Refresh Now]|[Settings]|";
+  EXPECT_EQ(spoken(), "Marigold:|" + buttons + "Codex:|Plus|off|at 42%|at 7%|" + message +
+                          "|[Try Again]|[What]|");
+  EXPECT_TRUE(
+      QAccessible::queryAccessibleInterface(&named<QPushButton>("What"))->state().collapsed);
+  named<QPushButton>("What").click();
+  auto& label = named<QLabel>(message);
+  label.setSelection(2, 4);
+  EXPECT_GT(label.height(), 2 * label.fontMetrics().height());
+  const int height = window().height();
+  QCoreApplication::sendPostedEvents();
+  EXPECT_GT(window().height(), height);
 
-  codex.blocks = {CardRow{.label = "5h", .value = "43%", .subLabel = "in 2h 4m"}};
-  popover.setContent({.cards = {codex, claude}});
-  std::vector<QLabel*> after;
-  EXPECT_EQ(texts(&after).join(u'|').toStdString(), "Codex|Plus|5h|43%|in 2h 4m|Claude|" + message);
-  EXPECT_EQ(after.at(3), before.at(3));
-  EXPECT_EQ(after.back(), before.back());
-  EXPECT_LT(after.front()->window()->height(), height);
-  // A long plan makes way, and rows turn around as a whole.
+  // What is above another text stays, and so does what does not change.
+  PaintCounter stays(named<QWidget>("at 7%"));
+  PaintCounter changes(named<QWidget>("at 42%"));
+  const QWidget* const before = &named<QWidget>("at 42%");
+  codex.blocks[0] = row("5h", "43%");
+  codex.blocks.insert(codex.blocks.begin(), CardText{"Last reading before this"});
+  std::get<CardButton>(codex.blocks[4]).busy = true;
+  popover.setContent({.cards = {codex}});
+  QCoreApplication::sendPostedEvents();
+  EXPECT_EQ(spoken(), "Marigold:|" + buttons +
+                          "Codex:|Plus|off|Last reading before this|at 43%|at 7%|" + message +
+                          "|[Try Again]|[What*]|This.|");
+  EXPECT_EQ(&named<QWidget>("at 43%"), before);
+  EXPECT_EQ(label.selectedText(), "<b>l");
+  EXPECT_FALSE(named<QPushButton>("Try Again").isEnabled());
+  QCoreApplication::processEvents();
+  stays.count = changes.count = 0;
+  codex.blocks[1] = row("5h", "44%");
+  popover.setContent({.cards = {codex}});
+  QCoreApplication::processEvents();
+  EXPECT_EQ(stays.count, 0);
+  EXPECT_EQ(changes.count, 1);
+
+  // A long plan makes way for the badge, and all turns around as a whole.
   codex.plan = std::string(200, 'x');
-  popover.setContent({.cards = {codex}});
-  const auto edges = [&](const char* text) {
-    QCoreApplication::processEvents();
-    for (const QLabel* const label : after.front()->window()->findChildren<QLabel*>()) {
-      if (label->text() == text) {
-        const int left = label->mapTo(label->window(), QPoint()).x();
-        return std::pair(left, left + label->width());
-      }
-    }
-    return std::pair(0, 0);
-  };
-  const int width = after.front()->window()->width();
-  EXPECT_LT(edges("43%").second, width);
-  EXPECT_EQ(edges(codex.plan.c_str()).second, edges("43%").second);
-  EXPECT_LT(edges("5h").first, edges("43%").first);
-  QApplication::setLayoutDirection(Qt::RightToLeft);
-  popover.setContent({.cards = {codex}});
-  EXPECT_GT(edges("5h").first, edges("43%").first);
-  EXPECT_GT(edges("Codex").first, edges(codex.plan.c_str()).first);
+  for (const bool mirrored : {false, true}) {
+    QApplication::setLayoutDirection(mirrored ? Qt::RightToLeft : Qt::LeftToRight);
+    popover.setContent({.cards = {codex}});
+    const QRect plan = named<QLabel>(codex.plan).geometry();
+    const QRect badge = named<QLabel>("off").geometry();
+    EXPECT_LT(mirrored ? badge.right() : plan.right(), mirrored ? plan.left() : badge.left());
+    EXPECT_GE(badge.width(), named<QLabel>("off").sizeHint().width());
+    EXPECT_EQ(named<QLabel>(codex.plan).toolTip().toStdString(), codex.plan);
+  }
   QApplication::setLayoutDirection(Qt::LeftToRight);
   // More than fits the screen scrolls.
-  popover.setContent({.cards = {claude}});
-  const auto unscrolled = edges(message.c_str());
-  popover.setContent({.cards = std::vector(9, claude)});
-  EXPECT_EQ(edges(message.c_str()), unscrolled) << "no narrower by the bar";
-  EXPECT_EQ(after.front()->window()->geometry().height(), 400 - 2 * 8);
+  popover.setContent({.cards = std::vector(9, codex)});
+  EXPECT_EQ(window().geometry().height(), 400 - 2 * 8);
   EXPECT_EQ(closed, 0);
   popover.close();
   popover.close();
   EXPECT_EQ(closed, 1);
+}
+
+TEST_F(WidgetsTest, TheKeyboardReachesAllOfTheSettings) {
+  const ItemPlace nowhere;
+  test::ManualEventLoop loop;
+  PopoverWindow popover(loop, nowhere);
+  std::vector<std::string> used;
+  PopoverContent content;
+  const auto row = [&](std::string title, auto control, std::vector<SettingsRow> details = {}) {
+    return SettingsRow{.key = title,
+                       .title = title,
+                       .control = control,
+                       .details = std::move(details),
+                       .use = Handler([&used, title](int choice) {
+                         used.push_back(title + ' ' + std::to_string(choice));
+                       })};
+  };
+  const std::vector<SettingsOption> options{{.title = "a"}, {.title = "b"}, {.title = "c"}};
+  using Kind = SettingsChoice::Kind;
+  content.settings = {
+      .title = "Settings",
+      .sections = {
+          {.title = "Assistants",
+           .rows = {row("Claude", SettingsSwitch{true}, {row("Order", SettingsMoves{true, false})}),
+                    row("Codex", SettingsSwitch{}, {row("Window", SettingsSwitch{})})}},
+          {.title = "Bar",
+           .rows = {row("Menu", SettingsChoice{.kind = Kind::menu, .options = options}),
+                    row("Style", SettingsChoice{Kind::segments, options, 1}),
+                    row("Color", SettingsChoice{Kind::colors, options, 2}),
+                    row("Data", SettingsButton{.title = "Clear",
+                                               .confirmation =
+                                                   Confirmation{"Sure?", "Gone.", "Yes", "No"}}),
+                    row("Note", SettingsNote{}), row("Quit", SettingsButton{})}}}};
+  content.refreshNow = Handler([&](int) { used.emplace_back("refresh"); });
+  content.showPage = Handler([&](int page) {
+    content.page = static_cast<PopoverContent::Page>(page);
+    popover.setContent(content);
+  });
+  popover.setContent(content);
+  popover.open();
+  window().activateWindow();
+  const QPoint corner = window().geometry().topRight();
+  press(Qt::Key_F5);
+  press(Qt::Key_R, Qt::ControlModifier);
+  press(Qt::Key_Comma, Qt::ControlModifier);
+  EXPECT_EQ(std::exchange(used, {}), (std::vector<std::string>{"refresh", "refresh"}));
+  EXPECT_EQ(window().geometry().topRight(), corner);
+  EXPECT_EQ(
+      spoken(),
+      "Marigold:|[Back]|Settings:|Assistants:|[Claude: details*]|[Claude*]|Order:|[Move up]|"
+      "[Move down]|[Codex: details]|[Codex]|Bar:|Menu:|[a]|Style:|[a]|[b*]|[c]|Color:|[a]|[b]|"
+      "[c*]|Data:|[Clear]|Note|[Quit]|");
+
+  // Once through everything, using what is there.
+  std::string way;
+  named<QPushButton>("Back").setFocus(Qt::TabFocusReason);
+  for (int step = 0; step < 10; ++step) {
+    press(Qt::Key_Tab);
+    QWidget& station = *window().focusWidget();
+    EXPECT_GE(std::min(station.width(), station.height()), 24) << way;
+    way += QAccessible::queryAccessibleInterface(&station)->text(QAccessible::Name).toStdString() +
+           '|';
+    if (qobject_cast<QRadioButton*>(&station) != nullptr) {
+      press(Qt::Key_Left);
+    } else if (qobject_cast<QComboBox*>(&station) != nullptr) {
+      press(Qt::Key_Down);
+    } else {
+      press(Qt::Key_Space, {}, " ");
+    }
+  }
+  EXPECT_EQ(way, "Claude: details|Claude|Codex: details|Codex|Window|a|b|c|Clear|Yes|");
+  EXPECT_EQ(std::exchange(used, {}),
+            (std::vector<std::string>{"Claude 0", "Codex 1", "Window 1", "Menu 1", "Style 0",
+                                      "Color 1", "Data 0"}));
+  named<QPushButton>("Clear").click();
+  press(Qt::Key_Escape);
+  EXPECT_TRUE(named<QPushButton>("Clear").hasFocus()) << "asked no more";
+  press(Qt::Key_Escape);
+  EXPECT_EQ(content.page, PopoverContent::Page::cards);
+  press(Qt::Key_Escape);
+  EXPECT_FALSE(popover.isShown());
+  EXPECT_EQ(used, std::vector<std::string>());
 }
 
 }  // namespace

@@ -1,0 +1,324 @@
+#include "linux/popover/Controls.h"
+
+#include <algorithm>
+#include <array>
+
+#include <QtCore/QVariantAnimation>
+#include <QtGui/QKeyEvent>
+#include <QtGui/QPainter>
+#include <QtGui/QWheelEvent>
+#include <QtWidgets/QStyleOption>
+
+#include "bar/Palette.h"
+#include "linux/system/QtPainter.h"
+
+namespace marigold {
+
+namespace {
+
+constexpr double leastSide = 28;
+constexpr double controlRadius = 7;
+constexpr double disabledOpacity = 0.45;
+constexpr int turnMilliseconds = 900;
+
+QSize square() {
+  return {scaled(leastSide), scaled(leastSide)};
+}
+
+// The box of a framed control within its hit target.
+QRectF framed(const QWidget& widget) {
+  const double inset = scaledExactly(1);
+  return QRectF(widget.rect()).adjusted(0, inset, 0, -inset);
+}
+
+void dim(QPainter& painter, const QWidget& widget) {
+  if (!widget.isEnabled()) {
+    painter.setOpacity(disabledOpacity);
+  }
+}
+
+// What the pointer is over shows it.
+void paintHover(QPainter& painter, const QAbstractButton& button, const QRectF& box, double radius,
+                const Look& look) {
+  if (!button.isEnabled() || !(button.isDown() || button.underMouse())) {
+    return;
+  }
+  painter.setPen(Qt::NoPen);
+  painter.setBrush(toQt(look.colors().hover));
+  painter.drawRoundedRect(box, radius, radius);
+  if (button.isDown()) {
+    painter.drawRoundedRect(box, radius, radius);
+  }
+}
+
+}  // namespace
+
+GlyphButton::GlyphButton(Glyph glyph, const QString& name, const Look& look, QWidget& parent)
+    : QPushButton(&parent), look_(look), glyph_(glyph) {
+  setAccessibleName(name);
+  setToolTip(name);
+  setAutoDefault(true);
+  setFocusPolicy(Qt::StrongFocus);
+  setAttribute(Qt::WA_Hover);
+  setFixedSize(square());
+}
+
+void GlyphButton::setGlyph(Glyph glyph) {
+  if (glyph_ != glyph) {
+    glyph_ = glyph;
+    update();
+  }
+}
+
+void GlyphButton::setFramed(bool framed) {
+  framed_ = framed;
+  setFixedWidth(scaled(framed ? leastSide + 4 : leastSide));
+}
+
+void GlyphButton::setTurning(bool turning) {
+  turning_ = turning;
+  turn();
+}
+
+QSize GlyphButton::sizeHint() const {
+  return square();
+}
+
+void GlyphButton::paintEvent(QPaintEvent* /*event*/) {
+  const double radius = scaledExactly(controlRadius);
+  QPainter painter(this);
+  painter.setRenderHint(QPainter::Antialiasing);
+  dim(painter, *this);
+  const QRectF box = framed_ ? framed(*this) : QRectF(rect());
+  if (framed_) {
+    paintPanel(painter, box, radius, look_.colors().control, look_.colors().controlEdge);
+  }
+  paintHover(painter, *this, box, radius, look_);
+  painter.save();
+  if (turn_ != nullptr) {
+    painter.translate(box.center());
+    painter.rotate(turn_->currentValue().toDouble());
+    painter.translate(-box.center());
+  }
+  paintGlyph(painter, glyph_, box,
+             toQt(framed_ ? look_.colors().controlText : look_.colors().secondary),
+             isRightToLeft());
+  painter.restore();
+  paintFocusRing(painter, *this, box, radius, look_);
+}
+
+void GlyphButton::showEvent(QShowEvent* event) {
+  QPushButton::showEvent(event);
+  turn();
+}
+
+void GlyphButton::hideEvent(QHideEvent* event) {
+  QPushButton::hideEvent(event);
+  turn();
+}
+
+void GlyphButton::turn() {
+  const bool moves = turning_ && isVisible() && !look_.theme.reduceMotion;
+  if (moves == (turn_ != nullptr)) {
+    return;
+  }
+  if (!moves) {
+    delete turn_;
+    turn_ = nullptr;
+    update();
+    return;
+  }
+  constexpr double wholeTurn = 360;
+  turn_ = new QVariantAnimation(this);
+  turn_->setStartValue(0.0);
+  turn_->setEndValue(wholeTurn);
+  turn_->setDuration(turnMilliseconds);
+  turn_->setLoopCount(-1);
+  connect(turn_, &QVariantAnimation::valueChanged, this, [this] { update(); });
+  turn_->start();
+}
+
+TitleButton::TitleButton(const Look& look, QWidget& parent) : QPushButton(&parent), look_(look) {
+  setFont(interfaceFont(1, QFont::Medium));
+  setAutoDefault(true);
+  setFocusPolicy(Qt::StrongFocus);
+  setAttribute(Qt::WA_Hover);
+}
+
+QSize TitleButton::sizeHint() const {
+  return {fontMetrics().horizontalAdvance(text()) + scaled(24), scaled(leastSide)};
+}
+
+void TitleButton::paintEvent(QPaintEvent* /*event*/) {
+  const double radius = scaledExactly(controlRadius);
+  QPainter painter(this);
+  painter.setRenderHint(QPainter::Antialiasing);
+  dim(painter, *this);
+  const QRectF box = framed(*this);
+  paintPanel(painter, box, radius, look_.colors().control, look_.colors().controlEdge);
+  paintHover(painter, *this, box, radius, look_);
+  painter.setPen(toQt(look_.colors().controlText));
+  painter.drawText(rect(), Qt::AlignCenter | Qt::TextSingleLine,
+                   fontMetrics().elidedText(text(), Qt::ElideRight, width() - scaled(12)));
+  paintFocusRing(painter, *this, box, radius, look_);
+}
+
+Switch::Switch(const Look& look, QWidget& parent) : QCheckBox(&parent), look_(look) {
+  setFocusPolicy(Qt::StrongFocus);
+  setAttribute(Qt::WA_Hover);
+}
+
+QSize Switch::sizeHint() const {
+  return {scaled(34), scaled(leastSide)};
+}
+
+void Switch::paintEvent(QPaintEvent* /*event*/) {
+  const PopoverColors& colors = look_.colors();
+  const double height = scaledExactly(20);
+  const double inset = scaledExactly(2);
+  QPainter painter(this);
+  painter.setRenderHint(QPainter::Antialiasing);
+  dim(painter, *this);
+  const QRectF box(0, (this->height() - height) / 2, width(), height);
+  const bool outlined = colors.barOutline.has_value();
+  paintPanel(painter, box, height / 2, isChecked() ? colors.accent : colors.switchOff,
+             outlined ? colors.controlEdge : Color{.opacity = 0});
+  const double knob = height - 2 * inset;
+  const bool atRight = isChecked() != isRightToLeft();
+  const QRectF place(atRight ? box.right() - inset - knob : box.left() + inset, box.top() + inset,
+                     knob, knob);
+  painter.setPen(Qt::NoPen);
+  painter.setBrush(QColor(0, 0, 0, 40));
+  painter.drawEllipse(place.translated(0, scaledExactly(0.75)));
+  painter.setBrush(toQt(colors.onAccent));
+  painter.drawEllipse(place);
+  paintFocusRing(painter, *this, QRectF(rect()), scaledExactly(controlRadius), look_);
+}
+
+MenuChoice::MenuChoice(const Look& look, QWidget& parent) : QComboBox(&parent), look_(look) {
+  setFocusPolicy(Qt::StrongFocus);
+  setAttribute(Qt::WA_Hover);
+  setFont(interfaceFont());
+}
+
+QSize MenuChoice::sizeHint() const {
+  return {fontMetrics().horizontalAdvance(currentText()) + scaled(36), scaled(leastSide)};
+}
+
+QSize MenuChoice::minimumSizeHint() const {
+  return {std::min(sizeHint().width(), scaled(72)), scaled(leastSide)};
+}
+
+void MenuChoice::paintEvent(QPaintEvent* /*event*/) {
+  const PopoverColors& colors = look_.colors();
+  const double radius = scaledExactly(controlRadius);
+  QPainter painter(this);
+  painter.setRenderHint(QPainter::Antialiasing);
+  dim(painter, *this);
+  const QRectF box = framed(*this);
+  paintPanel(painter, box, radius, colors.control, colors.controlEdge);
+  if (underMouse() && isEnabled()) {
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(toQt(colors.hover));
+    painter.drawRoundedRect(box, radius, radius);
+  }
+  const QRect inside = rect().adjusted(scaled(10), 0, -scaled(9), 0);
+  const QRect end(inside.right() - scaled(10), 0, scaled(10), height());
+  const QRect title = inside.adjusted(0, 0, -scaled(14), 0);
+  painter.setPen(toQt(colors.controlText));
+  painter.drawText(QStyle::visualRect(layoutDirection(), rect(), title),
+                   static_cast<int>(Qt::AlignVCenter | Qt::TextSingleLine |
+                                    QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
+                   fontMetrics().elidedText(currentText(), Qt::ElideRight, title.width()));
+  paintGlyph(painter, Glyph::chevronDown, QStyle::visualRect(layoutDirection(), rect(), end),
+             toQt(colors.secondary));
+  paintFocusRing(painter, *this, box, radius, look_);
+}
+
+// Else the popover's own keys would be taken for the start of a title.
+void MenuChoice::keyPressEvent(QKeyEvent* event) {
+  if ((event->modifiers() & Qt::ControlModifier) != 0) {
+    event->ignore();
+  } else {
+    QComboBox::keyPressEvent(event);
+  }
+}
+
+// Else what is scrolled by would be changed.
+void MenuChoice::wheelEvent(QWheelEvent* event) {
+  event->ignore();
+}
+
+OptionButton::OptionButton(bool swatch, const Look& look, QWidget& parent)
+    : QRadioButton(&parent), look_(look), swatch_(swatch) {
+  setFont(interfaceFont());
+  setFocusPolicy(Qt::StrongFocus);
+  setAttribute(Qt::WA_Hover);
+}
+
+void OptionButton::setColor(const std::optional<Color>& color) {
+  if (color_ != color) {
+    color_ = color;
+    update();
+  }
+}
+
+QSize OptionButton::sizeHint() const {
+  return swatch_ ? square()
+                 : QSize(fontMetrics().horizontalAdvance(text()) + scaled(20), scaled(leastSide));
+}
+
+void OptionButton::paintEvent(QPaintEvent* /*event*/) {
+  const PopoverColors& colors = look_.colors();
+  const double radius = scaledExactly(controlRadius);
+  QPainter painter(this);
+  painter.setRenderHint(QPainter::Antialiasing);
+  dim(painter, *this);
+  if (swatch_) {
+    paintSwatch(painter);
+    return;
+  }
+  const QRectF box = framed(*this);
+  if (isChecked()) {
+    paintPanel(painter, box, radius, colors.control, colors.controlEdge);
+  }
+  paintHover(painter, *this, box, radius, look_);
+  painter.setPen(toQt(colors.controlText));
+  painter.setFont(interfaceFont(1, isChecked() ? QFont::Medium : QFont::Normal));
+  painter.drawText(rect(), Qt::AlignCenter | Qt::TextSingleLine, text());
+  paintFocusRing(painter, *this, box, radius, look_);
+}
+
+void OptionButton::paintSwatch(QPainter& painter) const {
+  const PopoverColors& colors = look_.colors();
+  const double radius = scaledExactly(7);
+  const QPointF center = QRectF(rect()).center();
+  const auto disc = [&](double reach) {
+    return QRectF(center.x() - reach, center.y() - reach, 2 * reach, 2 * reach);
+  };
+  painter.setPen(Qt::NoPen);
+  if (color_) {
+    painter.setBrush(toQt(*color_));
+    painter.drawEllipse(disc(radius));
+  } else {
+    constexpr int third = 120 * 16;
+    constexpr int top = 90 * 16;
+    const std::array zones{UsageZone::red, UsageZone::amber, UsageZone::green};
+    for (std::size_t i = 0; i < zones.size(); ++i) {
+      painter.setBrush(toQt(zones.at(i)));
+      painter.drawPie(disc(radius), top + static_cast<int>(i) * third, third);
+    }
+  }
+  painter.setBrush(Qt::NoBrush);
+  if (isChecked()) {
+    painter.setPen(QPen(toQt(colors.text), scaledExactly(1.5)));
+    painter.drawEllipse(disc(radius + scaledExactly(2.75)));
+  } else if (underMouse() || colors.barOutline) {
+    painter.setPen(QPen(toQt(colors.controlEdge), scaledExactly(1.5)));
+    painter.drawEllipse(disc(radius + scaledExactly(2.75)));
+  }
+  const double reach = radius + scaledExactly(6.5);
+  paintFocusRing(painter, *this, disc(reach), reach, look_);
+}
+
+}  // namespace marigold

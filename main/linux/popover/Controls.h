@@ -1,0 +1,127 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <QtWidgets/QCheckBox>
+#include <QtWidgets/QComboBox>
+#include <QtWidgets/QPushButton>
+#include <QtWidgets/QRadioButton>
+
+#include "linux/popover/Look.h"
+
+QT_BEGIN_NAMESPACE
+class QVariantAnimation;
+QT_END_NAMESPACE
+
+// The popover's controls: native ones, for the keyboard and for assistive technology, that paint
+// themselves with the popover's look. None is less than 28 points high.
+
+namespace marigold {
+
+/// A button that is a glyph, 28 points a side.
+class GlyphButton final : public QPushButton {
+ public:
+  GlyphButton(Glyph glyph, const QString& name, const Look& look, QWidget& parent);
+
+  void setGlyph(Glyph glyph);
+  /// An edge and a ground of its own.
+  void setFramed(bool framed);
+  /// Whether it turns, for as long as it is shown and motion is welcome.
+  void setTurning(bool turning);
+
+  [[nodiscard]] QSize sizeHint() const override;
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void showEvent(QShowEvent* event) override;
+  void hideEvent(QHideEvent* event) override;
+
+ private:
+  void turn();
+
+  const Look& look_;
+  Glyph glyph_;
+  bool framed_ = false;
+  bool turning_ = false;
+  QVariantAnimation* turn_ = nullptr;
+};
+
+/// A button with a title.
+class TitleButton final : public QPushButton {
+ public:
+  TitleButton(const Look& look, QWidget& parent);
+
+  [[nodiscard]] QSize sizeHint() const override;
+  [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+
+ private:
+  const Look& look_;
+};
+
+/// A switch. What is on stays on the side where the line ends.
+class Switch final : public QCheckBox {
+ public:
+  Switch(const Look& look, QWidget& parent);
+
+  [[nodiscard]] QSize sizeHint() const override;
+  [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  [[nodiscard]] bool hitButton(const QPoint& place) const override {
+    return rect().contains(place);
+  }
+
+ private:
+  const Look& look_;
+};
+
+/// One of several, in a menu that opens at it.
+class MenuChoice final : public QComboBox {
+ public:
+  MenuChoice(const Look& look, QWidget& parent);
+
+  /// Elided where there is less room.
+  [[nodiscard]] QSize sizeHint() const override;
+  [[nodiscard]] QSize minimumSizeHint() const override;
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+  void wheelEvent(QWheelEvent* event) override;
+
+ private:
+  const Look& look_;
+};
+
+/// One option of several that stand side by side: a segment with a title, or a swatch.
+class OptionButton final : public QRadioButton {
+ public:
+  OptionButton(bool swatch, const Look& look, QWidget& parent);
+
+  /// Nothing is painted as the colours of the zones.
+  void setColor(const std::optional<Color>& color);
+
+  [[nodiscard]] QSize sizeHint() const override;
+  [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  [[nodiscard]] bool hitButton(const QPoint& place) const override {
+    return rect().contains(place);
+  }
+
+ private:
+  void paintSwatch(QPainter& painter) const;
+
+  const Look& look_;
+  bool swatch_;
+  std::optional<Color> color_;
+};
+
+}  // namespace marigold
