@@ -1,8 +1,8 @@
 #pragma once
 
 #include <algorithm>
-#include <sstream>
 #include <string>
+#include <tuple>
 
 #include "grok/GrokLogScan.h"
 
@@ -51,19 +51,11 @@ inline GrokLogScan::BillingScan reference(const std::string& content,
   return found;
 }
 
-/// What was found and where, without what depends on how it was scanned.
-inline std::string places(const GrokLogScan::BillingScan& scan) {
-  std::ostringstream text;
-  const auto place = [&](const char* name, const auto& located) {
-    if (located) {
-      text << name << located->at << ' ' << isoText(located->line.ts.value_or(Date{})) << ' ';
-    }
-  };
-  place("usable ", scan.usable);
-  place("newest ", scan.newest);
-  place("activity ", scan.activity);
-  text << "end " << scan.lineEnd.value_or(-1) << " of " << scan.size;
-  return text.str();
+/// Where what was found lies, without what depends on how it was scanned.
+inline auto places(const GrokLogScan::BillingScan& scan) {
+  const auto place = [](const auto& found) { return found ? found->at : -1; };
+  return std::tuple(place(scan.usable), place(scan.newest), place(scan.activity),
+                    scan.lineEnd.value_or(-1), scan.size);
 }
 
 }  // namespace marigold::test
