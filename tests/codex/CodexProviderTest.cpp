@@ -216,7 +216,7 @@ TEST_F(CodexProviderTest, AnOlderReadingReplacesANewerOneInNoWay) {
       [&] { fs::rename(b, away); }, [&] { home.write("rollout-b.jsonl", recordLine(3, 15), 40); },
       [&] { home.write("rollout-b.jsonl", "", 41); },
       [&] {
-        fs::permissions(home.home.write(".codex/sessions/rollout-b.jsonl", ""), fs::perms::none);
+        fs::permissions(home.home.write("codex/sessions/rollout-b.jsonl", ""), fs::perms::none);
       }};
   for (const auto& lose : losses) {
     lose();
@@ -306,7 +306,7 @@ TEST(CodexProvider, ReadsTheHomesOfTheRealTool) {
   // What each holds: "name: 5h 37% used resets 1795387304; weekly 12% used; plan plus".
   for (std::string truth; std::getline(index, truth);) {
     const test::CodexHome home;
-    const std::string target = home.home.path() + "/.codex/";
+    const std::string target = home.home.path() + "/codex/";
     fs::copy(fs::path(folder) / truth.substr(0, truth.find(':')), target,
              fs::copy_options::recursive);
     std::ifstream times(target + "mtimes.tsv");

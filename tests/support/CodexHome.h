@@ -16,9 +16,10 @@ inline std::string recordLine(double percent, double time) {
 /// A user's home with the files of the Codex tool in it.
 struct CodexHome {
   TemporaryDirectory home;
-  std::string sessions = home.path() + "/.codex/sessions";
-  Surroundings surroundings{.home = home.path(),
-                            .environment = {{"MARIGOLD_CACHE_DIR", "~/cache"}}};
+  std::string sessions = home.path() + "/codex/sessions";
+  Surroundings surroundings{
+      .home = home.path(),
+      .environment = {{"MARIGOLD_CACHE_DIR", "~/cache"}, {"CODEX_HOME", "~/codex/"}}};
 
   [[nodiscard]] CodexProvider provider() const {
     return {CodexPaths(surroundings), DiskCache(surroundings), at(0)};
@@ -34,7 +35,7 @@ struct CodexHome {
   }
   /// Writes a file below the sessions, modified `at(time)`; gives its path.
   std::string write(const std::string& relative, std::string_view content, double time) const {
-    std::string path = home.write(".codex/sessions/" + relative, content);
+    std::string path = home.write("codex/sessions/" + relative, content);
     setModified(path, at(time));
     return path;
   }

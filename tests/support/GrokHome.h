@@ -36,9 +36,10 @@ inline std::string doneLine(double time) {
 /// A user's home with the log of the Grok tool in it.
 struct GrokHome {
   TemporaryDirectory home;
-  Surroundings surroundings{.home = home.path(),
-                            .environment = {{"MARIGOLD_CACHE_DIR", "~/cache"}}};
-  std::string log = GrokPaths(surroundings).unifiedLog();
+  Surroundings surroundings{
+      .home = home.path(),
+      .environment = {{"MARIGOLD_CACHE_DIR", "~/cache"}, {"GROK_HOME", "~/grok/"}}};
+  std::string log = home.path() + "/grok/logs/unified.jsonl";
   std::string cached = home.path() + "/cache/grok.json";
 
   GrokHome() { std::filesystem::create_directories(GrokPaths(surroundings).logsDir()); }
