@@ -25,7 +25,7 @@ std::size_t lengthOf(std::size_t count, std::string_view text) {
 }  // namespace
 
 std::string KeychainReadError::description() const {
-  std::string text(rawValue(kind));
+  const std::string text(rawValue(kind));
   return kind <= Kind::exitStatus ? text + "(" + std::to_string(payload) + ")" : text;
 }
 
