@@ -386,7 +386,8 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
     const auto before = published();
     const bool ran = store->engineRuns();
     // The first ones, which wipe or end, are rare.
-    const int act = below(2) == 0 ? 11 + below(3) : below(12) == 0 ? below(4) : 4 + below(7);
+    int act = below(12) == 0 ? below(4) : 4 + below(7);
+    act = below(2) == 0 ? 11 + below(3) : act;
     acts.at(static_cast<std::size_t>(act))();
     askedIn.resize(claude.waiting.size(), std::to_string(era));
     const auto after = published();
