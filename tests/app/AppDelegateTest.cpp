@@ -25,7 +25,7 @@ using Button = StatusItemClick::Button;
 struct Desk final : StatusBar, Popover, Appearance, ApplicationControl {
   struct Item final : StatusItem {
     explicit Item(Desk& owner) : desk(owner) {}
-    void show(const StatusItemContent& content) override { desk.shown.push_back(content); }
+    void show(const StatusItemContent& next) override { desk.shown.push_back(next); }
     [[nodiscard]] bool menuOnAnyClick() const override { return opensOnAnyClick; }
     void openMenu(std::vector<MenuItem> /*items*/) override { desk.journal.emplace_back("menu"); }
     Desk& desk;
