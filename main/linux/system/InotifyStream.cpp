@@ -242,10 +242,10 @@ std::uint32_t InotifyStream::takeIn(const inotify_event& event, std::string_view
 void InotifyStream::establishAgain(std::uint32_t reason) {
   const Root before = state_;
   establish();
-  if (state_ != before) {
-    delivery_.replace(reason | eventFlag::rootChanged);
-  } else if (state_ == Root::watched) {
-    delivery_.replace(reason);
+  // A reason is told although all is as before: a root may have come, been read and gone again.
+  const std::uint32_t flags = reason | (state_ == before ? 0 : eventFlag::rootChanged);
+  if (flags != 0) {
+    delivery_.replace(flags);
   }
 }
 
