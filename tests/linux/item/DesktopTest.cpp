@@ -16,6 +16,7 @@
 #include <QtCore/QTimer>
 #include <QtGui/QScreen>
 #include <QtGui/QWindow>
+#include <QtWidgets/QLabel>
 #include <QtWidgets/QMenu>
 #include <gtest/gtest.h>
 #include <xcb/xcb.h>
@@ -24,6 +25,7 @@
 #include "linux/item/Strip.h"
 #include "linux/item/TrayIcon.h"
 #include "linux/popover/PopoverWindow.h"
+#include "linux/system/LinuxApplicationControl.h"
 #include "linux/system/X11.h"
 #include "support/ChildProcess.h"
 #include "support/ManualEventLoop.h"
@@ -320,7 +322,9 @@ TEST_F(DesktopTest, AMenuShowsEveryKindOfItemRunsWhatIsChosenAndGoesAway) {
     openNativeMenu({{.kind = radio, .title = "A & B", .checked = true, .indent = 1},
                     {.kind = radio, .title = "c", .checked = true, .action = quit},
                     MenuItem::separator(),
-                    {.kind = submenu, .title = "More", .items = {{.kind = checkbox}, {}}}},
+                    {.kind = submenu,
+                     .title = "More",
+                     .items = {{.kind = checkbox}, {.tooltip = "why", .enabled = false}}}},
                    {QRect(300, 200, 64, 26)});
     const QPointer<QMenu> menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
     ASSERT_TRUE(menu && eventually([&] { return menu->windowHandle()->isExposed(); }));
@@ -331,7 +335,9 @@ TEST_F(DesktopTest, AMenuShowsEveryKindOfItemRunsWhatIsChosenAndGoesAway) {
     EXPECT_TRUE(actions.value(0)->isChecked() && actions.value(1)->isChecked());
     const auto inner = actions.value(3)->menu()->actions();
     EXPECT_TRUE(inner.value(0)->isCheckable() && !inner.value(0)->isChecked());
-    EXPECT_FALSE(inner.value(1)->isCheckable());
+    EXPECT_FALSE(inner.value(1)->isCheckable() || inner.value(1)->isEnabled());
+    EXPECT_EQ(inner.value(1)->toolTip(), "why");
+    EXPECT_TRUE(actions.value(3)->menu()->toolTipsVisible());
     if (choose) {
       act({"key", "Down", "Down", "Return"});
       QTimer::singleShot(20'000, qApp, &QApplication::quit);
@@ -342,6 +348,31 @@ TEST_F(DesktopTest, AMenuShowsEveryKindOfItemRunsWhatIsChosenAndGoesAway) {
     EXPECT_TRUE(eventually([&] { return menu.isNull(); }));
     EXPECT_EQ(chosen, choose);
   }
+}
+
+TEST_F(DesktopTest, AboutIsOneWindowThatClosesWithEscape) {
+  LinuxApplicationControl application;
+  const auto shown = [] {
+    QList<QWidget*> windows = QApplication::topLevelWidgets();
+    windows.removeIf([](const QWidget* window) { return !window->isVisible(); });
+    return windows;
+  };
+  for (int round = 0; round < 2; ++round) {
+    application.showAbout({.name = "N", .version = "9", .credits = "one\ntwo"});
+    ASSERT_EQ(shown().size(), 1);
+  }
+  QWidget* const window = shown().first();
+  EXPECT_EQ(window->windowTitle(), "About N");
+  QStringList texts;
+  for (const QLabel* const label : window->findChildren<QLabel*>()) {
+    texts.append(label->text());
+    EXPECT_GE(label->height(), label->heightForWidth(label->width()))
+        << label->text().toStdString();
+  }
+  EXPECT_EQ(texts.mid(1, 4), (QStringList{"N", "Version 9", "one", "two"}));
+  ASSERT_TRUE(eventually([&] { return window->isActiveWindow(); }));
+  act({"key", "Escape"});
+  EXPECT_TRUE(eventually([&] { return shown().isEmpty(); }));
 }
 
 }  // namespace
