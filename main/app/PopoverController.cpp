@@ -47,7 +47,6 @@ void PopoverController::refresh() {
 void PopoverController::closed() {
   page_ = PopoverContent::Page::cards;
   refresh_ = PopoverContent::Refresh::idle;
-  doneMark_.cancel();
   if (onShownChanged) {
     onShownChanged();
   }

@@ -291,6 +291,11 @@ TEST_F(AppDelegateTest, TheItemKeepsItsWidthAndThePopoverItsCardsUpToDate) {
   EXPECT_EQ(row().subLabel, "in 1m");
   advance(31);
   EXPECT_EQ(row().subLabel, "") << "time goes by in it";
+  loop.setDate(loop.date() + Seconds{86400 - 36});
+  EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 1);
+  EXPECT_TRUE(row().bar.fill);
+  advance(6);
+  EXPECT_FALSE(row().bar.fill) << "a day old by now";
   read({five(7, 125)});
   click();
   delegate->showPopover();

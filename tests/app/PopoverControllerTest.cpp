@@ -162,6 +162,11 @@ TEST_F(PopoverControllerTest, ARefreshRunsAndIsDoneForASecond) {
   window.close();
   controller->open();
   EXPECT_EQ(window.content.refresh, Refresh::idle) << "that was then";
+  refreshed();
+  controller->stop();
+  const int before = window.changes;
+  advance(2);
+  EXPECT_EQ(window.changes, before);
 }
 
 TEST_F(PopoverControllerTest, ControlsReachTheStoreAndTheApplication) {

@@ -14,6 +14,7 @@ namespace {
 // Relative luminance and contrast ratio as the web's accessibility guidelines (WCAG 2) define them.
 double luminance(const Color& color) {
   const auto linear = [](double c) {
+    EXPECT_LE(c, 1);
     return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
   };
   return 0.2126 * linear(color.red) + 0.7152 * linear(color.green) + 0.0722 * linear(color.blue);
