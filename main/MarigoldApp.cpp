@@ -6,6 +6,7 @@
 
 #include "UsageStore.h"
 #include "app/CodexDump.h"
+#include "app/PopoverShot.h"
 #include "app/Screenshots.h"
 #include "base/Worker.h"
 #include "codex/CodexProvider.h"
@@ -102,8 +103,19 @@ void MarigoldApp::terminate() {
   parts_->terminate();
 }
 
+namespace {
+
+int written(bool done, const Command& command, std::ostream& err) {
+  if (!done) {
+    err << "marigold: cannot write " << command.path << '\n';
+  }
+  return done ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+}  // namespace
+
 std::optional<int> runOneShotMode(const Command& command, const Surroundings& surroundings,
-                                  Date now, const SavePicture& savePicture,
+                                  Date now, const PictureFiles& pictures,
                                   const DesktopChecks& checks, std::ostream& out,
                                   std::ostream& err) {
   switch (command.mode) {
@@ -125,18 +137,16 @@ std::optional<int> runOneShotMode(const Command& command, const Surroundings& su
       out << versionText();
       return EXIT_SUCCESS;
     case Command::Mode::shotMenuBar:
-      if (!savePicture(menuBarShot, command.path)) {
-        err << "marigold: cannot write " << command.path << '\n';
-        return EXIT_FAILURE;
-      }
-      return EXIT_SUCCESS;
+      return written(pictures.save(menuBarShot, command.path), command, err);
     case Command::Mode::shot:
     case Command::Mode::shotSettings:
     case Command::Mode::shotOff:
     case Command::Mode::shotReconnect:
     case Command::Mode::shotHeld:
-      err << "marigold: " << command.flag << ": this version cannot draw the popover yet\n";
-      return EXIT_FAILURE;
+      return written(pictures.savePopover(popoverShot(command.mode, {.scheme = command.scheme},
+                                                      pictures.texts, pictures.offersBarColors),
+                                          command.path),
+                     command, err);
   }
   return EXIT_FAILURE;
 }

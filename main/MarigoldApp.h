@@ -25,6 +25,7 @@
 #include "ports/Log.h"
 #include "ports/LoginItem.h"
 #include "ports/Popover.h"
+#include "ports/PopoverContent.h"
 #include "ports/RandomSource.h"
 #include "ports/StatusItem.h"
 #include "ports/Updater.h"
@@ -86,14 +87,19 @@ class MarigoldApp {
 
 /// A drawing for a picture file, made once there is something to measure its texts with.
 using Picture = std::function<Drawing(const TextMeasurer&)>;
-/// Writes a picture to the PNG file at `path`, without a display; false when it cannot be written.
-using SavePicture = std::function<bool(const Picture& picture, const std::string& path)>;
+/// How a desktop writes PNG files at a path, without a display; false when it cannot be written.
+struct PictureFiles {
+  std::function<bool(const Picture& picture, const std::string& path)> save;
+  std::function<bool(const PopoverContent& content, const std::string& path)> savePopover;
+  DesktopTexts texts = macTexts;
+  bool offersBarColors = false;
+};
 
 /// Runs the one-shot mode that `command` asks for and gives the exit status of the process; nothing
 /// when the application itself is asked for.
 [[nodiscard]] std::optional<int> runOneShotMode(const Command& command,
                                                 const Surroundings& surroundings, Date now,
-                                                const SavePicture& savePicture,
+                                                const PictureFiles& pictures,
                                                 const DesktopChecks& checks, std::ostream& out,
                                                 std::ostream& err);
 

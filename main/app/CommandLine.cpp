@@ -41,7 +41,11 @@ Command parseCommandLine(std::span<const std::string> arguments) {
       return {.mode = flag.mode, .flag = flag.text};
     }
     if (const auto path = found + 1; path != arguments.end()) {
-      return {.mode = flag.mode, .flag = flag.text, .path = *path};
+      const bool dark = path + 1 != arguments.end() && *(path + 1) == "dark";
+      return {.mode = flag.mode,
+              .flag = flag.text,
+              .path = *path,
+              .scheme = dark ? MarigoldTheme::Scheme::dark : MarigoldTheme::Scheme::light};
     }
   }
   return {};
@@ -57,15 +61,16 @@ std::string_view helpText() noexcept {
          "\n"
          "  --selftest             check the program and what it needs; exit status 1 on failure\n"
          "  --dump-codex           explain the Codex reading: files considered, record chosen\n"
-         "  --shot PATH            draw the popover to a PNG file *\n"
-         "  --shot-settings PATH   the same with its settings open *\n"
-         "  --shot-off PATH        the same with Claude turned off *\n"
-         "  --shot-reconnect PATH  the same with a Claude login that needs attention *\n"
-         "  --shot-held PATH       the same with that login held back *\n"
+         "  --shot PATH            draw the popover to a PNG file\n"
+         "  --shot-settings PATH   the same with its settings open\n"
+         "  --shot-off PATH        the same with Claude turned off\n"
+         "  --shot-reconnect PATH  the same with a Claude login that needs attention\n"
+         "  --shot-held PATH       the same with that login held back\n"
          "  --shot-menubar PATH    draw the mark in all its looks to a PNG file\n"
          "  --help                 print this\n"
          "  --version              print the version\n"
-         "                         * this version cannot draw the popover yet\n"
+         "\n"
+         "After the path of a picture of the popover, dark or light chooses its colors.\n"
          "\n"
          "Environment: CODEX_HOME and GROK_HOME name the tools' directories (default ~/.codex\n"
          "and ~/.grok), MARIGOLD_CACHE_DIR the directory of the last readings.\n";

@@ -98,7 +98,11 @@ int main(int argc, char** argv) {
   const Date now = std::chrono::system_clock::now();
   if (const auto status =
           runOneShotMode(parseCommandLine(arguments), linuxSurroundings(environment), now,
-                         savePicture, linuxSelfChecks, std::cout, std::cerr)) {
+                         {.save = savePicture,
+                          .savePopover = savePopoverPicture,
+                          .texts = linuxTexts,
+                          .offersBarColors = true},
+                         linuxSelfChecks, std::cout, std::cerr)) {
     return *status;
   }
 

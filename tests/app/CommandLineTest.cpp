@@ -13,6 +13,7 @@ TEST(CommandLine, TheFirstFlagOfTheTableWins) {
     std::vector<std::string> arguments;
     Mode mode;
     std::string path;
+    bool dark = false;
   };
   for (const Row& row :
        {Row{{}, Mode::application, ""}, Row{{"--selftests", "x"}, Mode::application, ""},
@@ -25,13 +26,15 @@ TEST(CommandLine, TheFirstFlagOfTheTableWins) {
         Row{{"--shot", "--shot-held"}, Mode::shot, "--shot-held"},
         Row{{"--shot-settings", "a"}, Mode::shotSettings, "a"},
         Row{{"--shot-reconnect", "a"}, Mode::shotReconnect, "a"},
-        Row{{"--shot-held", "a"}, Mode::shotHeld, "a"},
+        Row{{"--shot-held", "dark", "light"}, Mode::shotHeld, "dark"},
+        Row{{"--shot-off", "a", "dark"}, Mode::shotOff, "a", true},
         Row{{"--help", "--shot-menubar", "m.png"}, Mode::shotMenuBar, "m.png"},
         Row{{"--version", "--help"}, Mode::help, ""},
         Row{{"--shot", "--version"}, Mode::shot, "--version"}}) {
     const Command command = parseCommandLine(row.arguments);
     EXPECT_EQ(command.mode, row.mode) << testing::PrintToString(row.arguments);
     EXPECT_EQ(command.path, row.path);
+    EXPECT_EQ(command.scheme == MarigoldTheme::Scheme::dark, row.dark);
   }
 }
 

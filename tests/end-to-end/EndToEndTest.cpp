@@ -103,6 +103,7 @@ TEST_F(EndToEnd, FollowsGrokAsItsLogGrows) {
 TEST_F(EndToEnd, OneShotModesPrintAndExit) {
   codexSays(37, 12);
   const std::string picture = home.path() + "/mark.png";
+  const std::string popover = home.path() + "/popover.png";
   fs::create_directory(environment["TMPDIR"] = home.path() + "/tmp");
   struct Row {
     std::vector<std::string> arguments;
@@ -112,13 +113,16 @@ TEST_F(EndToEnd, OneShotModesPrintAndExit) {
   for (const Row& row :
        {Row{{"--selftest"}, "SELFTEST PASS\n", 0}, Row{{"--dump-codex"}, "at 20.*37", 0},
         Row{{"--help"}, "usage:", 0}, Row{{"--version"}, "Marigold", 0},
-        Row{{"--version", "--selftest"}, "SELFTEST PASS\n", 0}, Row{{"--shot", "x.png"}, "", 1},
-        Row{{"--shot-menubar", picture}, "", 0}, Row{{"--shot-menubar", "/no/mark.png"}, "", 1}}) {
+        Row{{"--version", "--selftest"}, "SELFTEST PASS\n", 0},
+        Row{{"--shot", "/no/popover.png"}, "", 1}, Row{{"--shot-menubar", picture}, "", 0},
+        Row{{"--shot-reconnect", popover, "dark"}, "", 0},
+        Row{{"--shot-menubar", "/no/mark.png"}, "", 1}}) {
     const auto [printed, status] = start(row.arguments).finish();
     EXPECT_THAT(printed, testing::ContainsRegex(row.prints)) << row.arguments.front();
     EXPECT_EQ(status, row.status) << row.arguments.front();
   }
   EXPECT_GT(fs::file_size(picture), 50'000U);
+  EXPECT_GT(fs::file_size(popover), 20'000U);
   EXPECT_TRUE(fs::is_empty(home.path() + "/tmp"));
   EXPECT_FALSE(fs::exists(home.path() + "/.local")) << "a one-shot mode leaves nothing behind";
 }
