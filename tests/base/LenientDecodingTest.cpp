@@ -68,15 +68,15 @@ TEST(JsonValue, NumbersKeepTheirPrecisionAndCostOnlyThemselves) {
 }
 
 TEST(PrintableText, LetsNothingThroughThatMovesOrHides) {
-  for (const char* hidden :
-       {"\x1f", "\x7f", "\u0080", "\u009f", "\u061c", "\u200b", "\u200f", "\u2028", "\xe2\x80\xae",
-        "\u2060", "\u206f", "\ufeff", "\xff", "\xf4", "\xc1"}) {
+  for (const char* hidden : {"\x1f", "\x7f", "\u0080", "\u009f", "\u061c", "\u200b", "\u200f",
+                             "\u2028", "\u2060", "\u206f", "\ufeff", "\xff", "\xf4", "\xc1"}) {
     EXPECT_EQ(printable(hidden), "?") << testing::PrintToString(hidden);
   }
   const std::string shown =
       " ~\u00a0\u07ff\u0800\u200a\u2010\u2027\u202f\u205f\u2070\ud7ff\ue000\U00010000\U000f0000"
       "\U00100000\U0010ffff";
   EXPECT_EQ(printable(shown), shown);
+  EXPECT_EQ(printable("\u202e\u202c"), "??");
   EXPECT_EQ(printable("\xc3(\xe0\x9f\xbf\xed\xa0\x80\xf0\x8f\xbf\xbf\xf4\x90\x80\x80"),
             "?(" + std::string(14, '?'));
 }

@@ -117,7 +117,7 @@ TEST_F(CodexProviderTest, TellsWhatItHas) {
   EXPECT_EQ(provider.fetch(at(20)).health, Health::notInstalled("Codex not detected"));
   EXPECT_EQ(home.provider().lastGood(), std::nullopt);
   home.write("rollout-b.jsonl", recordLine(18, 99).replace(2, 9, "otherwise"), 14);
-  EXPECT_EQ(provider.fetch(at(20)).capturedAt, at(14)) << "the file's time for want of the line's";
+  EXPECT_EQ(answer(20), "5h 18 @14, ok") << "the file's time for want of the line's";
   provider.forgetCache();
   EXPECT_FALSE(provider.lastProcessed() || provider.lastSource());
 }
@@ -268,6 +268,7 @@ TEST_F(CodexProviderTest, ReadsWhatChanged) {
   EXPECT_EQ(provider.fetch({b}, at(20000)).headlinePercent(), 3) << "not newer";
   home.write("b/rollout-b.jsonl", recordLine(5, 22), 23);
   EXPECT_EQ(provider.fetch({b, "/gone/rollout-x.jsonl"}, at(30)).headlinePercent(), 5);
+  EXPECT_EQ(provider.lastProcessed().value().path, b);
   EXPECT_EQ(home.provider().lastGood().value().capturedAt, at(22));
   std::set<std::string> many;
   for (int i = 0; i < 60; ++i) {

@@ -165,9 +165,10 @@ TEST(KeychainReader, ReadsPartitionsFromPropertyListsOnly) {
   EXPECT_EQ(found(hex(partitionPlist)), list);
   // The forms of {"Partitions": ["apple-tool:", "apple-tool:"]}, whose texts are one value, and of
   // {"Partitions": ["Partitions"], "a": ...}, whose lists are.
-  EXPECT_EQ(found("62706c6973743030d101025a506172746974696f6e73af100203035b6170706c652d746f6f6c3a08"
-                  "0b161b0000000000000101000000000000000400000000000000000000000000000027"),
-            std::vector<std::string>(2, "apple-tool:"));
+  EXPECT_EQ(
+      found("62706c6973743030d101025a506172746974696f6e73af100203035b6170706c652d746f6f6c3a0008"
+            "000b0016001b0000000000000201000000000000000400000000000000000000000000000027"),
+      std::vector<std::string>(2, "apple-tool:"));
   const std::string sharing =
       "62706c6973743030d2010203035a506172746974696f6e735161a101080d181a0000000000000101"
       "00000000000000040000000000000000000000000000001c";
