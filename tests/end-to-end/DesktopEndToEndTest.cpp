@@ -4,11 +4,17 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include <QtCore/QJsonArray>
+#include <QtCore/QJsonDocument>
+#include <QtCore/QJsonObject>
+#include <QtCore/QSize>
 #include <QtCore/QtEndian>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
@@ -289,7 +295,25 @@ TEST_F(DesktopEndToEnd, AnXfcePanelShowsTheSquares) {
   EXPECT_EQ(program->end(), "0");
 }
 
-TEST_F(DesktopEndToEnd, WaybarShowsTheWideMark) {
+// The windows of sway's tree that float at the size that they want, not at one that they are given.
+std::vector<QSize> floatingWindows(const QJsonObject& node) {
+  const auto size = [&](const char* name) {
+    const QJsonObject rectangle = node[name].toObject();
+    return QSize(rectangle["width"].toInt(), rectangle["height"].toInt());
+  };
+  std::vector<QSize> found;
+  if (node["type"] == "floating_con" && size("rect") == size("geometry")) {
+    found.push_back(size("rect"));
+  }
+  for (const char* const below : {"nodes", "floating_nodes"}) {
+    for (const QJsonValue& each : node[below].toArray()) {
+      std::ranges::copy(floatingWindows(each.toObject()), std::back_inserter(found));
+    }
+  }
+  return found;
+}
+
+TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndWaybarShowsTheWideMark) {
   // Neither the compositor nor what it starts may run as root.
   std::vector<std::string> asOrdinaryUser;
   const std::string place = home.path() + "/sway";
@@ -310,6 +334,7 @@ TEST_F(DesktopEndToEnd, WaybarShowsTheWideMark) {
   // Qt's plugin leaves a few of the display library's objects behind at its end.
   environment["LSAN_OPTIONS"] =
       "suppressions=" + home.write("leaks", "leak:libwayland-client.so\n");
+  environment["SWAYSOCK"] = place + "/ipc";
   environment["WLR_BACKENDS"] = "headless";
   environment["WLR_LIBINPUT_NO_DEVICES"] = "1";
   environment["WLR_RENDERER"] = "pixman";
@@ -336,6 +361,34 @@ TEST_F(DesktopEndToEnd, WaybarShowsTheWideMark) {
     return unlikeFirst;
   };
   EXPECT_TRUE(eventually([&] { return columns() > 25; })) << "gauge and text, not a square";
+
+  QDBusConnection session =
+      QDBusConnection::connectToBus(environment["DBUS_SESSION_BUS_ADDRESS"].c_str(), "bar");
+  const QString watcher = "org.kde.StatusNotifierWatcher";
+  QDBusMessage items = QDBusMessage::createMethodCall(watcher, "/StatusNotifierWatcher",
+                                                      "org.freedesktop.DBus.Properties", "Get");
+  items << watcher << "RegisteredStatusNotifierItems";
+  const QString item = session.call(items)
+                           .arguments()
+                           .value(0)
+                           .value<QDBusVariant>()
+                           .variant()
+                           .toStringList()
+                           .value(0)
+                           .section('/', 0, 0);
+  std::vector<QSize> windows;
+  for (const char* const click : {"Activate", "ContextMenu"}) {
+    QDBusMessage call = QDBusMessage::createMethodCall(item, "/StatusNotifierItem",
+                                                       "org.kde.StatusNotifierItem", click);
+    session.call(call << 0 << 0);
+    const std::vector<QSize> before = windows;
+    EXPECT_TRUE(eventually([&] {
+      const std::string tree = run({MARIGOLD_SWAYMSG, "-t", "get_tree"}).finish().first;
+      windows = floatingWindows(QJsonDocument::fromJson(tree.c_str()).object());
+      return windows.size() == 1 && windows != before && windows[0].height() < 290;
+    })) << click;
+  }
+  QDBusConnection::disconnectFromBus("bar");
   EXPECT_EQ(program->end(), "0");
 }
 
