@@ -149,6 +149,11 @@ TEST_F(LinuxLoginItemTest, SaysWhatKeepsItFromChanging) {
       }
     });
   }
+  fs::permissions(directory, fs::perms::owner_all);
+  ASSERT_EQ(told(item().registerProgram()), "done");
+  fs::permissions(directory, fs::perms::owner_read | fs::perms::owner_exec);
+  test::asOrdinaryUser(
+      [&] { EXPECT_EQ(told(item().registerProgram()), "done") << "as it is already"; });
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(std::ifstream(target).rdbuf()), {}), good);
   fs::remove_all(directory);
   for (const char* const nowhere : {"", "/\xff"}) {
