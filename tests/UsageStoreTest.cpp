@@ -280,6 +280,8 @@ TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
     notified = 0;
     store->setLaunchAtLogin(row.on);
     settle();
+    store->refreshLoginItemStatus();
+    settle();
     EXPECT_EQ(store->launchAtLogin(), row.launches);
     EXPECT_EQ(store->launchAtLoginRequiresApproval(), loginItem.now == requiresApproval);
     EXPECT_EQ(store->launchAtLoginError().value_or(""), row.error);
@@ -297,6 +299,10 @@ TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
   EXPECT_EQ(loginItem.asked, Calls{"register"});
   EXPECT_TRUE(store->launchAtLogin());
   EXPECT_FALSE(store->launchAtLoginError());
+  loginItem.refusal.clear();
+  loginItem.registered = requiresApproval;
+  store->reregisterLoginItemIfEnabled();
+  EXPECT_TRUE(store->launchAtLoginRequiresApproval());
 }
 
 TEST_F(UsageStoreTest, ClearingForgetsEverythingAtOnce) {

@@ -114,6 +114,8 @@ class StatusMenuTest : public testing::Test, protected test::StoreFixture {
 
 TEST_F(StatusMenuTest, ListsWhatCanBeChosen) {
   store->preferences().setVisible(ProviderID::grok, false);
+  store->preferences().setShowsInMenuBar(ProviderID::grok, true);
+  store->preferences().setPercentScope(ProviderID::claude, MenuBarTextScope::weekly);
   store->preferences().moveProvider(ProviderID::codex, true);
   EXPECT_EQ(lines(), (Lines{"Refresh Now",
                             "Show in Menu Bar",

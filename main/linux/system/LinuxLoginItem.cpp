@@ -174,7 +174,7 @@ std::expected<void, std::string> LinuxLoginItem::unregisterProgram() {
     return std::unexpected(found.error());
   }
   const auto entry = *std::move(found);
-  if (entry == nullptr || !entry->starts()) {
+  if (entry == nullptr) {
     return {};
   }
   const auto ours = Entry::named(name_);
