@@ -134,6 +134,7 @@ class RowBlock final : public BlockWidget {
     const QFontMetrics metrics(font);
     const QString shown = metrics.elidedText(text, Qt::ElideRight, room);
     painter.setFont(font);
+    painter.setLayoutDirection(text.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
     painter.drawText(isRightToLeft() ? width() - metrics.horizontalAdvance(shown) : 0, baseline,
                      shown);
   }

@@ -100,6 +100,7 @@ void CardWidget::paintEvent(QPaintEvent* /*event*/) {
   const QString title =
       metrics.elidedText(QString::fromStdString(shown_.title), Qt::ElideRight, room);
   painter.setFont(titleFont_);
+  painter.setLayoutDirection(title.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
   painter.setPen(toQt(look_.colors().text));
   painter.drawText(
       isRightToLeft() ? width() - scaled(side) - metrics.horizontalAdvance(title) : scaled(side),

@@ -29,6 +29,7 @@ constexpr double margin = 10;
 constexpr double headerHeight = 44;
 constexpr double windowRadius = 16;
 constexpr double cardGap = 8;
+constexpr double belowPage = 3;  // else what scrolls would stand out at the round corners
 
 void collectFocusable(const QWidget& root, std::vector<QWidget*>& found) {
   for (QObject* const child : root.children()) {
@@ -47,11 +48,12 @@ void collectFocusable(const QWidget& root, std::vector<QWidget*>& found) {
 /// A scroll bar that stands in the margin beside the cards, so that nothing moves aside for it.
 class PopoverPanel::SlimScrollBar final : public QScrollBar {
  public:
-  SlimScrollBar(QScrollBar& real, const Look& look, QWidget& parent)
+  SlimScrollBar(const QScrollArea& area, const Look& look, QWidget& parent)
       : QScrollBar(Qt::Vertical, &parent), look_(look) {
     hide();
-    connect(&real, &QScrollBar::rangeChanged, this, [this, &real](int least, int most) {
-      setPageStep(real.pageStep());
+    QScrollBar& real = *area.verticalScrollBar();
+    connect(&real, &QScrollBar::rangeChanged, this, [this, &area](int least, int most) {
+      setPageStep(area.viewport()->height());
       setRange(least, most);
       setVisible(most > least);
     });
@@ -151,7 +153,7 @@ PopoverPanel::PopoverPanel(QWidget* parent) : QWidget(parent) {
 
 void PopoverPanel::build() {
   auto* const all = new QVBoxLayout(this);
-  all->setContentsMargins(0, 0, 0, 1);
+  all->setContentsMargins(0, 0, 0, scaled(belowPage));
   all->setSpacing(0);
   header_ = new Header(look_, *this);
   scroll_ = new QScrollArea(this);
@@ -163,7 +165,7 @@ void PopoverPanel::build() {
   scroll_->viewport()->setAutoFillBackground(false);
   page_ = new QWidget;
   auto* const pages = new QVBoxLayout(page_);
-  pages->setContentsMargins(scaled(margin), 0, scaled(margin), scaled(margin + 2));
+  pages->setContentsMargins(scaled(margin), 0, scaled(margin), scaled(margin - 1));
   cardsPage_ = new QWidget(page_);
   auto* const cards = new QVBoxLayout(cardsPage_);
   cards->setContentsMargins(0, 0, 0, 0);
@@ -172,7 +174,7 @@ void PopoverPanel::build() {
   scroll_->setWidget(page_);
   page_->setAutoFillBackground(false);
   page_->installEventFilter(this);
-  scrollBar_ = new SlimScrollBar(*scroll_->verticalScrollBar(), look_, *this);
+  scrollBar_ = new SlimScrollBar(*scroll_, look_, *this);
   placeScrollBar();
   all->addWidget(header_);
   all->addWidget(scroll_);
@@ -244,7 +246,7 @@ void PopoverPanel::scrollToTop() {
 QSize PopoverPanel::sizeHint() const {
   page_->layout()->activate();
   const int wide = scaled(panelWidth);
-  return {wide, scaled(headerHeight) + page_->layout()->heightForWidth(wide) + 1};
+  return {wide, scaled(headerHeight) + page_->layout()->heightForWidth(wide) + scaled(belowPage)};
 }
 
 void PopoverPanel::paintEvent(QPaintEvent* /*event*/) {

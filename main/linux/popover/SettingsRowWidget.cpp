@@ -26,6 +26,8 @@ constexpr double leastHeight = 36;
 constexpr double aboveText = 8;
 constexpr double beforeControl = 10;
 constexpr double explanationSize = 0.88;
+/// Beside wider controls there is no explanation.
+constexpr double narrowControl = 60;
 /// A title gets at least this width, or as much as it needs, before its control goes below it.
 constexpr double leastText = 110;
 
@@ -237,22 +239,27 @@ SettingsRowWidget::Arrangement SettingsRowWidget::arrange(int width) const {
   const QSize control = note ? QSize(0, 0) : control_->sizeHint();
   const int expander = expander_ == nullptr ? 0 : expander_->width() + scaled(2);
   const int controls = note ? 0 : control.width() + expander + scaled(beforeControl);
-  const int wanted = row_.explanation.empty()
-                         ? QFontMetrics(font).horizontalAdvance(QString::fromStdString(row_.title))
-                         : scaled(leastText);
-  const bool below = whole - controls < std::min(wanted, scaled(leastText));
+  // Beside a control that is wide, the title stands alone, or not even that.
+  const int titleWidth = QFontMetrics(font).horizontalAdvance(QString::fromStdString(row_.title));
+  const bool below = whole - controls < std::min(titleWidth, scaled(leastText));
+  const bool wideControl = control.width() > scaled(narrowControl);
   const int room = below ? whole : whole - controls;
+  const int explanationRoom = wideControl ? whole : room;
 
   const int titleHeight = textHeight(font, row_.title, room);
-  const int explanationHeight = textHeight(interfaceFont(explanationSize), row_.explanation, room);
+  const int explanationHeight =
+      textHeight(interfaceFont(explanationSize), row_.explanation, explanationRoom);
+  const bool apart = wideControl && !below && explanationHeight > 0;
+  const int line = apart ? std::max(titleHeight, control.height()) : titleHeight;
   const int between = explanationHeight > 0 && titleHeight > 0 ? scaled(1) : 0;
-  const int text = titleHeight + between + explanationHeight;
+  const int text = line + between + explanationHeight;
   const int beside = below ? 0 : control.height();
-  places.height = std::max({row.height(), text + 2 * scaled(aboveText), beside + 2 * scaled(4)});
-  const int top = (places.height - text) / 2;
-  places.title = QRect(left, top, room, titleHeight);
-  places.explanation = QRect(left, top + titleHeight + between, room, explanationHeight);
-  int middle = places.height / 2;
+  places.height = std::max({row.height(), text + scaled(apart ? 6 : aboveText) + scaled(aboveText),
+                            beside + 2 * scaled(4)});
+  const int top = apart ? scaled(6) : (places.height - text) / 2;
+  places.title = QRect(left, top + (line - titleHeight) / 2, room, titleHeight);
+  places.explanation = QRect(left, top + line + between, explanationRoom, explanationHeight);
+  int middle = apart ? top + line / 2 : places.height / 2;
   if (below) {
     places.height = top + text + scaled(4) + control.height() + scaled(6);
     middle = top + text + scaled(4) + control.height() / 2;
