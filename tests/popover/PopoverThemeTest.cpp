@@ -21,6 +21,7 @@ double luminance(const Color& color) {
 }
 
 Color over(const Color& top, const Color& ground) {
+  EXPECT_LE(top.opacity, 1);
   const auto mix = [&](double a, double b) { return a * top.opacity + b * (1 - top.opacity); };
   return {mix(top.red, ground.red), mix(top.green, ground.green), mix(top.blue, ground.blue)};
 }
