@@ -12,6 +12,7 @@
 #include <optional>
 #include <semaphore>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -172,29 +173,27 @@ TEST_F(EndToEnd, RefreshesWhenSomebodyMayLook) {
   const test::PrivateBus system(home, "system");
   environment["DBUS_SESSION_BUS_ADDRESS"] = session.address;
   environment["DBUS_SYSTEM_BUS_ADDRESS"] = system.address;
-  ChildProcess running = start();
-  ASSERT_TRUE(running.outputLine("not detected"));
-  const auto expectReading = [&](const test::PrivateBus& where, const QDBusMessage& awake,
-                                 int percent) {
-    QDBusConnection bus = where.connect("bus");
+  const QDBusMessage screenWakes =
+      QDBusMessage::createSignal("/ScreenSaver", "org.gnome.ScreenSaver", "ActiveChanged") << false;
+  const QDBusMessage machineWakes =
+      QDBusMessage::createSignal("/org/freedesktop/login1", "org.freedesktop.login1.Manager",
+                                 "PrepareForSleep")
+      << false;
+  for (const auto& [where, wakes, before, after] :
+       {std::tuple(&session, screenWakes, "not detected", 37),
+        {&system, machineWakes, "5h 37% used, updated", 38}}) {
+    ChildProcess running = start();
+    ASSERT_TRUE(running.outputLine(before));
+    QDBusConnection bus = where->connect("bus");
     bus.registerService("org.freedesktop.login1");
-    codexSays(percent, 12, "../../unwatched");  // no event tells of its other name
+    codexSays(after, 12, "../../unwatched");  // no event tells of its other name
     EXPECT_TRUE(test::eventually([&] {
-      bus.send(awake);  // it may not listen yet
-      return running.outputLine("5h " + std::to_string(percent) + "% used", 0.05).has_value();
-    })) << percent;
+      bus.send(wakes);  // it may not listen yet
+      return running.outputLine("5h " + std::to_string(after) + "% used", 0.05).has_value();
+    })) << after;
+    EXPECT_EQ(running.end(), "0");
     QDBusConnection::disconnectFromBus("bus");
-  };
-  expectReading(session,
-                QDBusMessage::createSignal("/ScreenSaver", "org.gnome.ScreenSaver", "ActiveChanged")
-                    << false,
-                37);
-  expectReading(system,
-                QDBusMessage::createSignal("/org/freedesktop/login1",
-                                           "org.freedesktop.login1.Manager", "PrepareForSleep")
-                    << false,
-                38);
-  EXPECT_EQ(running.end(), "0");
+  }
 }
 
 TEST_F(EndToEnd, SaysHowOldAReadingIsWhenTheClockIsSet) {

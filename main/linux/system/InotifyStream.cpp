@@ -6,7 +6,6 @@
 #include <chrono>
 #include <climits>
 #include <cmath>
-#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <deque>
@@ -43,22 +42,6 @@ constexpr std::uint32_t entryMask = anyWatchMask | IN_ONLYDIR | IN_CREATE | IN_M
 // Links in the root's path before it counts as a circle, as in the kernel.
 constexpr int maxLinks = 40;
 
-// Blocks all signals in this thread, and so in the threads it starts.
-class BlockedSignals {
- public:
-  BlockedSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
-  }
-  BlockedSignals(const BlockedSignals&) = delete;
-  BlockedSignals& operator=(const BlockedSignals&) = delete;
-  ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
- private:
-  sigset_t before_{};
-};
-
 class InotifyStream final : public EventStream {
  public:
   InotifyStream(Log& log, std::size_t watchLimit, Seconds retryAfter, std::string root,
@@ -72,7 +55,6 @@ class InotifyStream final : public EventStream {
         retry_(std::move(retry)),
         delivery_(std::move(root)),
         tree_(delivery_, watchLimit, log, [this] { return wait(false, 0); }) {
-    const BlockedSignals duringStart;
     thread_ = std::thread([this] { run(); });
   }
   InotifyStream(const InotifyStream&) = delete;

@@ -60,7 +60,6 @@ const std::string* WatchedTree::directory(int watch) const {
 }
 
 void WatchedTree::forget(const std::string& directory) {
-  std::erase_if(refused_, [&](const std::string& other) { return isWithin(other, directory); });
   std::erase_if(watched_, [&](const auto& entry) {
     const auto& [watch, other] = entry;
     const bool within = isWithin(other, directory);

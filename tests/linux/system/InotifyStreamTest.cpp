@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "linux/system/FileEventDelivery.h"
 #include "linux/system/InotifyStream.h"
 #include "support/RecordingLog.h"
 #include "support/TemporaryDirectory.h"
@@ -119,7 +120,7 @@ TEST_F(InotifyStreamTest, FollowsTheRootThroughItsComingAndGoing) {
            {direct, [&] { fs::rename(home, away); }, [&] { fs::rename(away, home); }},
            {direct, [&] { fs::remove_all(base); }, [&] { fs::create_directories(direct); }},
            {link, [&] { fs::rename(home, away); }, [&] { fs::rename(away, home); }},
-           {link, [&] { relink("link"); }, [&] { relink("home"); }}}) {
+           {link, [&] { relink("link"); }, [&] { relink(home); }}}) {
     fs::create_directories(direct);
     fs::create_directory_symlink("./home/../home/.tool/sessions", link);
     watch(path);
@@ -189,6 +190,19 @@ TEST_F(InotifyStreamTest, AShortageOfWatchesLeavesTheNewestWatchedAndIsRepaired)
     fs::remove_all(root + "/" + gone);
     expect(root + "/" + next, mustScanSubDirs);
     expectChangesIn(next);
+  }
+}
+
+TEST(FileEventDelivery, MergesMoreThanAnybodyWouldLookAt) {
+  FileEventDelivery delivery("/r");
+  for (const int count : {4096, 4097, 1}) {
+    for (int i = 0; i < count; ++i) {
+      delivery.add("/" + std::to_string(i), itemCreated);
+    }
+    const std::vector<FileEvent> events = delivery.take();
+    EXPECT_EQ(events.size(), count == 4097 ? 1U : static_cast<std::size_t>(count));
+    EXPECT_EQ(events[0].path, count == 4097 ? "/r" : "/r/0");
+    EXPECT_EQ(events[0].flags, count == 4097 ? mustScanSubDirs : itemCreated);
   }
 }
 
