@@ -256,15 +256,14 @@ Drawing MenuBarRender::idleSquare(bool devMarker) {
 
 std::vector<MenuBarRender::TrayImage> MenuBarRender::trayImages(const Drawing& square,
                                                                 const Drawing& mark,
-                                                                bool showsWide) {
+                                                                std::optional<int> wideAt) {
+  if (wideAt) {
+    constexpr int barsIcon = 20;
+    return {{.drawing = mark, .scale = barsIcon * *wideAt / Metrics::height}};
+  }
   std::vector<TrayImage> images;
   for (const double pixels : {22, 24, 32, 48}) {
     images.push_back({.drawing = square, .scale = pixels / square.size.width});
-  }
-  if (showsWide) {
-    for (const double pixels : {20, 40}) {  // for a scale of 1 and of 2, none to be resampled
-      images.push_back({.drawing = mark, .scale = pixels / Metrics::height});
-    }
   }
   return images;
 }

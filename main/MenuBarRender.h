@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "bar/MenuBarContent.h"
@@ -48,11 +49,11 @@ struct MenuBarRender {
     Drawing drawing;
     double scale = 1;
   };
-  /// What a tray is offered: the square in the sizes that bars use, 22, 24, 32 and 48 pixels, and
-  /// the mark where the tray shows a wide icon wide. Most squeeze it, and take it for being the
-  /// largest.
+  /// What a tray is offered: the square in the sizes that bars use, 22, 24, 32 and 48 pixels. Most
+  /// squeeze a wide icon, so the mark is only for a tray that shows it wide, on a screen of the
+  /// whole-number scale `wideAt`. That tray takes the largest icon there is, and gets no other.
   [[nodiscard]] static std::vector<TrayImage> trayImages(const Drawing& square, const Drawing& mark,
-                                                         bool showsWide);
+                                                         std::optional<int> wideAt);
 
   /// `drawing` with room added on its right up to `width` points.
   [[nodiscard]] static Drawing padded(Drawing drawing, double width);

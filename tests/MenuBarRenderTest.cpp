@@ -188,12 +188,13 @@ TEST(MenuBarRender, GaugesAndTextsAreSetByTheirMetrics) {
 
 TEST(MenuBarRender, TraysAreOfferedWhatTheyShowWell) {
   const Drawing square{.size = {.width = 22, .height = 22}};
-  for (const bool wide : {false, true}) {
+  for (const auto& [wideAt, expected] : std::vector<std::pair<std::optional<int>, std::string>>{
+           {{}, "22 24 32 48 "}, {1, "24 "}, {2, "49 "}}) {
     std::string scales;
-    for (const auto& image : MenuBarRender::trayImages(square, {}, wide)) {
+    for (const auto& image : MenuBarRender::trayImages(square, {}, wideAt)) {
       scales += std::to_string(std::lround(22 * image.scale)) + " ";
     }
-    EXPECT_EQ(scales, wide ? "22 24 32 48 24 49 " : "22 24 32 48 ");
+    EXPECT_EQ(scales, expected);
   }
 }
 

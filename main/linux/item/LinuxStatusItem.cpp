@@ -1,10 +1,12 @@
 #include "linux/item/LinuxStatusItem.h"
 
+#include <cmath>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include <QtGui/QCursor>
+#include <QtGui/QGuiApplication>
 #include <QtGui/QImage>
 
 #include "MenuBarRender.h"
@@ -104,9 +106,12 @@ class LinuxStatusItem final : public StatusItem {
   }
 
   void offerImages() {
+    // Of several screens the sharpest; Waybar knows whole-number scales only.
+    const int screen = static_cast<int>(std::ceil(qGuiApp->devicePixelRatio()));
     std::vector<QImage> images;
-    for (const auto& [drawing, scale] :
-         MenuBarRender::trayImages(content_.square, content_.mark, notifier_.hostIsWaybar())) {
+    for (const auto& [drawing, scale] : MenuBarRender::trayImages(
+             content_.square, content_.mark,
+             notifier_.hostIsWaybar() ? std::optional(screen) : std::nullopt)) {
       images.push_back(rasterize(drawing, scale));
     }
     notifier_.setPixmaps(images);
