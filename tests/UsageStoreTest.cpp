@@ -72,6 +72,10 @@ TEST_F(UsageStoreTest, RefreshesEvery180SecondsAfterTheLastOneEndedAndTellsOnlyN
   claude.reply(0, *shown(ProviderID::claude));
   settle();
   EXPECT_EQ(notified, before);
+  store->preferences().setMenuBarLabels(true);
+  store->preferences().setBarColors(BarColors::dark);
+  settle();
+  EXPECT_EQ(notified, before + 1) << "once a turn";
 }
 
 TEST_F(UsageStoreTest, ChoosesClaudesIntervalByCadence) {

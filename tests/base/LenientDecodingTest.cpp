@@ -41,6 +41,7 @@ TEST(JsonValue, EachShapeIsReadAsItselfOnly) {
   EXPECT_EQ(root["object"]["flag"].flag(), true) << "not the outer member of that name";
   EXPECT_TRUE(root["x"].isAbsent()) << "nor one that lies deeper";
   EXPECT_EQ(root["twice"].wholeNumber(), 1);
+  EXPECT_EQ(root["object"].members()->size(), 1U) << "nor the next one";
   EXPECT_EQ((*root["list"].list())[3].wholeNumber(), 5);
   for (const auto& [key, value] : members) {
     EXPECT_EQ(value.text().has_value(), key == "text");
@@ -55,7 +56,7 @@ TEST(JsonValue, EachShapeIsReadAsItselfOnly) {
 TEST(JsonValue, NumbersKeepTheirPrecisionAndCostOnlyThemselves) {
   using Case = std::pair<std::string, std::optional<std::int64_t>>;
   for (const auto& [number, whole] :
-       {Case("300.0", 300), Case("3e2", 300), Case("-0", 0), Case("300.5", {}),
+       {Case("300.0", 300), Case("3e2", 300), Case("3e+2", 300), Case("-0", 0), Case("300.5", {}),
         Case("9007199254740993", 9007199254740993), Case("9223372036854775807", INT64_MAX),
         Case("9223372036854775808", {}), Case("-9223372036854775808", INT64_MIN),
         Case("9.3e18", {}), Case("1e400", {}), Case("-1e99999999999999999999", {})}) {

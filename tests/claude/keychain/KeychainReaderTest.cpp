@@ -152,6 +152,7 @@ TEST(KeychainReader, RunsTheToolOnlyWhereTheSystemWillNotAsk) {
     EXPECT_EQ(runner.seen, outcome == "read" ? arguments : std::vector<std::string>()) << what;
   }
   EXPECT_EQ(Reader::preflightVerdict(0, false, {}, {}, {}).error().kind, Kind::notInstalled);
+  EXPECT_EQ(Reader::preflightVerdict(2, false, {}, {}, {}).error().kind, Kind::ambiguous);
   EXPECT_EQ(Reader::preflightVerdict(1, true, ACLDecision::trusted, "me", "a").error().payload,
             -25304);
 }
