@@ -70,11 +70,11 @@ constexpr PopoverColors dark{
     .focusRing = rgb(0x7FB0FF),
 };
 
-// Texts at their strongest, edges that show, and bars that do not rest on their colour alone.
+// Lesser texts at their strongest, edges that show, and bars that do not rest on their colour
+// alone.
 constexpr PopoverColors withContrast(PopoverColors colors, Color ink, Color secondary) noexcept {
   Color edge = ink;
   edge.opacity = 0.5;
-  colors.text = colors.controlText = ink;
   colors.neutralBadgeText = colors.warningBadgeText = ink;
   colors.secondary = secondary;
   colors.edge = colors.cardEdge = colors.separator = colors.controlEdge = edge;

@@ -1,9 +1,9 @@
 #include <gmock/gmock.h>
 
+#include "app/AppDelegate.h"
 #include "app/PopoverController.h"
-#include "app/StatusItemPicture.h"
-#include "app/StatusMenu.h"
 #include "claude/ClaudeTexts.h"
+#include "support/Desk.h"
 #include "support/FixedLocalTimeText.h"
 #include "support/FixedTextMeasurer.h"
 #include "support/PopoverText.h"
@@ -15,38 +15,8 @@ namespace {
 using Page = PopoverContent::Page;
 using Refresh = PopoverContent::Refresh;
 
-struct Window final : Popover {
-  void setContent(const PopoverContent& next) override {
-    content = next;
-    ++changes;
-  }
-  void open() override { isOpen = true; }
-  void close() override {
-    isOpen = false;
-    onClosed();
-  }
-  [[nodiscard]] bool isShown() const override { return isOpen; }
-  PopoverContent content;
-  int changes = 0;
-  bool isOpen = false;
-};
-
-struct Looks final : Appearance {
-  AppearanceSettings now;
-  [[nodiscard]] AppearanceSettings settings() const override { return now; }
-};
-
-struct Control final : ApplicationControl {
-  void showAbout(const AboutPanel& about) override { done += about.name; }
-  void quit() override { done += " quit"; }
-  void leaveRegardless(Seconds /*after*/) override {}
-  std::string done;
-};
-
 struct PopoverControllerTest : testing::Test, protected test::StoreFixture {
-  Window window;
-  Looks looks;
-  Control application;
+  test::Desk window;
   const test::FixedLocalTimeText times;
   std::unique_ptr<PopoverController> controller;
 
@@ -66,8 +36,8 @@ struct PopoverControllerTest : testing::Test, protected test::StoreFixture {
         std::make_unique<PopoverController>(PopoverController::Services{.store = *store,
                                                                         .loop = loop,
                                                                         .popover = window,
-                                                                        .appearance = looks,
-                                                                        .application = application,
+                                                                        .appearance = window,
+                                                                        .application = window,
                                                                         .localTime = times,
                                                                         .traits = traits});
   }
@@ -107,7 +77,7 @@ TEST_F(PopoverControllerTest, HandsOverWhatChangedAndOnlyWhileItIsOpen) {
   EXPECT_THAT(card(0), testing::StartsWith("Claude\n5h 42% solid"));
   controller->refresh();
   EXPECT_EQ(window.changes, 1) << "nothing changed";
-  looks.now = {.increaseContrast = true, .reduceMotion = true, .darkWindows = true};
+  window.looks = {.increaseContrast = true, .reduceMotion = true, .darkWindows = true};
   controller->refresh();
   EXPECT_EQ(window.content.theme, (MarigoldTheme{.scheme = MarigoldTheme::Scheme::dark,
                                                  .contrast = MarigoldTheme::Contrast::increased,
@@ -189,7 +159,7 @@ TEST_F(PopoverControllerTest, ControlsReachTheStoreAndTheApplication) {
   EXPECT_GT(std::ranges::count(codex->calls, "forget"), 0);
   use("about", 0);
   use("quit", 0);
-  EXPECT_EQ(application.done, "Marigold quit");
+  EXPECT_EQ(window.journal, (test::Desk::Journal{"activate", "popover", "Marigold", "quit"}));
   use("launchAtLogin", 1);
   EXPECT_EQ(loginItem.asked.back(), "register");
   use("launchAtLogin", 0);
@@ -197,10 +167,28 @@ TEST_F(PopoverControllerTest, ControlsReachTheStoreAndTheApplication) {
 }
 
 TEST_F(PopoverControllerTest, NoWordOfOneDesktopIsShownOnAnother) {
-  make({.texts = linuxTexts, .offersBarColors = true, .looksIn = {"~/login", "~/c", "~/g"}});
-  controller->open();
-  loginItem.now = LoginItem::Status::requiresApproval;
+  controller.reset();
+  EXPECT_FALSE(window.onClosed);
+  Updater updater;
   const test::FixedTextMeasurer measurer;
+  AppDelegate delegate(
+      {*store,
+       loop,
+       log,
+       attention,
+       window,
+       window,
+       window,
+       window,
+       updater,
+       times,
+       measurer,
+       surroundings,
+       42,
+       {.texts = linuxTexts, .offersBarColors = true, .looksIn = {"~", "~", "~"}}});
+  delegate.applicationDidFinishLaunching();
+  loginItem.now = LoginItem::Status::requiresApproval;
+  delegate.showPopover();
   std::vector<Health> states{Health::ok(),
                              Health::rateLimited({}),
                              Health::serverError({}),
@@ -219,25 +207,19 @@ TEST_F(PopoverControllerTest, NoWordOfOneDesktopIsShownOnAnother) {
       store->retryClaudeRead();
       settle();
       answer(health, latches);
-      controller->open();
-      StatusItemPicture picture(*store, times, measurer, linuxTexts, false);
-      const auto item = picture.redraw(looks.now, true, loop.date()).shown.value();
       std::string all = test::everyText(window.content);
+      const StatusItemContent& item = window.shown.back();
       all.append(item.tooltip).append(item.tooltipTitle).append(item.accessibilityValue);
-      const std::function<void(const std::vector<MenuItem>&)> read = [&](const auto& items) {
-        for (const MenuItem& entry : items) {
-          all.append(entry.title).append(" ").append(entry.tooltip).append("\n");
-          read(entry.items);
-        }
-      };
-      Updater updater;
-      read(worded(statusMenu(*store, updater, application, {}), linuxTexts));
+      for (const MenuItem& entry : window.item->onMenuRead(false)) {
+        all.append(entry.title).append(" ").append(entry.tooltip).append("\n");
+      }
       for (const char* word : {"Mac", "Keychain", "System Settings", "Apple", "notarized",
                                "in Terminal", "Login Items"}) {
         EXPECT_THAT(all, testing::Not(testing::HasSubstr(word)));
       }
-      EXPECT_THAT(all, testing::HasSubstr("credentials file"));
-      EXPECT_THAT(all, testing::HasSubstr("Open login settings"));
+      for (const char* word : {"credentials file", "Open login settings", "this computer for"}) {
+        EXPECT_THAT(all, testing::HasSubstr(word));
+      }
     }
   }
 }

@@ -33,6 +33,8 @@ TEST(PopoverShot, EveryTextIsTheDesktopsOwn) {
   const DesktopTexts other = [](std::string_view text) {
     return text.empty() ? text : std::string_view("x");
   };
+  const auto menu = worded({{.title = "a", .items = {{.title = "b"}}}}, other);
+  EXPECT_EQ(menu[0].title + menu[0].items[0].title, "xx");
   const PopoverContent shot = popoverShot(Mode::shotHeld, {}, other, true);
   EXPECT_THAT(
       test::told(shot.cards[0]),
