@@ -266,7 +266,8 @@ class DisclosureButton final : public QPushButton {
     speakAsExpander(*this);
     setCheckable(true);
     setAutoDefault(true);
-    setFont(interfaceFont(0.96));
+    setFont(interfaceFont(0.92));
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
     setFocusPolicy(Qt::StrongFocus);
     setAttribute(Qt::WA_Hover);
   }

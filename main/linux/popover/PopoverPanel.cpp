@@ -164,6 +164,7 @@ void PopoverPanel::build() {
   scroll_->setFocusPolicy(Qt::NoFocus);
   scroll_->viewport()->setAutoFillBackground(false);
   page_ = new QWidget;
+  page_->setMaximumWidth(scaled(panelWidth));  // whatever it would need
   auto* const pages = new QVBoxLayout(page_);
   pages->setContentsMargins(scaled(margin), 0, scaled(margin), scaled(margin - 1));
   cardsPage_ = new QWidget(page_);
