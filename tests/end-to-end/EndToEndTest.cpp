@@ -343,6 +343,8 @@ TEST_F(ClaudeEndToEnd, KeepsTheLoginFromEverybodyElse) {
       children += contentOf(thread.path() / "children");
     }
     EXPECT_THAT(contentOf(own + "/limits"), testing::ContainsRegex("Max core file size +0 +0 "));
+    EXPECT_THAT(contentOf(own + "/status"), testing::HasSubstr("SigIgn:\t0000000001001000"))
+        << "SIGPIPE and SIGXFSZ, and no SIGCHLD";
     for (const std::string& process : {own, "/proc/" + std::to_string(std::stoi(children))}) {
       EXPECT_THAT(contentOf(process + "/cmdline"), testing::StartsWith(executable));
       EXPECT_EQ(test::Canary::copiesIn(contentOf(process + "/cmdline")), 0U);
