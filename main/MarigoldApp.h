@@ -28,7 +28,7 @@
 #include "ports/PopoverContent.h"
 #include "ports/RandomSource.h"
 #include "ports/StatusItem.h"
-#include "ports/Updater.h"
+#include "ports/UpdaterController.h"
 
 namespace marigold {
 
@@ -49,7 +49,7 @@ struct Desktop {
   Appearance& appearance;
   ApplicationControl& application;
   LoginItem& loginItem;
-  Updater& updater;
+  UpdaterController& updater;
   const LocalTimeText& localTime;
   const TextMeasurer& textMeasurer;
   DesktopTexts texts = macTexts;

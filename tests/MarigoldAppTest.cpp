@@ -51,7 +51,7 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
   Popover popover;
   Appearance appearance;
   LoginItem loginItem;
-  Updater updater;
+  UpdaterController updater;
   const test::FixedLocalTimeText localTime;
   const test::FixedTextMeasurer measurer;
   std::thread([] {}).join();  // a sanitizer has one of its own from the first on

@@ -19,7 +19,7 @@
 #include "ports/Log.h"
 #include "ports/Popover.h"
 #include "ports/StatusItem.h"
-#include "ports/Updater.h"
+#include "ports/UpdaterController.h"
 
 namespace marigold {
 
@@ -37,7 +37,7 @@ class AppDelegate {
     Popover& popover;
     Appearance& appearance;
     ApplicationControl& application;
-    Updater& updater;
+    UpdaterController& updater;
     const LocalTimeText& localTime;
     const TextMeasurer& textMeasurer;
     const Surroundings& surroundings;

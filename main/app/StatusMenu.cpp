@@ -109,7 +109,7 @@ MenuItem claudeToggle(UsageStore& store) {
 
 }  // namespace
 
-std::vector<MenuItem> statusMenu(UsageStore& store, Updater& updater,
+std::vector<MenuItem> statusMenu(UsageStore& store, UpdaterController& updater,
                                  ApplicationControl& application, Work open) {
   const Preferences& chosen = store.preferences();
   Items items;

@@ -53,7 +53,7 @@ int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
   LinuxApplicationControl application;
   std::error_code ignored;
   LinuxLoginItem loginItem(surroundings, std::filesystem::read_symlink(ownProgram, ignored));
-  Updater updater;
+  UpdaterController updater;
   const Face face = hasDisplay ? desktopFace(loop, sessionBus, defaults, surroundings.isDevBuild())
                                : textFace(loop);
   MarigoldApp app({.surroundings = surroundings,

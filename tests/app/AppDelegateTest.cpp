@@ -25,7 +25,7 @@ using Button = StatusItemClick::Button;
 class AppDelegateTest : public testing::Test, protected test::StoreFixture {
  protected:
   test::Desk desk;
-  Updater updater;
+  UpdaterController updater;
   test::FixedLocalTimeText times;
   test::FixedTextMeasurer measurer;
   std::unique_ptr<AppDelegate> delegate;

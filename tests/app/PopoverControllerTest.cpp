@@ -169,7 +169,7 @@ TEST_F(PopoverControllerTest, ControlsReachTheStoreAndTheApplication) {
 TEST_F(PopoverControllerTest, NoWordOfOneDesktopIsShownOnAnother) {
   controller.reset();
   EXPECT_FALSE(window.onClosed);
-  Updater updater;
+  UpdaterController updater;
   const test::FixedTextMeasurer measurer;
   AppDelegate delegate(
       {*store,

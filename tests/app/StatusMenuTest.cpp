@@ -14,7 +14,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-struct Asked final : Updater, ApplicationControl {
+struct Asked final : UpdaterController, ApplicationControl {
   [[nodiscard]] bool canCheckForUpdates() const override { return canCheck; }
   void checkForUpdates() override { asked.emplace_back("check"); }
   void showAbout(const AboutPanel& about) override {

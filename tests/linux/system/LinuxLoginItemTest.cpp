@@ -32,7 +32,7 @@ class LinuxLoginItemTest : public testing::Test {
   [[nodiscard]] bool isOn() const { return item().status() == LoginItem::Status::enabled; }
   // Why it failed, less the path.
   [[nodiscard]] std::string told(const Outcome& outcome) const {
-    std::string text = outcome ? "done" : outcome.error();
+    const std::string text = outcome ? "done" : outcome.error();
     return text.starts_with(path) ? text.substr(path.size()) : text;
   }
 

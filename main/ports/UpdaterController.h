@@ -5,7 +5,7 @@
 namespace marigold {
 
 /// Software updates. This base stands in where the package manager does them.
-class Updater : public Pinned {
+class UpdaterController : public Pinned {
  public:
   [[nodiscard]] virtual bool canCheckForUpdates() const { return false; }
   virtual void checkForUpdates() {}
