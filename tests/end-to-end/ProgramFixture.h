@@ -61,7 +61,7 @@ class ProgramFixture : public testing::Test {
       {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"}};
   std::string executable = MARIGOLD_PROGRAM;
   // As it may be started by who knows whom.
-  std::vector<std::string> wrapper{"/usr/bin/env", "--ignore-signal=CHLD",
+  std::vector<std::string> wrapper{"/usr/bin/env", "--ignore-signal=CHLD,HUP",
                                    "--block-signal=ALRM,TERM,CHLD"};
 
   [[nodiscard]] ChildProcess start(std::vector<std::string> arguments = {}) const {
