@@ -203,11 +203,6 @@ class TextBlock final : public BlockWidget {
     label_->showText(text.text);
   }
 
-  void recolor() override {
-    label_->recolor();
-    update();
-  }
-
   [[nodiscard]] double gapAbove() const override { return 10; }
 
  protected:
@@ -316,13 +311,6 @@ class DisclosureBlock final : public BlockWidget {
     button_->setText(QString::fromStdString(shown_.title));
     button_->setAccessibleName(button_->text());
     open();
-  }
-
-  void recolor() override {
-    for (TextLabel* const paragraph : paragraphs_) {
-      paragraph->recolor();
-    }
-    update();
   }
 
   [[nodiscard]] double gapAbove() const override { return 4; }

@@ -20,8 +20,6 @@ class BlockWidget : public QWidget {
 
   /// Shows `block`; what stays the same in it is neither painted again nor loses its selection.
   virtual void take(const CardBlock& block) = 0;
-  /// Takes the colours of the look as they are now.
-  virtual void recolor() { update(); }
   /// Above it, in points, below a block that is not a title.
   [[nodiscard]] virtual double gapAbove() const = 0;
   /// Below it at the end of a card.

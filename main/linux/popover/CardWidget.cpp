@@ -81,15 +81,6 @@ void CardWidget::take(const ProviderCard& card) {
   placeHeader();
 }
 
-void CardWidget::recolor() {
-  plan_->recolor();
-  badge_->recolor();
-  for (const Block& block : blocks_) {
-    block.widget->recolor();
-  }
-  update();
-}
-
 void CardWidget::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
   paintPanel(painter, QRectF(rect()), scaledExactly(MarigoldTheme::cardRadius), look_.colors().card,

@@ -20,8 +20,6 @@ class CardWidget final : public QWidget {
 
   /// Shows `card`. Widgets stay for blocks that are the same or at least of the same kind.
   void take(const ProviderCard& card);
-  /// Takes the colours of the look as they are now.
-  void recolor();
 
  protected:
   void paintEvent(QPaintEvent* event) override;

@@ -15,7 +15,7 @@
 #include "linux/popover/CardWidget.h"
 #include "linux/popover/Controls.h"
 #include "linux/popover/SettingsPage.h"
-#include "linux/popover/Spoken.h"
+#include "linux/popover/TextLabel.h"
 #include "linux/system/QtPainter.h"
 
 namespace marigold {
@@ -205,10 +205,10 @@ void PopoverPanel::take(const PopoverContent& content) {
   }
   header_->take(content_);
   if (repaint) {
-    for (CardWidget* const card : cards_) {
-      card->recolor();
-    }
     for (QWidget* const widget : findChildren<QWidget*>()) {
+      if (auto* const label = dynamic_cast<TextLabel*>(widget)) {
+        label->recolor();
+      }
       widget->update();
     }
     update();
