@@ -245,6 +245,10 @@ TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
     loop.advance(Seconds{1});
     EXPECT_EQ(saved, remembered);
   }
+  StatusItemContent wider = redContent();
+  wider.mark.size.width += 10;
+  strip->setContent(wider);
+  EXPECT_EQ(strip->pos(), QPoint(500, 300));
   strip.reset();
   EXPECT_EQ(makeStrip()->pos(), QPoint(500, 300));
 }
@@ -266,6 +270,7 @@ TEST_F(DesktopTest, EachScreenHasTheRoomThatPanelsLeaveOfIt) {
            {{0, 0, 30, 0, 0, 0, 0, 0, 0, 639}, {0, 30, 640, 770}, right},
            {{0, 0, 0, 40, 0, 0, 0, 0, 0, 0, 640, 1279}, left, {640, 0, 640, 760}},
            {{50, 60, 0, 0, 0, 799, 0, 799}, {50, 0, 590, 800}, {640, 0, 580, 800}},
+           {{0, 0, 450, 0, 0, 0, 0, 0, 0, 639}, left, right},
            {{690, 0, 0, 0, 0, 799}, left, {690, 0, 590, 800}}}) {
     xcb_change_property(x11, XCB_PROP_MODE_REPLACE, static_cast<std::uint32_t>(panel->winId()),
                         strut->atom, XCB_ATOM_CARDINAL, 32, 12, values.data());
