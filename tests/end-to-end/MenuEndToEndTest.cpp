@@ -67,8 +67,10 @@ class MenuEndToEnd : public test::ProgramFixture {
   bool labelBecomes(const char* text) {
     return eventually([&] { return label() == text; });
   }
-  [[nodiscard]] bool stored(const char* text) const {
-    std::ifstream file(home.path() + "/.config/app.marigold.Marigold/preferences.json");
+  [[nodiscard]] bool stored(
+      const std::string& text,
+      const std::string& name = "app.marigold.Marigold/preferences.json") const {
+    std::ifstream file(home.path() + "/.config/" + name);
     return std::string(std::istreambuf_iterator<char>(file), {}).find(text) != std::string::npos;
   }
 
@@ -88,9 +90,13 @@ class MenuEndToEnd : public test::ProgramFixture {
 };
 
 TEST_F(MenuEndToEnd, EachCommandDoesWhatItSays) {
+  const std::string autostart = "autostart/app.marigold.Marigold.desktop";
+  home.write(".config/" + autostart, "[Desktop Entry]\nExec=/where/it/was\n");
   test::ChildProcess program = start();
   ASSERT_TRUE(eventually([this] { return !host->item.isEmpty(); }));
   ASSERT_TRUE(labelBecomes("42% | 37%")) << label().toStdString();
+  EXPECT_TRUE(stored("Exec=\"" + executable + "\"", autostart))
+      << "as long as it launches at login";
   struct Row {
     const char* chosen = "";
     const char* label = "";
