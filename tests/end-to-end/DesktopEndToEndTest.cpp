@@ -376,6 +376,13 @@ TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndWaybarShowsTheWideMark) {
                            .toStringList()
                            .value(0)
                            .section('/', 0, 0);
+  QDBusMessage icons = QDBusMessage::createMethodCall(item, "/StatusNotifierItem",
+                                                      "org.freedesktop.DBus.Properties", "Get");
+  icons << "org.kde.StatusNotifierItem" << "IconPixmap";
+  const auto offered = qdbus_cast<QList<DBusPixmap>>(
+      session.call(icons).arguments().value(0).value<QDBusVariant>().variant());
+  EXPECT_EQ(offered.size(), 1) << "Waybar takes the largest";
+  EXPECT_EQ(offered.value(0).height, 20);
   std::vector<QSize> windows;
   for (const char* const click : {"Activate", "ContextMenu"}) {
     QDBusMessage call = QDBusMessage::createMethodCall(item, "/StatusNotifierItem",
