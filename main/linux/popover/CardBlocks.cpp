@@ -74,7 +74,7 @@ class RowBlock final : public BlockWidget {
   }
 
   void take(const CardBlock& block) override {
-    const CardRow& row = std::get<CardRow>(block);
+    const auto& row = std::get<CardRow>(block);
     if (row == row_) {
       return;
     }
@@ -146,9 +146,8 @@ class RowBlock final : public BlockWidget {
     painter.setBrush(toQt(colors.track));
     painter.drawRoundedRect(whole, radius, radius);
     const double unit = scaledExactly(1);
-    const double length =
-        row_.bar.fill ? unit * barFillLength(row_.bar.percent, whole.width() / unit) : 0;
-    if (length > 0) {
+    const double length = unit * barFillLength(row_.bar.percent, whole.width() / unit);
+    if (row_.bar.fill && length > 0) {
       QRectF filled = whole;
       if (isRightToLeft()) {
         filled.setLeft(whole.right() - length);
@@ -190,7 +189,7 @@ class TextBlock final : public BlockWidget {
   }
 
   void take(const CardBlock& block) override {
-    const CardText& text = std::get<CardText>(block);
+    const auto& text = std::get<CardText>(block);
     if (text.tone != tone_) {
       tone_ = text.tone;
       label_->setStyle(style(text));

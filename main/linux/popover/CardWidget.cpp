@@ -53,6 +53,7 @@ void CardWidget::take(const ProviderCard& card) {
 
   // The widgets that have shown the same, then those that have shown the like, then new ones.
   std::vector<Block> blocks;
+  blocks.reserve(card.blocks.size());
   for (const CardBlock& block : card.blocks) {
     blocks.push_back({.shown = block, .widget = takeWidget([&](const CardBlock& shown) {
                                         return shown == block;

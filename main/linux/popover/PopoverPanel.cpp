@@ -326,12 +326,12 @@ void PopoverPanel::orderFocus() {
   }
 }
 
-void PopoverPanel::refresh() {
+void PopoverPanel::refresh() const {
   const Handler refresh = content_.refreshNow;
   refresh();
 }
 
-void PopoverPanel::showPage(Page page) {
+void PopoverPanel::showPage(Page page) const {
   const Handler show = content_.showPage;
   show(static_cast<int>(page));
 }

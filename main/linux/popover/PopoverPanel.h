@@ -55,8 +55,8 @@ class PopoverPanel final : public QWidget {
   void takeCards();
   void orderFocus();
   void placeScrollBar();
-  void refresh();
-  void showPage(PopoverContent::Page page);
+  void refresh() const;
+  void showPage(PopoverContent::Page page) const;
 
   Look look_;
   PopoverContent content_;

@@ -92,12 +92,12 @@ class MenuControl final : public SettingsControl {
 /// Segments or swatches.
 class OptionsControl final : public SettingsControl {
  public:
-  OptionsControl(bool swatches, const Look& look, QWidget& parent, const Use& use)
+  OptionsControl(bool swatches, const Look& look, QWidget& parent, Use use)
       : SettingsControl(&parent),
         look_(look),
         swatches_(swatches),
         group_(new QButtonGroup(this)),
-        use_(use) {
+        use_(std::move(use)) {
     speakAs(*this, QAccessible::Grouping);
     auto& layout = line(*this);
     const int margin = swatches ? 0 : scaled(1);

@@ -93,9 +93,9 @@ SettingsRowWidget::SettingsRowWidget(const SettingsRow& row, int depth, const Lo
       control_(makeSettingsControl(row, look, *this, [this](int choice) {
         const auto* const button = std::get_if<SettingsButton>(&row_.control);
         if (button != nullptr && button->confirmation) {
-          ask();
+          ask(*button->confirmation);
         } else {
-          use(choice);
+          this->use(choice);
         }
       })) {
   take(row);
@@ -290,13 +290,13 @@ void SettingsRowWidget::place() {
   }
 }
 
-void SettingsRowWidget::use(int choice) {
+void SettingsRowWidget::use(int choice) const {
   const Handler use = row_.use;  // which may end this
   use(choice);
 }
 
-void SettingsRowWidget::ask() {
-  question_ = new Question(*std::get<SettingsButton>(row_.control).confirmation, look_, *this);
+void SettingsRowWidget::ask(const Confirmation& confirmation) {
+  question_ = new Question(confirmation, look_, *this);
   control_->hide();
   question_->show();  // what is hidden has no height
   updateGeometry();

@@ -56,8 +56,8 @@ class SettingsRowWidget final : public QWidget {
 
   [[nodiscard]] Arrangement arrange(int width) const;
   void place();
-  void use(int choice);
-  void ask();
+  void use(int choice) const;
+  void ask(const Confirmation& confirmation);
   void endQuestion();
 
   const Look& look_;

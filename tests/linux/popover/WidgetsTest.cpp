@@ -292,11 +292,12 @@ TEST_F(WidgetsTest, TheKeyboardReachesAllOfTheSettings) {
   PopoverWindow popover(loop, nowhere);
   std::vector<std::string> used;
   PopoverContent content;
-  const auto row = [&](std::string title, auto control, std::vector<SettingsRow> details = {}) {
+  const auto row = [&](const std::string& title, auto control,
+                       const std::vector<SettingsRow>& details = {}) {
     return SettingsRow{.key = title,
                        .title = title,
                        .control = control,
-                       .details = std::move(details),
+                       .details = details,
                        .use = Handler([&used, title](int choice) {
                          used.push_back(title + ' ' + std::to_string(choice));
                        })};
