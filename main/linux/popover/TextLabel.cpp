@@ -55,12 +55,10 @@ void TextLabel::setStyle(Style style) {
 }
 
 void TextLabel::showText(const std::string& text) {
-  if (text != text_ || this->text().isEmpty()) {
-    text_ = text;
-    const QString whole = QString::fromStdString(text);
-    setText(wordWrap() ? withBreaks(whole) : whole);
-    setAccessibleName(this->text() == whole ? QString() : whole);
-  }
+  text_ = text;
+  const QString whole = QString::fromStdString(text);
+  setText(wordWrap() ? withBreaks(whole) : whole);
+  setAccessibleName(this->text() == whole ? QString() : whole);
   setVisible(!text.empty());
   setToolTip(isShortened() ? plainToolTip(text_) : QString());
 }

@@ -351,14 +351,15 @@ TEST_F(WidgetsTest, TheKeyboardReachesAllOfTheSettings) {
       press(Qt::Key_Left);
     } else if (qobject_cast<QComboBox*>(&station) != nullptr) {
       press(Qt::Key_Down);
+      press(Qt::Key_R, Qt::ControlModifier, "\x12");
     } else {
       press(Qt::Key_Space, {}, " ");
     }
   }
   EXPECT_EQ(way, "Claude: details|Claude|Codex: details|Codex|Window|a|b|c|Clear|Yes|");
   EXPECT_EQ(std::exchange(used, {}),
-            (std::vector<std::string>{"Claude 0", "Codex 1", "Window 1", "Menu 1", "Style 0",
-                                      "Color 1", "Data 0"}));
+            (std::vector<std::string>{"Claude 0", "Codex 1", "Window 1", "Menu 1", "refresh",
+                                      "Style 0", "Color 1", "Data 0"}));
   named<QPushButton>("Clear").click();
   press(Qt::Key_Escape);
   EXPECT_TRUE(named<QPushButton>("Clear").hasFocus()) << "asked no more";
