@@ -63,7 +63,9 @@ int timerfd_create(clockid_t clock, int flags) noexcept {
   return clockDescriptor = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
 }
 
-int setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept {
+// By its symbol: the library's own declaration names a parameter as only it may.
+int setAlarm(int which, const itimerval* value, itimerval* old) noexcept __asm__("setitimer");
+int setAlarm(int which, const itimerval* value, itimerval* old) noexcept {
   return hangs ? static_cast<int>(::syscall(SYS_setitimer, which, value, old)) : 0;
 }
 
