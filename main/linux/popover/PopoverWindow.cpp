@@ -1,5 +1,6 @@
 #include "linux/popover/PopoverWindow.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 
@@ -171,9 +172,24 @@ class PopoverWindow::Window final : public QWidget {
     watchEnds_ = loop_.callAt(clickTold_, [this] { buttons_.reset(); });
   }
 
-  // As large as what it shows, as far as the screen goes, at the place that suits the size.
+  // As large as what it shows, as far as the screen goes, at the place that suits the size. While
+  // it is open it keeps its upper right corner, or the lower one where it stands above the item.
   void fit() {
-    const QRect place = openingAt(item_, panel_->sizeHint());
+    const QSize wanted = panel_->sizeHint();
+    QRect place = openingAt(item_, wanted);
+    if (isVisible()) {
+      constexpr int margin = 8;
+      const QRect before = geometry();
+      const QRect room = workArea(before.center()).adjusted(0, margin, 0, -margin);
+      const bool above = item_.area && before.bottom() < item_.area->top();
+      const int most = above ? before.bottom() - room.top() : room.bottom() - before.top();
+      place.setSize({wanted.width(), std::min(wanted.height(), std::max(most + 1, 1))});
+      if (above) {
+        place.moveBottomRight(before.bottomRight());
+      } else {
+        place.moveTopRight(before.topRight());
+      }
+    }
     setFixedSize(place.size());
     move(place.topLeft());
   }
