@@ -6,9 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "MarigoldApp.h"
-#include "app/TextForm.h"
+#include "support/Desk.h"
 #include "support/FixedLocalTimeText.h"
 #include "support/FixedTextMeasurer.h"
+#include "support/PopoverText.h"
 #include "support/StoreFixture.h"
 
 namespace marigold {
@@ -47,16 +48,16 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
     }
     std::vector<std::string>& ends;
   } application(ends);
-  TextStatusBar statusBar([](const std::string&) {});
-  Popover popover;
-  Appearance appearance;
+  test::Desk desk;
   LoginItem loginItem;
   UpdaterController updater;
   const test::FixedLocalTimeText localTime;
   const test::FixedTextMeasurer measurer;
   std::thread([] {}).join();  // a sanitizer has one of its own from the first on
   const std::ptrdiff_t before = threads();
-  MarigoldApp app({.surroundings = {.home = home.path(), .bundleIdentifier = "app"},
+  MarigoldApp app({.surroundings = {.home = home.path(),
+                                    .bundleIdentifier = "app",
+                                    .environment = {{"GROK_HOME", home.path() + "-grok"}}},
                    .loop = loop,
                    .log = log,
                    .defaults = defaults,
@@ -70,9 +71,9 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
                      ends.emplace_back("login");
                      return std::unexpected(KeychainReadError{});
                    },
-                   .statusBar = statusBar,
-                   .popover = popover,
-                   .appearance = appearance,
+                   .statusBar = desk,
+                   .popover = desk,
+                   .appearance = desk,
                    .application = application,
                    .loginItem = loginItem,
                    .updater = updater,
@@ -81,10 +82,25 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
   app.launch();
   reading.get_future().wait();
   EXPECT_EQ(threads(), before + 3) << "a worker for each provider";
+  desk.item->onClick({});
+  const auto& cards = desk.content.cards;
+  const auto told = [&] {
+    loop.advance(Seconds{1});  // Claude's login is waited for until patience ends
+    return test::told(cards.at(1)) + "\n" + test::told(cards.at(2));
+  };
+  const std::string looked =
+      "Codex\nCodex not detected\n- Looks in ~/.codex/sessions\n"
+      "Grok\nGrok not detected\n- Looks in " +
+      home.path() + "-grok/logs";
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (told() != looked && std::chrono::steady_clock::now() < limit) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(told(), looked);
   app.terminate();
   EXPECT_EQ(ends, (std::vector<std::string>{"at the latest in 0.500000", "request", "login"}));
   EXPECT_EQ(threads(), before);
-  EXPECT_FALSE(popover.onClosed);
+  EXPECT_FALSE(desk.onClosed);
   loop.post([&] { ends.clear(); });
   loop.settle();
   EXPECT_EQ(ends.size(), 3U) << "the loop is closed";
