@@ -306,7 +306,7 @@ std::vector<QSize> floatingWindows(const QJsonObject& node) {
     found.push_back(size("rect"));
   }
   for (const char* const below : {"nodes", "floating_nodes"}) {
-    for (const QJsonValue& each : node[below].toArray()) {
+    for (const auto& each : node[below].toArray()) {
       std::ranges::copy(floatingWindows(each.toObject()), std::back_inserter(found));
     }
   }
@@ -362,7 +362,7 @@ TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndWaybarShowsTheWideMark) {
   };
   EXPECT_TRUE(eventually([&] { return columns() > 25; })) << "gauge and text, not a square";
 
-  QDBusConnection session =
+  const QDBusConnection session =
       QDBusConnection::connectToBus(environment["DBUS_SESSION_BUS_ADDRESS"].c_str(), "bar");
   const QString watcher = "org.kde.StatusNotifierWatcher";
   QDBusMessage items = QDBusMessage::createMethodCall(watcher, "/StatusNotifierWatcher",

@@ -206,10 +206,10 @@ void PopoverPanel::take(const PopoverContent& content) {
   header_->take(content_);
   if (repaint) {
     for (QWidget* const widget : findChildren<QWidget*>()) {
+      widget->update();
       if (auto* const label = dynamic_cast<TextLabel*>(widget)) {
         label->recolor();
       }
-      widget->update();
     }
     update();
   }

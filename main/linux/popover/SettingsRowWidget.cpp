@@ -91,12 +91,13 @@ SettingsRowWidget::SettingsRowWidget(const SettingsRow& row, int depth, const Lo
       row_(row),
       depth_(depth),
       control_(makeSettingsControl(row, look, *this, [this](int choice) {
-        const auto* const button = std::get_if<SettingsButton>(&row_.control);
-        if (button != nullptr && button->confirmation) {
-          ask(*button->confirmation);
-        } else {
-          this->use(choice);
+        if (std::holds_alternative<SettingsButton>(row_.control)) {
+          if (const auto& confirmation = std::get<SettingsButton>(row_.control).confirmation) {
+            ask(*confirmation);
+            return;
+          }
         }
+        use(choice);
       })) {
   take(row);
 }
