@@ -112,14 +112,9 @@ TEST_F(MenuBarContentTest, AsksForTheNextMomentThatLooksDifferent) {
     const auto times = menuRepaintTimes(resolveMenuBar(bar, chosen, now), cards, now);
     return next(times.countdowns, times.resets);
   };
-  for (const auto& [age, older] : std::vector<std::pair<double, double>>{{0, 90},
-                                                                         {89, 1},
-                                                                         {90, 30},
-                                                                         {299, 1},
-                                                                         {3599, 1},
-                                                                         {3600, 3600},
-                                                                         {86399, 1},
-                                                                         {86400, 86400}}) {
+  using Row = std::pair<double, double>;
+  for (const auto& [age, older] : {Row{0, 90}, Row{89, 1}, Row{90, 30}, Row{299, 1}, Row{3599, 1},
+                                   Row{3600, 3600}, Row{86399, 1}, Row{86400, 86400}}) {
     const ProviderSnapshot unlimited{.windows = {{.label = "5h"}}, .capturedAt = in(-age)};
     EXPECT_EQ(nextOf({unlimited}, {}), older + 0.25) << age;
     EXPECT_EQ(nextOf({}, {unlimited}), older + 0.25) << age;

@@ -185,17 +185,13 @@ TEST(MenuBarSlots, ATooltipNamesTheColour) {
 }
 
 TEST(MenuBarSlots, CountdownsTruncateAndSaturate) {
+  using Row = std::tuple<double, std::string, std::string>;
   for (const auto& [seconds, token, text] :
-       std::vector<std::tuple<double, std::string, std::string>>{
-           {0, "", "window reset, no new reading yet"},
-           {std::nan(""), "", "window reset, no new reading yet"},
-           {0.5, "1m", "resets in 1m"},
-           {3599, "59m", "resets in 59m"},
-           {3600, "1h00m", "resets in 1h 0m"},
-           {4200, "1h10m", "resets in 1h 10m"},
-           {86400, "1d00h", "resets Sat 13:13"},
-           {14400 * 60, "10d", "resets Mon 13:13"},
-           {1e300, "2912280d", "resets Fri 23:59"}}) {
+       {Row{0, "", "window reset, no new reading yet"},
+        Row{std::nan(""), "", "window reset, no new reading yet"}, Row{0.5, "1m", "resets in 1m"},
+        Row{3599, "59m", "resets in 59m"}, Row{3600, "1h00m", "resets in 1h 0m"},
+        Row{4200, "1h10m", "resets in 1h 10m"}, Row{86400, "1d00h", "resets Sat 13:13"},
+        Row{14400 * 60, "10d", "resets Mon 13:13"}, Row{1e300, "2912280d", "resets Fri 23:59"}}) {
     EXPECT_EQ(menuResetToken(now + Seconds{seconds}, now).value_or(""), token) << seconds;
     EXPECT_EQ(windowResetText(now + Seconds{seconds}, now, localTime), text) << seconds;
   }

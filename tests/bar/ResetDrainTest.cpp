@@ -17,14 +17,12 @@ TEST(ResetDrain, DrainsWhatResetWithinAMinuteAndWasNotReadAgain) {
     return menuResetDrains({{"codex|5h", before}}, after, now) == MenuDrains{{"codex|5h", 80}};
   };
   const MenuSlotMemo reset{.mode = Mode::normal, .percent = 80, .resetsAt = in(-1)};
+  using Row = std::tuple<Mode, std::optional<Date>, bool>;
   for (const auto& [mode, resetsAt, expected] :
-       std::vector<std::tuple<Mode, std::optional<Date>, bool>>{{Mode::normal, now, true},
-                                                                {Mode::normal, in(-59), true},
-                                                                {Mode::normal, in(-60), false},
-                                                                {Mode::normal, in(1), false},
-                                                                {Mode::normal, {}, false},
-                                                                {Mode::hollow, in(-1), false},
-                                                                {Mode::stale, in(-1), false}}) {
+       {Row{Mode::normal, now, true}, Row{Mode::normal, in(-59), true},
+        Row{Mode::normal, in(-60), false}, Row{Mode::normal, in(1), false},
+        Row{Mode::normal, {}, false}, Row{Mode::hollow, in(-1), false},
+        Row{Mode::stale, in(-1), false}}) {
     const MenuSlotMemo before{.mode = mode, .percent = 80, .resetsAt = resetsAt};
     EXPECT_EQ(drains(before, {{"codex|5h", {}}}), expected) << static_cast<int>(mode);
   }

@@ -16,14 +16,11 @@ const Date start = dateFromEpoch(1e9);
 
 TEST(ClaudePacing, PollsFasterOnlyOnFreshEvidenceOfARise) {
   // The first reading, the second and when it is taken, the time, the interval then.
+  using Row = std::array<double, 5>;
   for (const auto& [first, second, taken, now, interval] :
-       std::initializer_list<std::array<double, 5>>{{10, 12, 60, 60, 450},
-                                                    {10, 12, 60, 1860, 450},
-                                                    {10, 12, 60, 1861, 900},
-                                                    {12, 10, 60, 60, 900},
-                                                    {10, 10, 60, 60, 900},
-                                                    {10, 12, 60, 59, 900},
-                                                    {10, 12, 0, 60, 900}}) {
+       {Row{10, 12, 60, 60, 450}, Row{10, 12, 60, 1860, 450}, Row{10, 12, 60, 1861, 900},
+        Row{12, 10, 60, 60, 900}, Row{10, 10, 60, 60, 900}, Row{10, 12, 60, 59, 900},
+        Row{10, 12, 0, 60, 900}}) {
     ClaudeCadenceTracker tracker;
     tracker.observe(ClaudeCadenceSample{.percent = first, .capturedAt = start});
     tracker.observe(ClaudeCadenceSample{.percent = second, .capturedAt = start + Seconds{taken}});

@@ -61,16 +61,10 @@ TEST(CodexRecords, ABadFieldCostsThatFieldOnly) {
 }
 
 TEST(CodexRecords, WindowsAreNamedByTheirLengthAndPlansByTheirType) {
-  for (const auto& [minutes, name] : {std::pair(300, "5h"),
-                                      {10080, "Weekly"},
-                                      {20160, "14d"},
-                                      {1440, "1d"},
-                                      {59, "59m"},
-                                      {-7, "1m"},
-                                      {60, "1h"},
-                                      {1500, "25h"},
-                                      {90, "1h30m"},
-                                      {1441, "24h1m"}}) {
+  using Row = std::pair<int, const char*>;
+  for (const auto& [minutes, name] :
+       {Row{300, "5h"}, Row{10080, "Weekly"}, Row{20160, "14d"}, Row{1440, "1d"}, Row{59, "59m"},
+        Row{-7, "1m"}, Row{60, "1h"}, Row{1500, "25h"}, Row{90, "1h30m"}, Row{1441, "24h1m"}}) {
     EXPECT_EQ(codexWindowLabel(minutes), name);
   }
   EXPECT_EQ(codexPlanLabel("ProLite"), "Pro Lite");

@@ -137,16 +137,13 @@ TEST(Preferences, WhatOthersStoreIsTakenOver) {
   preferences.onChange = [&] { told += 'c'; };
   preferences.onClaudeSwitched = [&] { told += preferences.claudeTurnedOff() ? "off " : "on "; };
   const std::string before = choices(preferences);
+  using Row = std::pair<DefaultsChange, std::string>;
   for (const auto& [change, expected] :
-       std::vector<std::pair<DefaultsChange, std::string>>{{{"claudeTurnedOff", true}, "off c"},
-                                                           {{"claudeTurnedOff", {}}, "on c"},
-                                                           {{"unknown", true}, ""},
-                                                           {{"accent.grok", "pink"}, "c"},
-                                                           {{"accent.grok", "no color"}, "c"},
-                                                           {{"percentWindows.codex", "both"}, "c"},
-                                                           {{"percentScope.codex", "gauge"}, "c"},
-                                                           {{"providerOrder", "grok"}, "c"},
-                                                           {{"providerOrder", {}}, "c"}}) {
+       {Row{{"claudeTurnedOff", true}, "off c"}, Row{{"claudeTurnedOff", {}}, "on c"},
+        Row{{"unknown", true}, ""}, Row{{"accent.grok", "pink"}, "c"},
+        Row{{"accent.grok", "no color"}, "c"}, Row{{"percentWindows.codex", "both"}, "c"},
+        Row{{"percentScope.codex", "gauge"}, "c"}, Row{{"providerOrder", "grok"}, "c"},
+        Row{{"providerOrder", {}}, "c"}}) {
     told.clear();
     defaults.changeByOthers({change});
     EXPECT_EQ(told, expected) << change.first;

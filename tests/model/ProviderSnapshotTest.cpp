@@ -111,16 +111,11 @@ TEST(ProviderSnapshot, IsRestoredAsStaleAndColouredUpToADay) {
 
 TEST(ReadingAge, CountsWholeUnitsAndIsCurrentBelowFiveMinutes) {
   using Limits = std::numeric_limits<double>;
-  for (const auto& [seconds, phrase] : {std::pair(-5.0, "just now"),
-                                        {Limits::quiet_NaN(), "just now"},
-                                        {89.9, "just now"},
-                                        {90, "1m ago"},
-                                        {299.9, "4m ago"},
-                                        {300, "5m ago"},
-                                        {3599, "59m ago"},
-                                        {3600, "1h ago"},
-                                        {86399, "23h ago"},
-                                        {86400, "1d ago"}}) {
+  using Row = std::pair<double, const char*>;
+  for (const auto& [seconds, phrase] :
+       {Row{-5, "just now"}, Row{Limits::quiet_NaN(), "just now"}, Row{89.9, "just now"},
+        Row{90, "1m ago"}, Row{299.9, "4m ago"}, Row{300, "5m ago"}, Row{3599, "59m ago"},
+        Row{3600, "1h ago"}, Row{86399, "23h ago"}, Row{86400, "1d ago"}}) {
     const double age = seconds > 0 ? seconds : 0;
     EXPECT_EQ(readingAge(seconds), (ReadingAge{age, phrase, age < 300}));
   }

@@ -21,16 +21,14 @@ TEST(Publication, AnOlderReadingReplacesANewerOneOnlyWhereThatSaysNothingAnyMore
   };
   const ProviderSnapshot older = reading(-6, {60});
   // What stands, what comes, whether that is taken.
-  for (const auto& [standing, fresh, isTaken] : {std::tuple(reading(-5, {60}), older, false),
-                                                 {older, reading(-6, {70}), true},
-                                                 {older, reading(-5, {60}), true},
-                                                 {reading(0, {60}), older, false},
-                                                 {reading(1, {60}), older, true},  // the future
-                                                 {reading(-5, {}), older, true},
-                                                 {reading(-5, {60}), reading(-6, {}), true},
-                                                 {reading(-5, {0, -1}), older, true},
-                                                 {reading(-5, {-1, 1}), older, false},
-                                                 {reading(-5, {-1, never}), older, false}}) {
+  using Row = std::tuple<ProviderSnapshot, ProviderSnapshot, bool>;
+  for (const auto& [standing, fresh, isTaken] :
+       {Row{reading(-5, {60}), older, false}, Row{older, reading(-6, {70}), true},
+        Row{older, reading(-5, {60}), true}, Row{reading(0, {60}), older, false},
+        Row{reading(1, {60}), older, true},  // the future
+        Row{reading(-5, {}), older, true}, Row{reading(-5, {60}), reading(-6, {}), true},
+        Row{reading(-5, {0, -1}), older, true}, Row{reading(-5, {-1, 1}), older, false},
+        Row{reading(-5, {-1, never}), older, false}}) {
     for (const bool takesBack : {false, true}) {
       for (const auto order : {Publication::Order::byCapture, Publication::Order::byArrival}) {
         Publication publication(order);
