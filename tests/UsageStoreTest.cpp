@@ -1,6 +1,7 @@
 #include <array>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -100,24 +101,6 @@ TEST_F(UsageStoreTest, ChoosesClaudesIntervalByCadence) {
   store->refreshNow();
   EXPECT_EQ(claude.polls.back(), Seconds{0});
   EXPECT_TRUE(store->refreshInFlight());
-}
-
-TEST_F(UsageStoreTest, AnAnswerThatWaitedForAnotherProviderUndoesNothingNewer) {
-  store->start();
-  settle();  // Codex has answered and waits for Claude
-  codex->answer = [](Date now) { return reading(ProviderID::codex, 11, now); };
-  streams.deliver(sessions, modified());
-  settle();
-  EXPECT_EQ(usage(ProviderID::codex), 11);
-  claudeSays(5);
-  EXPECT_EQ(usage(ProviderID::codex), 11);
-
-  store->refreshOnUserAttention();
-  claudeSays(6);  // waits for Codex
-  store->retryClaudeRead();
-  claudeSays(7);
-  settle();
-  EXPECT_EQ(usage(ProviderID::claude), 7);
 }
 
 TEST_F(UsageStoreTest, AReadThatHangsHoldsUpNobody) {
@@ -244,53 +227,40 @@ TEST_F(UsageStoreTest, TurningClaudeOffDropsWhatIsOutAndStaysOff) {
 
 TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
   using enum LoginItem::Status;
-  struct Row {
-    LoginItem::Status now;
-    bool on;
-    std::string refusal;
-    LoginItem::Status registered;
-    bool launches;
-    std::string error;
-    Calls asked;
-    Calls logged;
-  };
-  const std::vector<Row> rows{
-      {notRegistered, true, "", enabled, true, "", {"register"}, {}},
-      {notRegistered, true, "", requiresApproval, false, "", {"register", "settings"}, {}},
-      {notRegistered,
-       true,
-       "no room",
-       enabled,
-       false,
-       "Could not turn on launch at login: no room",
-       {"register"},
-       {"Marigold: SMAppService register failed: no room"}},
-      {enabled,
-       false,
-       "no way",
-       enabled,
-       true,
-       "Could not turn off launch at login: no way",
-       {"unregister"},
-       {"Marigold: SMAppService unregister failed: no way"}},
-      {enabled, false, "", enabled, false, "", {"unregister"}, {}}};
-  for (const auto& row : rows) {
-    loginItem.now = row.now;
-    loginItem.refusal = row.refusal;
-    loginItem.registered = row.registered;
+  // The status before and once registered, what is wanted, why it is refused; the status after,
+  // what was asked of the system, the error told.
+  using Row = std::tuple<LoginItem::Status, LoginItem::Status, bool, std::string, LoginItem::Status,
+                         std::string, std::string>;
+  for (const auto& [before, registered, on, refusal, after, asked, error] :
+       {Row(notRegistered, enabled, true, "", enabled, "register ", ""),
+        Row(notRegistered, requiresApproval, true, "", requiresApproval, "register settings ", ""),
+        Row(notRegistered, enabled, true, "no room", notRegistered, "register ",
+            "Could not turn on launch at login: no room"),
+        Row(enabled, enabled, false, "no way", enabled, "unregister ",
+            "Could not turn off launch at login: no way"),
+        Row(enabled, enabled, false, "", notRegistered, "unregister ", "")}) {
+    loginItem.now = before;
+    loginItem.refusal = refusal;
+    loginItem.registered = registered;
     settle();
     loginItem.asked.clear();
     log.lines.clear();
     notified = 0;
-    store->setLaunchAtLogin(row.on);
+    store->setLaunchAtLogin(on);
     settle();
     store->refreshLoginItemStatus();
     settle();
-    EXPECT_EQ(store->launchAtLogin(), row.launches);
-    EXPECT_EQ(store->launchAtLoginRequiresApproval(), loginItem.now == requiresApproval);
-    EXPECT_EQ(store->launchAtLoginError().value_or(""), row.error);
-    EXPECT_EQ(loginItem.asked, row.asked);
-    EXPECT_EQ(log.lines, row.logged);
+    EXPECT_EQ(store->launchAtLogin(), after == enabled);
+    EXPECT_EQ(store->launchAtLoginRequiresApproval(), after == requiresApproval);
+    EXPECT_EQ(store->launchAtLoginError().value_or(""), error);
+    std::string calls;
+    for (const std::string& call : loginItem.asked) {
+      calls += call + " ";
+    }
+    EXPECT_EQ(calls, asked);
+    EXPECT_EQ(log.lines, error.empty()
+                             ? Calls()
+                             : Calls{"Marigold: SMAppService " + asked + "failed: " + refusal});
     EXPECT_EQ(notified, 1);
   }
   // At the start: nothing is turned on, and what cannot be renewed stays as it is.
@@ -405,8 +375,8 @@ TEST_P(PublicationRules, HoldWhereverBetweenTwoSuspensionsSomethingFalls) {
       continue;
     }
     EXPECT_TRUE(ran || store->engineRuns()) << "published after shutdown";
-    for (const std::size_t file : {1U, 2U}) {
-      EXPECT_TRUE(!before[file] || after[file]->capturedAt >= before[file]->capturedAt);
+    for (const std::size_t each : {0U, 1U, 2U}) {
+      EXPECT_TRUE(!before[each] || after[each]->capturedAt >= before[each]->capturedAt);
     }
     if (before[0] != after[0] && after[0]->isUsable()) {
       EXPECT_EQ(after[0]->extraNote, std::to_string(era));

@@ -32,14 +32,8 @@ struct PopoverControllerTest : testing::Test, protected test::StoreFixture {
   }
   void make(const PopoverTraits& traits) {
     controller.reset();
-    controller =
-        std::make_unique<PopoverController>(PopoverController::Services{.store = *store,
-                                                                        .loop = loop,
-                                                                        .popover = window,
-                                                                        .appearance = window,
-                                                                        .application = window,
-                                                                        .localTime = times,
-                                                                        .traits = traits});
+    controller = std::make_unique<PopoverController>(
+        PopoverController::Services{*store, loop, window, window, window, times, traits});
   }
   void answer(const Health& health, bool latches = false) {
     claude.latched = latches;
@@ -171,21 +165,10 @@ TEST_F(PopoverControllerTest, NoWordOfOneDesktopIsShownOnAnother) {
   EXPECT_FALSE(window.onClosed);
   UpdaterController updater;
   const test::FixedTextMeasurer measurer;
-  AppDelegate delegate(
-      {*store,
-       loop,
-       log,
-       attention,
-       window,
-       window,
-       window,
-       window,
-       updater,
-       times,
-       measurer,
-       surroundings,
-       42,
-       {.texts = linuxTexts, .offersBarColors = true, .looksIn = {"~", "~", "~"}}});
+  const PopoverTraits traits{
+      .texts = linuxTexts, .offersBarColors = true, .looksIn = {"~", "~", "~"}};
+  AppDelegate delegate({*store, loop, log, attention, window, window, window, window, updater,
+                        times, measurer, surroundings, 42, traits});
   delegate.applicationDidFinishLaunching();
   loginItem.now = LoginItem::Status::requiresApproval;
   delegate.showPopover();
