@@ -76,11 +76,12 @@ TEST(BoundedProcessRun, EndsWithWhateverChild) {
               told)
         << script;
   }
-  Command quick = shell("printf secret; printf more >&2; exit 44");
-  quick.grace = Seconds{5};  // which is not used up: its streams end with it
+  Command quick = shell(
+      "trap 'printf more >&2; exit 44' TERM; head -c 1001 /dev/zero; sleep 3 >&- 2>&- & wait");
+  quick.grace = Seconds{5};  // of which it takes what it needs; its streams end with it
   EXPECT_EQ(execute(std::move(quick)).description(),
-            "SecretCommandResult(status: 44, stdoutBytes: 6 <redacted>, stderrBytes: 4, timedOut: "
-            "false, overflowed: false, launchFailed: false)");
+            "SecretCommandResult(status: 44, stdoutBytes: 0 <redacted>, stderrBytes: 4, timedOut: "
+            "false, overflowed: true, launchFailed: false)");
 }
 
 TEST(BoundedProcessRun, AChildGetsNothingButWhatItIsGiven) {
