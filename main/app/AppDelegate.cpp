@@ -60,6 +60,7 @@ void AppDelegate::setUpStatusItem() {
     }
     return menuItems();
   };
+  statusItem_->onGroundChange = [this] { refreshStatusItem(); };
   s_.appearance.onChange = [this] { refresh(); };
 }
 
@@ -103,8 +104,11 @@ void AppDelegate::refreshStatusItem() {
   if (!statusItem_) {
     return;
   }
-  const auto [shown, next] =
-      picture_.redraw(s_.appearance.settings(), popover_.isShown(), s_.loop.date());
+  AppearanceSettings looks = s_.appearance.settings();
+  if (looks.darkMenuBar == DarkMenuBar::unknown) {
+    looks.darkMenuBar = statusItem_->ownGround();
+  }
+  const auto [shown, next] = picture_.redraw(looks, popover_.isShown(), s_.loop.date());
   if (shown) {
     statusItem_->show(*shown);
   }

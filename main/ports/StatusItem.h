@@ -45,6 +45,12 @@ class StatusItem : public Pinned {
   /// Asked for the menu's current items when a desktop that shows the menu by itself reads it;
   /// `opening` when the user is about to see it.
   std::function<std::vector<MenuItem>(bool opening)> onMenuRead;
+  /// Called after `ownGround` changed.
+  std::function<void()> onGroundChange;
+
+  /// The ground that the item paints below its mark where nothing else tells of the bar's; unknown
+  /// while it is in a bar that is not its own.
+  [[nodiscard]] virtual DarkMenuBar ownGround() const { return DarkMenuBar::unknown; }
 
   /// The bar may show the menu on any click, so that the popover must be reached from there, too.
   [[nodiscard]] virtual bool menuOnAnyClick() const { return false; }

@@ -123,6 +123,10 @@ TEST_F(AppDelegateTest, EveryChoiceAndLookReachesTheMark) {
     EXPECT_EQ(last().darkMenuBar, mark.darkMenuBar);
   };
   expectMark();
+  desk.item->ground = mark.darkMenuBar = DarkMenuBar::yes;
+  mark.textColor = menuBarLabelColor(DarkMenuBar::yes, false);
+  desk.item->onGroundChange();
+  expectMark();
   chosen.setRingColors(RingColorMode::byWindow);
   chosen.setMenuWindow(id, MenuBarWindowKind::weekly);
   chosen.setPercentScope(id, MenuBarTextScope::weekly);

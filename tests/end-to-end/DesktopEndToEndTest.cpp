@@ -112,7 +112,11 @@ class DesktopEndToEnd : public test::ProgramFixture {
   bool labelBecomes(const char* text) {
     return eventually([&] { return host->itemProperties()["XAyatanaLabel"] == text; });
   }
-  [[nodiscard]] bool stripIsShown() const { return screen->count(green, {500, 0, 300, 50}) > 5; }
+  // With the track that gauges have on the strip's dark ground.
+  [[nodiscard]] bool stripIsShown() const {
+    const QRect corner(500, 0, 300, 50);
+    return screen->count(green, corner) > 5 && screen->count(qRgb(78, 78, 80), corner) > 5;
+  }
   // The popover or a menu, by what covers the black ground between the bars at the edges.
   [[nodiscard]] bool popoverIsShown() const {
     return screen->count(qRgb(0, 0, 0), {0, 60, 800, 480}) < 800 * 480 - 2000;

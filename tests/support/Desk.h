@@ -19,9 +19,11 @@ struct Desk final : StatusBar, Popover, Appearance, ApplicationControl {
     explicit Item(Desk& owner) : desk(owner) {}
     void show(const StatusItemContent& next) override { desk.shown.push_back(next); }
     [[nodiscard]] bool menuOnAnyClick() const override { return opensOnAnyClick; }
+    [[nodiscard]] DarkMenuBar ownGround() const override { return ground; }
     void openMenu(std::vector<MenuItem> /*items*/) override { desk.journal.emplace_back("menu"); }
     Desk& desk;
     bool opensOnAnyClick = true;
+    DarkMenuBar ground = DarkMenuBar::unknown;
   };
   std::unique_ptr<StatusItem> makeItem() override {
     auto made = refusals-- > 0 ? nullptr : std::make_unique<Item>(*this);

@@ -57,6 +57,10 @@ class LinuxStatusItem final : public StatusItem {
   // As GNOME's extension does.
   [[nodiscard]] bool menuOnAnyClick() const override { return true; }
 
+  [[nodiscard]] DarkMenuBar ownGround() const override {
+    return strip_ ? DarkMenuBar::yes : DarkMenuBar::unknown;
+  }
+
   void show(const StatusItemContent& content) override {
     const StatusItemContent before = std::exchange(content_, content);
     if (content.square != before.square || content.mark != before.mark) {
@@ -78,6 +82,7 @@ class LinuxStatusItem final : public StatusItem {
       tray_.reset();
       strip_.reset();
       offerImages();  // this host may show them otherwise than the last
+      tellGround();
       return;
     }
     takeOver_ = loop_.callAfter(hostPatience, [this] {
@@ -101,8 +106,15 @@ class LinuxStatusItem final : public StatusItem {
           strip_->onClick = [this](const auto& click, const auto& area) { tell(click, area); };
         }
       }
+      tellGround();
       fill();
     });
+  }
+
+  void tellGround() const {
+    if (onGroundChange) {
+      onGroundChange();
+    }
   }
 
   void offerImages() {
@@ -123,7 +135,7 @@ class LinuxStatusItem final : public StatusItem {
       tray_->setContent(content_);
     }
     if (strip_) {
-      strip_->setDark(content_.darkMenuBar != DarkMenuBar::no);
+      strip_->setDark(content_.darkMenuBar == DarkMenuBar::yes);
       strip_->setContent(content_);
       strip_->show();
     }
