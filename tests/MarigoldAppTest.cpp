@@ -7,8 +7,7 @@
 
 #include "MarigoldApp.h"
 #include "support/Desk.h"
-#include "support/FixedLocalTimeText.h"
-#include "support/FixedTextMeasurer.h"
+#include "support/FixedText.h"
 #include "support/PopoverText.h"
 #include "support/StoreFixture.h"
 

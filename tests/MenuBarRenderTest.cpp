@@ -8,7 +8,7 @@
 #include "GaugeView.h"
 #include "MenuBarRender.h"
 #include "bar/Palette.h"
-#include "support/FixedTextMeasurer.h"
+#include "support/FixedText.h"
 
 namespace marigold {
 namespace {

@@ -4,7 +4,7 @@
 #include "bar/Palette.h"
 #include "claude/ClaudeTexts.h"
 #include "popover/EmptyState.h"
-#include "support/FixedLocalTimeText.h"
+#include "support/FixedText.h"
 #include "support/PopoverText.h"
 
 namespace marigold {

@@ -10,8 +10,7 @@
 #include "app/AppDelegate.h"
 #include "bar/Palette.h"
 #include "support/Desk.h"
-#include "support/FixedLocalTimeText.h"
-#include "support/FixedTextMeasurer.h"
+#include "support/FixedText.h"
 #include "support/StoreFixture.h"
 
 namespace marigold {

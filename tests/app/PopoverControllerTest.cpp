@@ -4,8 +4,7 @@
 #include "app/PopoverController.h"
 #include "claude/ClaudeTexts.h"
 #include "support/Desk.h"
-#include "support/FixedLocalTimeText.h"
-#include "support/FixedTextMeasurer.h"
+#include "support/FixedText.h"
 #include "support/PopoverText.h"
 #include "support/StoreFixture.h"
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "bar/MenuBarContent.h"
-#include "support/FixedLocalTimeText.h"
+#include "support/FixedText.h"
 #include "support/MemoryDefaults.h"
 
 namespace marigold {

@@ -7,7 +7,7 @@
 
 #include "bar/MenuBarSegments.h"
 #include "bar/MenuBarWindows.h"
-#include "support/FixedLocalTimeText.h"
+#include "support/FixedText.h"
 
 namespace marigold {
 namespace {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -10,9 +8,9 @@
 #include <vector>
 
 #include <QtCore/QCoreApplication>
+#include <QtCore/QDateTime>
 #include <gtest/gtest.h>
 
-#include "base/Time.h"
 #include "support/ChildProcess.h"
 #include "support/Eventually.h"
 #include "support/TemporaryDirectory.h"
@@ -22,12 +20,9 @@ namespace marigold::test {
 /// A token-count line written now, to the millisecond like the real tool's. Both windows reset in
 /// four days.
 inline std::string tokenCount(double fiveHour, double weekly) {
-  const Date now = std::chrono::system_clock::now();
-  const double seconds = now.time_since_epoch().count();
-  std::string stamp = isoText(now);
-  stamp.insert(stamp.size() - 1,
-               std::to_string(seconds - std::floor(seconds)).substr(1, 4));  // ".123" before "Z"
-  const auto reset = std::to_string(static_cast<long long>(seconds + 4 * 86400));
+  const QDateTime now = QDateTime::currentDateTimeUtc();
+  const std::string stamp = now.toString(Qt::ISODateWithMs).toStdString();
+  const std::string reset = std::to_string(now.addDays(4).toSecsSinceEpoch());
   return R"({"timestamp":")" + stamp +
          R"(","type":"event_msg","payload":{"type":"token_count","rate_limits":{"primary":{)" +
          R"("used_percent":)" + std::to_string(fiveHour) + R"(,"window_minutes":300,"resets_at":)" +
@@ -60,6 +55,7 @@ class ProgramFixture : public testing::Test {
       {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"},
       {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"}};
   std::string executable = MARIGOLD_PROGRAM;
+  const std::string preferences = ".config/app.marigold.Marigold/preferences.json";
   // As it may be started by who knows whom.
   std::vector<std::string> wrapper{"/usr/bin/env", "--ignore-signal=CHLD,HUP",
                                    "--block-signal=ALRM,TERM,CHLD"};

@@ -104,20 +104,19 @@ class Visit {
   SSL* tls_;
 };
 
+struct ServerManner {
+  int newestVersion = TLS1_3_VERSION;
+  bool asProxy = false;  ///< is asked to connect first, and then plays the host itself
+  std::string_view asProxySays = "200 Connected";
+};
+
 /// A TLS server on loopback, one client after the other on a thread of its own. The process must
 /// ignore SIGPIPE, and clients must go away before this does.
 class TLSServer {
  public:
   using Script = std::function<void(Visit&)>;
-  struct Manner {
-    int newestVersion = TLS1_3_VERSION;
-    bool asProxy = false;  ///< is asked to connect first, and then plays the host itself
-    std::string_view asProxySays = "200 Connected";
-  };
 
-  TLSServer(Identity identity, Script script)
-      : TLSServer(std::move(identity), std::move(script), {}) {}
-  TLSServer(Identity identity, Script script, Manner manner)
+  TLSServer(Identity identity, Script script, ServerManner manner = {})
       : identity_(std::move(identity)), script_(std::move(script)), manner_(manner) {
     SSL_CTX* const context = context_.get();
     // The oldest protocols need algorithms that no level of security admits any more.
@@ -190,7 +189,7 @@ class TLSServer {
 
   Identity identity_;
   Script script_;
-  Manner manner_;
+  ServerManner manner_;
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_{SSL_CTX_new(TLS_server_method()),
                                                              SSL_CTX_free};
   SilentPort listening_;

@@ -178,14 +178,5 @@ TEST_F(LinuxAppearanceTest, ABarThatDecidesByItselfGoesFirst) {
   expect(dark, false, false, true);  // as applications are
 }
 
-TEST(LinuxAppearance, IsOrdinaryWithoutBusAndDisplay) {
-  int argc = 0;
-  const QCoreApplication application(argc, nullptr);
-  LinuxEventLoop loop;
-  BusLink bus(loop, "unix:path=/nowhere", true);
-  const LinuxAppearance appearance(bus);
-  EXPECT_EQ(appearance.settings(), AppearanceSettings{});
-}
-
 }  // namespace
 }  // namespace marigold
