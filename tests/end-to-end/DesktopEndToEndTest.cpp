@@ -96,7 +96,7 @@ class DesktopEndToEnd : public test::ProgramFixture {
     environment["DISPLAY"] = ":" + xserver_.outputLine("").value_or("");
     environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address;
     screen.emplace(environment["DISPLAY"]);
-    home.write(".config/app.marigold.Marigold/preferences.json",
+    home.write(preferences,
                R"({"perProviderMigrated": true, "menubar.claude": false, "menubar.grok": false})");
     codexSays(37, 12);
   }
@@ -207,22 +207,31 @@ TEST_F(DesktopEndToEnd, HostsComeAndGo) {
   EXPECT_EQ(program->end(), "0");
 }
 
+// The first word of what an object answers.
+QVariant ask(const QDBusConnection& bus, const QString& service, const QString& path,
+             const QString& interface, const QString& method, const QVariantList& words = {}) {
+  QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, method);
+  call.setArguments(words);
+  return bus.call(call, QDBus::Block, 2000).arguments().value(0);
+}
+QVariant property(const QDBusConnection& bus, const QString& service, const QString& path,
+                  const QString& interface, const QString& name) {
+  return ask(bus, service, path, "org.freedesktop.DBus.Properties", "Get", {interface, name})
+      .value<QDBusVariant>()
+      .variant();
+}
+
 // The tree of assistive technologies as text, name and description of each object below `path` of
 // the application at `service`.
 std::string spokenTree(const QDBusConnection& bus, const QString& service, const QString& path) {
   const QString interface = "org.a11y.atspi.Accessible";
-  const auto ask = [&](const QString& from, const QString& method, const QVariantList& words = {}) {
-    QDBusMessage call = QDBusMessage::createMethodCall(service, path, from, method);
-    call.setArguments(words);
-    return bus.call(call, QDBus::Block, 2000).arguments().value(0);
-  };
   std::string text;
-  for (const char* property : {"Name", "Description"}) {
-    const QVariant value = ask("org.freedesktop.DBus.Properties", "Get", {interface, property});
-    text += "|" + value.value<QDBusVariant>().variant().toString().toStdString();
+  for (const char* name : {"Name", "Description"}) {
+    text += "|" + property(bus, service, path, interface, name).toString().toStdString();
   }
   using Child = std::pair<QString, QDBusObjectPath>;
-  for (const auto& [owner, child] : qdbus_cast<QList<Child>>(ask(interface, "GetChildren"))) {
+  for (const auto& [owner, child] :
+       qdbus_cast<QList<Child>>(ask(bus, service, path, interface, "GetChildren"))) {
     text += "\n" + spokenTree(bus, owner, child.path());
   }
   return text;
@@ -231,14 +240,9 @@ std::string spokenTree(const QDBusConnection& bus, const QString& service, const
 TEST_F(DesktopEndToEnd, TheStripSpeaks) {
   environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1";
   const ChildProcess launcher = run({MARIGOLD_AT_SPI_BUS_LAUNCHER, "--launch-immediately"});
-  QDBusConnection session = bus.connect("session");
+  const QDBusConnection session = bus.connect("session");
   const auto address = [&] {
-    return session
-        .call(QDBusMessage::createMethodCall("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus",
-                                             "GetAddress"))
-        .arguments()
-        .value(0)
-        .toString();
+    return ask(session, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress").toString();
   };
   ASSERT_TRUE(eventually([&] { return address().startsWith("unix:"); }));
   startProgram();
@@ -366,32 +370,21 @@ TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndWaybarShowsTheWideMark) {
   };
   EXPECT_TRUE(eventually([&] { return columns() > 25; })) << "gauge and text, not a square";
 
-  const QDBusConnection session =
-      QDBusConnection::connectToBus(environment["DBUS_SESSION_BUS_ADDRESS"].c_str(), "bar");
+  const QDBusConnection session = bus.connect("bar");
   const QString watcher = "org.kde.StatusNotifierWatcher";
-  QDBusMessage items = QDBusMessage::createMethodCall(watcher, "/StatusNotifierWatcher",
-                                                      "org.freedesktop.DBus.Properties", "Get");
-  items << watcher << "RegisteredStatusNotifierItems";
-  const QString item = session.call(items)
-                           .arguments()
-                           .value(0)
-                           .value<QDBusVariant>()
-                           .variant()
-                           .toStringList()
-                           .value(0)
-                           .section('/', 0, 0);
-  QDBusMessage icons = QDBusMessage::createMethodCall(item, "/StatusNotifierItem",
-                                                      "org.freedesktop.DBus.Properties", "Get");
-  icons << "org.kde.StatusNotifierItem" << "IconPixmap";
-  const auto offered = qdbus_cast<QList<DBusPixmap>>(
-      session.call(icons).arguments().value(0).value<QDBusVariant>().variant());
+  const QStringList items =
+      property(session, watcher, "/StatusNotifierWatcher", watcher, "RegisteredStatusNotifierItems")
+          .toStringList();
+  const QString item = items.value(0).section('/', 0, 0);
+  const QString path = "/StatusNotifierItem";
+  const QString interface = "org.kde.StatusNotifierItem";
+  const auto offered =
+      qdbus_cast<QList<DBusPixmap>>(property(session, item, path, interface, "IconPixmap"));
   EXPECT_EQ(offered.size(), 1) << "Waybar takes the largest";
   EXPECT_EQ(offered.value(0).height, 20);
   std::vector<QSize> windows;
   for (const char* const click : {"Activate", "ContextMenu"}) {
-    QDBusMessage call = QDBusMessage::createMethodCall(item, "/StatusNotifierItem",
-                                                       "org.kde.StatusNotifierItem", click);
-    session.call(call << 0 << 0);
+    (void)ask(session, item, path, interface, click, {0, 0});
     const std::vector<QSize> before = windows;
     EXPECT_TRUE(eventually([&] {
       const std::string tree = run({MARIGOLD_SWAYMSG, "-t", "get_tree"}).finish().first;

@@ -8,7 +8,6 @@
 #include <future>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <semaphore>
 #include <string>
@@ -22,11 +21,10 @@
 #include <sys/prctl.h>
 
 #include "base/Time.h"
-#include "end-to-end/ProgramFixture.h"
+#include "end-to-end/ClaudeFixture.h"
 #include "support/Canary.h"
 #include "support/OrdinaryUser.h"
 #include "support/PrivateBus.h"
-#include "support/TLSServer.h"
 
 namespace marigold {
 namespace {
@@ -35,10 +33,7 @@ using test::append;
 using test::ChildProcess;
 namespace fs = std::filesystem;
 
-class EndToEnd : public test::ProgramFixture {
- protected:
-  std::string preferences = ".config/app.marigold.Marigold/preferences.json";
-};
+using EndToEnd = test::ProgramFixture;
 
 TEST_F(EndToEnd, FollowsCodexAcrossItsLifeAndItsOwn) {
   {
@@ -206,59 +201,7 @@ TEST_F(EndToEnd, SaysHowOldAReadingIsWhenTheClockIsSet) {
   EXPECT_EQ(running.end(), "0");
 }
 
-// The program beside a helper that believes the tests' own authority and finds the tests' server
-// where Anthropic's would be.
-class ClaudeEndToEnd : public EndToEnd {
- protected:
-  ClaudeEndToEnd() {
-    (void)std::signal(SIGPIPE, SIG_IGN);
-    executable = put(MARIGOLD_PROGRAM, "marigold");
-    put(MARIGOLD_TEST_REQUEST, "marigold-request");
-    home.write("bin/authority.pem", authority.text());
-    home.write("bin/connect-to", "api.anthropic.com:443:" + server.address());
-    environment["CLAUDE_CONFIG_DIR"] = home.path() + "/claude";
-    home.write("claude/.credentials.json",
-               R"({"claudeAiOauth":{"accessToken":"the-token","subscriptionType":"max"}})");
-    fs::permissions(home.path() + "/claude/.credentials.json", fs::perms{0600});
-    says([](test::Visit& visit) { visit.say(answer("200 OK", "42")); });
-  }
-
-  // Not a link, through which the program would find its own place.
-  std::string put(const char* file, const std::string& name) const {
-    const std::string path = home.path() + "/bin/" + name;
-    fs::create_directories(home.path() + "/bin");
-    std::error_code otherDevice;
-    fs::create_hard_link(file, path, otherDevice);
-    if (otherDevice) {
-      fs::copy_file(file, path);
-    }
-    return path;
-  }
-  void says(test::TLSServer::Script next) {
-    const std::lock_guard lock(mutex_);
-    script_ = std::move(next);
-  }
-  static std::string answer(const std::string& status, const std::string& percent) {
-    const std::string body = R"({"five_hour":{"utilization":)" + percent + "}}";
-    return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) +
-           "\r\n\r\n" + body;
-  }
-
-  test::Authority authority;
-
- private:
-  std::mutex mutex_;
-  test::TLSServer::Script script_;  // guarded by it; both outlive the server
-
- protected:
-  test::TLSServer::Script script = [this](test::Visit& visit) {
-    std::unique_lock lock(mutex_);
-    const auto say = script_;
-    lock.unlock();
-    say(visit);
-  };
-  test::TLSServer server{authority.issue("api.anthropic.com"), script};
-};
+using ClaudeEndToEnd = test::ClaudeFixture;
 
 TEST_F(ClaudeEndToEnd, AsksThroughTheProxyWithTheLoginAndTellsWhyThereIsNothingNewer) {
   const test::TLSServer proxy(authority.issue("api.anthropic.com"), script, {.asProxy = true});
