@@ -1,7 +1,7 @@
 #include <benchmark/benchmark.h>
 
 #include "bar/MenuBarSegments.h"
-#include "support/FixedLocalTimeText.h"
+#include "support/FixedText.h"
 
 namespace marigold::bench {
 namespace {
