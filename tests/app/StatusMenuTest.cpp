@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -41,11 +40,9 @@ class StatusMenuTest : public testing::Test, protected test::StoreFixture {
     claude.replyAll(test::reading(ProviderID::claude, 42, loop.date()));
     settle();
   }
-  std::vector<MenuItem> menu(const Work& open = {}) {
-    return statusMenu(*store, asked, asked, open);
-  }
+  using Listed = std::vector<std::pair<std::string, Work>>;
   // A line for each item: its mark, how far it is in, the title and what it explains.
-  static void list(const std::vector<MenuItem>& items, const std::string& under, Lines& lines) {
+  static void list(const std::vector<MenuItem>& items, const std::string& under, Listed& lines) {
     using enum MenuItem::Kind;
     for (const MenuItem& item : items) {
       std::string line = under + std::string(2 * static_cast<std::size_t>(item.indent), ' ');
@@ -57,38 +54,31 @@ class StatusMenuTest : public testing::Test, protected test::StoreFixture {
       line += item.kind == separator ? "-" : item.title;
       line += item.enabled ? "" : " (off)";
       line += item.tooltip.empty() ? "" : ": " + item.tooltip;
-      lines.push_back(line);
+      lines.emplace_back(line, item.action);
       list(item.items, under + item.title + " > ", lines);
     }
   }
-  Lines lines() {
-    Lines all;
-    list(menu(), "", all);
+  Listed listed() {
+    Listed all;
+    list(statusMenu(*store, asked, asked, {}), "", all);
     return all;
   }
   // Chooses the item of that line and gives the lines that are new then.
   Lines choose(const std::string& line) {
-    const Lines before = lines();
-    std::vector<const MenuItem*> flat;
-    const auto items = menu();
-    const auto collect = [&](const auto& self, const std::vector<MenuItem>& level) -> void {
-      for (const MenuItem& item : level) {
-        flat.push_back(&item);
-        self(self, item.items);
-      }
-    };
-    collect(collect, items);
-    for (std::size_t i = 0; i < flat.size(); ++i) {
-      if (before[i].starts_with(line)) {
-        flat[i]->action();
-        settle();
-        const std::set<std::string> known(before.begin(), before.end());
-        Lines now = lines();
-        std::erase_if(now, [&](const std::string& each) { return known.contains(each); });
-        return now;
+    const Listed before = listed();
+    const auto chosen = std::ranges::find_if(
+        before, [&](const auto& each) { return each.first.starts_with(line); });
+    if (chosen != before.end()) {
+      chosen->second();
+    }
+    settle();
+    Lines changes;
+    for (const auto& [now, action] : listed()) {
+      if (std::ranges::find(before, now, &Listed::value_type::first) == before.end()) {
+        changes.push_back(now);
       }
     }
-    return {"no such item"};
+    return changes;
   }
 
   Asked asked;
@@ -98,18 +88,9 @@ class StatusMenuTest : public testing::Test, protected test::StoreFixture {
       "over.";
   const std::string byUsage =
       "Colors by Usage: Green, amber or red by how much of the limit is used, or the provider's "
-      "own "
-      "color.";
+      "own color.";
   const std::string labels =
       "Window Labels: Name each window, 5h or wk, ahead of its percentage and timer.";
-  const std::string turnOff =
-      "Turn Off Claude Usage: Stop reading your Claude login and forget Claude's cached usage "
-      "numbers. Codex and Grok are not affected.";
-  const std::string clear =
-      "Clear Stored Usage Data: Forget the usage numbers cached on this Mac for every provider: "
-      "Claude, Codex and Grok. Your Claude login is never stored on disk, so there is nothing of "
-      "it "
-      "to clear.";
 };
 
 TEST_F(StatusMenuTest, ListsWhatCanBeChosen) {
@@ -119,7 +100,7 @@ TEST_F(StatusMenuTest, ListsWhatCanBeChosen) {
   store->preferences().moveProvider(ProviderID::codex, true);
   // A line for each item of the menu itself, its choices behind it.
   std::string all;
-  for (const std::string& line : lines()) {
+  for (const auto& [line, action] : listed()) {
     const auto behind = line.find(" > ");
     const bool isChoice = behind != std::string::npos || line.starts_with("  ");
     all += (isChoice ? "" : "\n") + line.substr(behind == std::string::npos ? 0 : behind);
@@ -139,8 +120,8 @@ Menu Bar Style > (o) Rings > ( ) Pills
 Check for Updates… (off)
 About Marigold
 -
-)" + turnOff + "\n" + clear +
-                     R"(
+Turn Off Claude Usage: Stop reading your Claude login and forget Claude's cached usage numbers. Codex and Grok are not affected.
+Clear Stored Usage Data: Forget the usage numbers cached on this Mac for every provider: Claude, Codex and Grok. Your Claude login is never stored on disk, so there is nothing of it to clear.
 -
 Quit Marigold)");
 }

@@ -192,26 +192,24 @@ TEST(GrokProvider, TheNewerOfTwoReadingsWins) {
 TEST_F(GrokProviderTest, AnExhaustionHoldsUntilItIsOver) {
   const auto spent = [](double time) { return exhaustionLine(time, "rolling 1-hour window"); };
   const std::string filler(400, '\n');
-  const char* back = ", taken back";
   enum class Log : std::uint8_t { isNew, grows, goes };
   // What becomes of the log, when it is read next, what is answered.
   const std::vector<std::tuple<Log, std::string, double, std::string>> steps = {
       {Log::isNew, billingLine("15", 10) + spent(20), 30, "1h 100 @20, ok"},
       {Log::goes, "", 40, "1h 100 @20, Grok not running"},
       {Log::isNew, "\n", 3619, "1h 100 @20, ok"},  // rotated
-      {Log::grows, "", 3620, "Weekly 15 @10, ok" + std::string(back)},
+      {Log::grows, "", 3620, "Weekly 15 @10, ok, taken back"},
       {Log::grows, exhaustionLine(3750), 3760, "Quota 100 @3750, ok"},
       {Log::isNew, filler, 3770, "Quota 100 @3750, ok"},
-      {Log::grows, doneLine(3780), 3790, "Weekly 15 @10, ok" + std::string(back)},
-      {Log::isNew, "\n", 3795, "Weekly 15 @10, ok" + std::string(back)},
+      {Log::grows, doneLine(3780), 3790, "Weekly 15 @10, ok, taken back"},
+      {Log::isNew, "\n", 3795, "Weekly 15 @10, ok, taken back"},
       {Log::isNew, spent(3800), 3810, "1h 100 @3800, ok"},
-      {Log::grows, spent(3790), 3815, "1h 100 @3790, ok" + std::string(back)},  // a clock set back
-      {Log::grows, doneLine(3780), 3820, "Weekly 15 @10, ok" + std::string(back)},
+      {Log::grows, spent(3790), 3815, "1h 100 @3790, ok, taken back"},  // a clock set back
+      {Log::grows, doneLine(3780), 3820, "Weekly 15 @10, ok, taken back"},
       {Log::isNew, spent(3830), 3840, "1h 100 @3830, ok"},
-      {Log::isNew, doneLine(3850), 3860, "Weekly 15 @10, ok" + std::string(back)},  // in its place
+      {Log::isNew, doneLine(3850), 3860, "Weekly 15 @10, ok, taken back"},  // in its place
       {Log::isNew, spent(3870), 3880, "1h 100 @3870, ok"},
-      {Log::isNew, filler + billingLine("16", 3860), 3890,
-       "Weekly 16 @3860, ok" + std::string(back)},
+      {Log::isNew, filler + billingLine("16", 3860), 3890, "Weekly 16 @3860, ok, taken back"},
       {Log::isNew, spent(3900), 3910, "1h 100 @3900, ok"},
       {Log::goes, "", 3910, "1h 100 @3900, Grok not running"},
       {Log::isNew, filler + billingLine("16", 3860), 3920, "1h 100 @3900, ok"},
@@ -225,7 +223,7 @@ TEST_F(GrokProviderTest, AnExhaustionHoldsUntilItIsOver) {
       home.write(content);
     }
     const std::string reading = answer(now);
-    EXPECT_EQ(reading + (provider.takesBack() ? back : ""), expected) << "at " << now;
+    EXPECT_EQ(reading + (provider.takesBack() ? ", taken back" : ""), expected) << "at " << now;
   }
   home.write(spent(3940));
   (void)provider.fetch(at(3950));

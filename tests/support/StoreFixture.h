@@ -198,18 +198,11 @@ struct StoreFixture {
     grok = grokProvider.get();
     codex->answer = [](Date now) { return reading(ProviderID::codex, 10, now); };
     grok->answer = [](Date now) { return reading(ProviderID::grok, 20, now); };
-    store = std::make_unique<UsageStore>(UsageStore::Services{
-        .loop = loop,
-        .defaults = defaults,
-        .eventStreams = streams,
-        .attention = attention,
-        .random = random,
-        .log = log,
-        .surroundings = surroundings,
-        .loginItem = loginItem,
-        .claude = claude,
-        .codex = {.worker = codexWorker, .reader = std::move(codexProvider), .directory = sessions},
-        .grok = {.worker = grokWorker, .reader = std::move(grokProvider), .directory = logs}});
+    FileSource::Origin codexFiles{codexWorker, std::move(codexProvider), sessions};
+    FileSource::Origin grokFiles{grokWorker, std::move(grokProvider), logs};
+    store = std::make_unique<UsageStore>(
+        UsageStore::Services{loop, defaults, streams, attention, random, log, surroundings,
+                             loginItem, claude, std::move(codexFiles), std::move(grokFiles)});
     store->onStateChange = [this] { ++notified; };
   }
 
