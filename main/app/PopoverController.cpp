@@ -1,5 +1,6 @@
 #include "app/PopoverController.h"
 
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -12,6 +13,17 @@ namespace marigold {
 namespace {
 
 constexpr Seconds doneShownFor{1};
+
+// Has `then` done after every use of these rows.
+void follow(std::vector<SettingsRow>& rows, const std::function<void()>& then) {
+  for (SettingsRow& row : rows) {
+    row.use = Handler([use = row.use, then](int choice) {
+      use(choice);
+      then();
+    });
+    follow(row.details, then);
+  }
+}
 
 }  // namespace
 
@@ -129,7 +141,7 @@ std::vector<ProviderCard> PopoverController::cards(MarigoldTheme::Scheme scheme)
 
 SettingsForm PopoverController::settings(MarigoldTheme::Scheme scheme) {
   UsageStore& store = s_.store;
-  return settingsForm(
+  SettingsForm form = settingsForm(
       {.preferences = store.preferences(),
        .snapshot =
            [&store](ProviderID provider) {
@@ -148,6 +160,11 @@ SettingsForm PopoverController::settings(MarigoldTheme::Scheme scheme) {
                    .clearStoredData = [&store] { store.clearStoredData(); },
                    .showAbout = [this] { s_.application.showAbout(aboutPanel()); },
                    .quit = [this] { s_.application.quit(); }}});
+  // In the same turn: a control is to show what became of its use, not first what was before.
+  for (SettingsSection& section : form.sections) {
+    follow(section.rows, [this] { refresh(); });
+  }
+  return form;
 }
 
 }  // namespace marigold

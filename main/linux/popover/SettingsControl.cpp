@@ -1,5 +1,6 @@
 #include "linux/popover/SettingsControl.h"
 
+#include <algorithm>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -104,6 +105,8 @@ class OptionsControl final : public SettingsControl {
     layout.setContentsMargins(margin, 0, margin, 0);
     connect(group_, &QButtonGroup::idToggled, this, [this](int id, bool on) {
       if (on && !showing_) {
+        // After the toolkit has led the keyboard to the option that was chosen.
+        QMetaObject::invokeMethod(this, [this] { keepFocus(); }, Qt::QueuedConnection);
         use_(id);
       }
     });
@@ -156,6 +159,13 @@ class OptionsControl final : public SettingsControl {
   }
 
  private:
+  // With the option that is checked, should the one chosen not have been taken.
+  void keepFocus() {
+    if (std::ranges::any_of(options_, &QWidget::hasFocus)) {
+      group_->checkedButton()->setFocus(Qt::OtherFocusReason);
+    }
+  }
+
   const Look& look_;
   bool swatches_;
   QButtonGroup* group_;

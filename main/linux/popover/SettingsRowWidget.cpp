@@ -4,6 +4,7 @@
 #include <variant>
 
 #include <QtCore/QEvent>
+#include <QtCore/QPointer>
 #include <QtGui/QKeyEvent>
 #include <QtGui/QMouseEvent>
 #include <QtGui/QPainter>
@@ -291,9 +292,14 @@ void SettingsRowWidget::place() {
   }
 }
 
-void SettingsRowWidget::use(int choice) const {
+// What was chosen may not have been taken: the control shows what the content has.
+void SettingsRowWidget::use(int choice) {
   const Handler use = row_.use;  // which may end this
+  const QPointer<SettingsRowWidget> self(this);
   use(choice);
+  if (self) {
+    control_->take(row_);
+  }
 }
 
 void SettingsRowWidget::ask(const Confirmation& confirmation) {

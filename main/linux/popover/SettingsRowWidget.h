@@ -56,7 +56,7 @@ class SettingsRowWidget final : public QWidget {
 
   [[nodiscard]] Arrangement arrange(int width) const;
   void place();
-  void use(int choice) const;
+  void use(int choice);
   void ask(const Confirmation& confirmation);
   void endQuestion();
 

@@ -360,6 +360,10 @@ TEST_F(WidgetsTest, TheKeyboardReachesAllOfTheSettings) {
   EXPECT_EQ(std::exchange(used, {}),
             (std::vector<std::string>{"Claude 0", "Codex 1", "Window 1", "Menu 1", "refresh",
                                       "Style 0", "Color 1", "Data 0"}));
+  EXPECT_NE(spoken().find("[Claude*]|[Codex: details*]|[Codex]|[Window]|Bar:|Menu:|[a]|Style:|[a]|"
+                          "[b*]|[c]|Color:|[a]|[b]|[c*]|"),
+            std::string::npos)
+      << "none of it was taken: " << spoken();
   named<QPushButton>("Clear").click();
   press(Qt::Key_Escape);
   EXPECT_TRUE(named<QPushButton>("Clear").hasFocus()) << "asked no more";
