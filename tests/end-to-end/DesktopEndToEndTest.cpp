@@ -102,10 +102,7 @@ class DesktopEndToEnd : public test::ProgramFixture {
   }
 
   void startProgram() { program.emplace(std::vector{executable}, environment); }
-  void startHost() {
-    static int started = 0;
-    host.emplace(QString::fromStdString(bus.address), ("host" + std::to_string(++started)).c_str());
-  }
+  void startHost() { host.emplace(QString::fromStdString(bus.address), "host"); }
   bool itemCame() {
     return eventually([this] { return !host->item.isEmpty(); });
   }
@@ -154,10 +151,7 @@ TEST_F(DesktopEndToEnd, ATrayHostReadsTheMarkAndFollowsIt) {
   EXPECT_EQ(properties["IconAccessibleDesc"],
             "Codex 5h 37%, updated just now; Codex Weekly 12%, updated just now");
   QList<int> ids;
-  EXPECT_TRUE(
-      QString(
-          test::menuText(host->askMenu("GetLayout", {0, -1, QStringList()}).value(1), ids).c_str())
-          .startsWith("(Open Marigold;Refresh Now;"));
+  EXPECT_TRUE(test::menuText(host->layout(), ids).starts_with("(Open Marigold;Refresh Now;"));
 
   codexSays(95, 12);
   EXPECT_TRUE(labelBecomes("95%"));

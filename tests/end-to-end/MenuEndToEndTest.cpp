@@ -38,11 +38,8 @@ class MenuEndToEnd : public test::ClaudeFixture {
     }
     return found;
   }
-  DBusMenuLayout menu() {
-    return qdbus_cast<DBusMenuLayout>(host.askMenu("GetLayout", {0, -1, QStringList()}).value(1));
-  }
   void choose(const char* label) {
-    const DBusMenuLayout all = menu();
+    const DBusMenuLayout all = host.layout();
     const DBusMenuLayout* const chosen = entry(all, label);
     ASSERT_NE(chosen, nullptr) << label;
     host.askMenu("Event", {chosen->id, "clicked", QVariant::fromValue(QDBusVariant(0)), 0U});
@@ -100,7 +97,7 @@ TEST_F(MenuEndToEnd, EachCommandDoesWhatItSays) {
   const std::string cache = home.path() + "/.local/share/app.marigold.Marigold/cache/codex.json";
   ASSERT_TRUE(eventually([&] { return fs::exists(cache); }));
   fs::remove_all(home.path() + "/codex");
-  const DBusMenuLayout all = menu();
+  const DBusMenuLayout all = host.layout();
   EXPECT_TRUE(entry(all, "Clear Stored Usage Data")
                   ->properties["accessible-desc"]
                   .toString()

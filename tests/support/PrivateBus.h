@@ -24,8 +24,9 @@ class PrivateBus {
 </busconfig>)")} {
     restart();
   }
+  void stop() { daemon_.reset(); }
   void restart() {
-    daemon_.reset();
+    stop();
     daemon_.emplace(command_).outputLine("unix:");
   }
   /// A connection to it, which ends with `QDBusConnection::disconnectFromBus(name)`.

@@ -47,8 +47,8 @@ class TrayHost final : public QObject {
     // The toolkit's own way of waiting in its loop may miss an answer that comes at once.
     const QDBusPendingCall pending = bus_.asyncCall(call, 5000);
     (void)eventually([&] { return pending.isFinished(); });
-    QCoreApplication::processEvents();  // the signals sent before the answer, which may overtake
-                                        // them
+    // The answer may overtake the signals that were sent before it.
+    QCoreApplication::processEvents();
     const QDBusMessage reply = pending.reply();
     return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments()
                                                       : QVariantList{reply.errorName()};
@@ -58,6 +58,9 @@ class TrayHost final : public QObject {
   }
   QVariantList askMenu(const QString& method, const QVariantList& arguments = {}) {
     return ask("/MenuBar", "com.canonical.dbusmenu", method, arguments);
+  }
+  DBusMenuLayout layout(int id = 0, int depth = -1, const QStringList& names = {}) {
+    return qdbus_cast<DBusMenuLayout>(askMenu("GetLayout", {id, depth, names}).value(1));
   }
   QVariantMap properties(const char* path, const QString& interface) {
     return qdbus_cast<QVariantMap>(
@@ -100,9 +103,6 @@ inline std::string menuText(const DBusMenuLayout& layout, QList<int>& ids) {
     text += ")";
   }
   return text;
-}
-inline std::string menuText(const QVariant& layout, QList<int>& ids) {
-  return menuText(qdbus_cast<DBusMenuLayout>(layout), ids);
 }
 
 }  // namespace marigold::test

@@ -40,16 +40,13 @@ constexpr auto light = DarkMenuBar::no;
 constexpr auto dark = DarkMenuBar::yes;
 
 class LinuxAppearanceTest : public testing::Test {
- public:
-  LinuxAppearanceTest() {
+ protected:
+  void SetUp() override {
     qDBusRegisterMetaType<Settings>();
     appearance.onChange = [this] { changes.push_back(appearance.settings()); };
   }
-  LinuxAppearanceTest(const LinuxAppearanceTest&) = delete;
-  LinuxAppearanceTest& operator=(const LinuxAppearanceTest&) = delete;
-  ~LinuxAppearanceTest() override { QDBusConnection::disconnectFromBus("others"); }
+  void TearDown() override { QDBusConnection::disconnectFromBus("others"); }
 
- protected:
   // Waits for one change, and takes no other.
   void expect(DarkMenuBar ground, bool contrast, bool still, bool darkWindows) {
     EXPECT_TRUE(test::eventually([this] { return !changes.empty(); }));

@@ -1,6 +1,4 @@
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -8,6 +6,7 @@
 #include <glib.h>
 #include <gtest/gtest.h>
 
+#include "base/BoundedFile.h"
 #include "linux/system/LinuxLoginItem.h"
 #include "support/OrdinaryUser.h"
 #include "support/TemporaryDirectory.h"
@@ -19,19 +18,14 @@ namespace fs = std::filesystem;
 
 class LinuxLoginItemTest : public testing::Test {
  protected:
-  using Outcome = std::expected<void, std::string>;
-
   [[nodiscard]] LinuxLoginItem item(const std::string& program = "/bin/marigold") const {
     return {{.configuration = home.path(), .bundleIdentifier = "app"}, program};
   }
   // Of the entry; empty when there is none.
-  [[nodiscard]] std::string content() const {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  [[nodiscard]] std::string content() const { return readWholeFile(path, 10'000).value_or(""); }
   [[nodiscard]] bool isOn() const { return item().status() == LoginItem::Status::enabled; }
   // Why it failed, less the path.
-  [[nodiscard]] std::string told(const Outcome& outcome) const {
+  [[nodiscard]] std::string told(const std::expected<void, std::string>& outcome) const {
     const std::string text = outcome ? "done" : outcome.error();
     return text.starts_with(path) ? text.substr(path.size()) : text;
   }
@@ -154,7 +148,7 @@ TEST_F(LinuxLoginItemTest, SaysWhatKeepsItFromChanging) {
   fs::permissions(directory, fs::perms::owner_read | fs::perms::owner_exec);
   test::asOrdinaryUser(
       [&] { EXPECT_EQ(told(item().registerProgram()), "done") << "as it is already"; });
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(std::ifstream(target).rdbuf()), {}), good);
+  EXPECT_EQ(readWholeFile(target, 100).value_or(""), good);
   fs::remove_all(directory);
   for (const char* const nowhere : {"", "/\xff"}) {
     EXPECT_EQ(told(item(nowhere).registerProgram()), "an entry cannot name this program's place");
