@@ -1,3 +1,5 @@
+#include <regex>
+
 #include <gmock/gmock.h>
 
 #include "app/PopoverShot.h"
@@ -41,27 +43,9 @@ TEST(PopoverShot, EveryTextIsTheDesktopsOwn) {
       testing::AllOf(testing::StartsWith("Claude, Claude Max [needs a tap!]\nx\n(x)\n--- = x"
                                          "\nx 42% dim in 2h 6m\n"),
                      testing::EndsWith("\n> x")));
-  EXPECT_THAT(test::told(shot.settings), testing::StartsWith(R"(x
-claude: x on
-  claude.order: x down
-  claude.menuBar: x on
-  claude.window: x *x x x
-  claude.percentage: x x *x x x
-  claude.resetTimer: x *x x x x
-  claude.color: x *x x x x x x x x
-)"));
-  EXPECT_THAT(test::told(shot.settings), testing::EndsWith(R"(
-style: x *x x
-colors: x *x x // x
-labels: x off // x
-barColors: x *x x x
-x
-launchAtLogin: x on
-readClaude: x on // x
-clearStoredData: x (x) x x (x) (x)
-about: x ()
-quit: x ()
-)"));
+  const std::regex noWord(R"([\w.]+:|\b(on|off|up|down)\b|\W)");  // keys, states and marks
+  EXPECT_THAT(std::regex_replace(test::told(shot.settings), noWord, ""),
+              testing::MatchesRegex("x+"));
 }
 
 }  // namespace

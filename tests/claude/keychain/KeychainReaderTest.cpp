@@ -189,13 +189,11 @@ TEST(KeychainReader, ReadsPartitionsFromPropertyListsOnly) {
 
 TEST(KeychainReader, InterpretsWhatTheToolDid) {
   // The exit status, whether the launch failed, it timed out or overflowed, the outcome.
+  using Row = std::tuple<int, bool, bool, bool, const char*>;
   for (const auto& [status, failed, timedOut, overflowed, outcome] :
-       {std::tuple(44, true, true, true, "launchFailed"),
-        {44, false, true, true, "timedOut"},
-        {44, false, false, true, "overflow"},
-        {44, false, false, false, "notInstalled"},
-        {-1, false, false, false, "exitStatus(-1)"},
-        {0, false, false, false, "decode"}}) {
+       {Row(44, true, true, true, "launchFailed"), Row(44, false, true, true, "timedOut"),
+        Row(44, false, false, true, "overflow"), Row(44, false, false, false, "notInstalled"),
+        Row(-1, false, false, false, "exitStatus(-1)"), Row(0, false, false, false, "decode")}) {
     EXPECT_EQ(outcomeOf(Reader::interpret({.status = status,
                                            .stdoutBytes = Secret(status == 0 ? "" : login),
                                            .timedOut = timedOut,
