@@ -18,15 +18,10 @@ std::ptrdiff_t threads() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
-TEST(MarigoldApp, EndsItsPartsInOrder) {
-  const test::TemporaryDirectory home;
-  test::ManualEventLoop loop;
-  test::RecordingLog log;
-  test::MemoryDefaults defaults;
-  test::ScriptedEventStreams streams;
-  test::ScriptedAttention attention;
-  test::FixedRandom random;
-  std::vector<std::string> ends;
+struct MarigoldAppTest : testing::Test, protected test::StoreFixture {};
+
+TEST_F(MarigoldAppTest, EndsItsPartsInOrder) {
+  test::Desk desk;
   std::promise<void> reading;
   std::promise<void> stopped;
   struct Transport final : HTTPTransport {
@@ -35,28 +30,18 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
     void stop() override { onStop(); }
   } transport;
   transport.onStop = [&] {
-    ends.emplace_back(attention.tell(AttentionEvent::wake) == 0 ? "request" : "request first");
+    desk.journal.emplace_back(attention.tell(AttentionEvent::wake) == 0 ? "request"
+                                                                        : "request first");
     stopped.set_value();
   };
-  struct Control final : ApplicationControl {
-    explicit Control(std::vector<std::string>& journal) : ends(journal) {}
-    void showAbout(const AboutPanel& /*about*/) override {}
-    void quit() override {}
-    void leaveRegardless(Seconds after) override {
-      ends.push_back("at the latest in " + std::to_string(after.count()));
-    }
-    std::vector<std::string>& ends;
-  } application(ends);
-  test::Desk desk;
-  LoginItem loginItem;
   UpdaterController updater;
   const test::FixedLocalTimeText localTime;
   const test::FixedTextMeasurer measurer;
   std::thread([] {}).join();  // a sanitizer has one of its own from the first on
   const std::ptrdiff_t before = threads();
-  MarigoldApp app({.surroundings = {.home = home.path(),
+  MarigoldApp app({.surroundings = {.home = directory.path(),
                                     .bundleIdentifier = "app",
-                                    .environment = {{"GROK_HOME", home.path() + "-grok"}}},
+                                    .environment = {{"GROK_HOME", directory.path() + "-grok"}}},
                    .loop = loop,
                    .log = log,
                    .defaults = defaults,
@@ -67,13 +52,13 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
                    .readClaudeLogin = [&]() -> std::expected<ClaudeCredentials, KeychainReadError> {
                      reading.set_value();
                      stopped.get_future().wait();  // as one that waits for a request does
-                     ends.emplace_back("login");
+                     desk.journal.emplace_back("login");
                      return std::unexpected(KeychainReadError{});
                    },
                    .statusBar = desk,
                    .popover = desk,
                    .appearance = desk,
-                   .application = application,
+                   .application = desk,
                    .loginItem = loginItem,
                    .updater = updater,
                    .localTime = localTime,
@@ -90,19 +75,20 @@ TEST(MarigoldApp, EndsItsPartsInOrder) {
   const std::string looked =
       "Codex\nCodex not detected\n- Looks in ~/.codex/sessions\n"
       "Grok\nGrok not detected\n- Looks in " +
-      home.path() + "-grok/logs";
+      directory.path() + "-grok/logs";
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (told() != looked && std::chrono::steady_clock::now() < limit) {
     std::this_thread::yield();
   }
   EXPECT_EQ(told(), looked);
+  desk.journal.clear();
   app.terminate();
-  EXPECT_EQ(ends, (std::vector<std::string>{"at the latest in 0.500000", "request", "login"}));
+  EXPECT_EQ(desk.journal, (test::Desk::Journal{"leave in 0.500000", "request", "login"}));
   EXPECT_EQ(threads(), before);
   EXPECT_FALSE(desk.onClosed);
-  loop.post([&] { ends.clear(); });
+  loop.post([&] { desk.journal.clear(); });
   loop.settle();
-  EXPECT_EQ(ends.size(), 3U) << "the loop is closed";
+  EXPECT_FALSE(desk.journal.empty()) << "the loop is closed";
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "app/AppDelegate.h"
+#include "app/CommandLine.h"
 #include "app/PopoverController.h"
 #include "claude/ClaudeTexts.h"
 #include "support/Desk.h"
@@ -152,7 +153,7 @@ TEST_F(PopoverControllerTest, ControlsReachTheStoreAndTheApplication) {
   EXPECT_GT(std::ranges::count(codex->calls, "forget"), 0);
   use("about", 0);
   use("quit", 0);
-  EXPECT_EQ(window.journal, (test::Desk::Journal{"activate", "popover", "Marigold", "quit"}));
+  EXPECT_EQ(window.journal, (test::Desk::Journal{"activate", "popover", versionText(), "quit"}));
   use("launchAtLogin", 1);
   EXPECT_EQ(loginItem.asked.back(), "register");
   use("launchAtLogin", 0);

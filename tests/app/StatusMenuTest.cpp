@@ -6,6 +6,7 @@
 
 #include "app/CommandLine.h"
 #include "app/StatusMenu.h"
+#include "support/Desk.h"
 #include "support/StoreFixture.h"
 
 namespace marigold {
@@ -13,16 +14,10 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-struct Asked final : UpdaterController, ApplicationControl {
+struct Updates final : UpdaterController {
   [[nodiscard]] bool canCheckForUpdates() const override { return canCheck; }
-  void checkForUpdates() override { asked.emplace_back("check"); }
-  void showAbout(const AboutPanel& about) override {
-    asked.push_back("about " + about.name + " " + about.version + "\n");
-  }
-  void quit() override { asked.emplace_back("quit"); }
-  void leaveRegardless(Seconds /*after*/) override {}
+  void checkForUpdates() override { canCheck = false; }
   bool canCheck = false;
-  Lines asked;
 };
 
 class StatusMenuTest : public testing::Test, protected test::StoreFixture {
@@ -60,7 +55,7 @@ class StatusMenuTest : public testing::Test, protected test::StoreFixture {
   }
   Listed listed() {
     Listed all;
-    list(statusMenu(*store, asked, asked, {}), "", all);
+    list(statusMenu(*store, updates, desk, {}), "", all);
     return all;
   }
   // Chooses the item of that line and gives the lines that are new then.
@@ -81,7 +76,8 @@ class StatusMenuTest : public testing::Test, protected test::StoreFixture {
     return changes;
   }
 
-  Asked asked;
+  Updates updates;
+  test::Desk desk;
   // Lines with what they explain.
   const std::string byWindow =
       "Colors by Window: The 5h window in teal and the Weekly window in purple. Red at 90% and "
@@ -162,11 +158,12 @@ TEST_F(StatusMenuTest, DoesWhatIsChosen) {
   EXPECT_EQ(std::ranges::count(grok->calls, "forget"), 1);
   EXPECT_EQ(claude.forgets, 2);
 
-  asked.canCheck = true;
+  updates.canCheck = true;
   for (const char* const line : {"Check for Updates…", "About Marigold", "Quit Marigold"}) {
     choose(line);
   }
-  EXPECT_EQ(asked.asked, (Lines{"check", "about " + versionText(), "quit"}));
+  EXPECT_FALSE(updates.canCheck) << "asked";
+  EXPECT_EQ(desk.journal, (Lines{versionText(), "quit"}));
 }
 
 }  // namespace

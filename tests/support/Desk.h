@@ -47,9 +47,13 @@ struct Desk final : StatusBar, Popover, Appearance, ApplicationControl {
   [[nodiscard]] AppearanceSettings settings() const override { return looks; }
   void installMainMenu() override { journal.emplace_back("main menu"); }
   void activate() override { journal.emplace_back("activate"); }
-  void showAbout(const AboutPanel& about) override { journal.push_back(about.name); }
+  void showAbout(const AboutPanel& about) override {
+    journal.push_back(about.name + " " + about.version + "\n");
+  }
   void quit() override { journal.emplace_back("quit"); }
-  void leaveRegardless(Seconds /*after*/) override { journal.emplace_back("leave"); }
+  void leaveRegardless(Seconds after) override {
+    journal.push_back("leave in " + std::to_string(after.count()));
+  }
 
   Journal journal;
   int refusals = 0;  // to make an item
