@@ -7,6 +7,7 @@
 #include <QtCore/QStringList>
 #include <QtGui/QAccessible>
 #include <QtGui/QCloseEvent>
+#include <QtGui/QKeyEvent>
 #include <QtGui/QMouseEvent>
 #include <QtGui/QPainter>
 #include <QtGui/QScreen>
@@ -17,6 +18,7 @@
 #include "linux/item/PlainText.h"
 #include "linux/system/QtPainter.h"
 #include "linux/system/ScreenPlaces.h"
+#include "popover/PopoverTheme.h"
 
 namespace marigold {
 
@@ -83,15 +85,15 @@ std::optional<QPoint> parsePlace(const std::optional<std::string>& text) {
 }  // namespace
 
 Strip::Strip(EventLoop& loop, Place place)
-    : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                           Qt::WindowDoesNotAcceptFocus),
+    : QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint),
       loop_(loop),
       place_(std::move(place)),
       wanted_(parsePlace(place_.load())),
       compositor_(compositorSelection, [this] { update(); }) {
   setAttribute(Qt::WA_ShowWithoutActivating);
   setAttribute(Qt::WA_TranslucentBackground);
-  setAttribute(Qt::WA_AlwaysShowToolTips);  // though it is never the active window
+  setAttribute(Qt::WA_AlwaysShowToolTips);  // though it is seldom the active window
+  setFocusPolicy(Qt::StrongFocus);
   setAttribute(Qt::WA_QuitOnClose, false);
   QAccessible::installFactory(makeAccessible);
   setContent({});
@@ -200,9 +202,35 @@ void Strip::paintEvent(QPaintEvent* /*event*/) {
   // On whole pixels, or the texts are blurred.
   painter.drawImage(
       QPointF(std::round(sidePad * ratio) / ratio, std::round(endPad * ratio) / ratio), picture_);
+  if (ring_ && hasFocus()) {
+    constexpr double width = 2;
+    const auto scheme = dark_ ? MarigoldTheme::Scheme::dark : MarigoldTheme::Scheme::light;
+    painter.setBrush(Qt::NoBrush);
+    painter.setPen(QPen(toQt(popoverColors({.scheme = scheme}).focusRing), width));
+    painter.drawRoundedRect(QRectF(rect()).adjusted(width / 2, width / 2, -width / 2, -width / 2),
+                            radius, radius);
+  }
+}
+
+void Strip::focusInEvent(QFocusEvent* event) {
+  ring_ = QGuiApplication::mouseButtons() == Qt::NoButton;
+  QWidget::focusInEvent(event);
+}
+
+void Strip::keyPressEvent(QKeyEvent* event) {
+  const int key = event->key();
+  if (key == Qt::Key_Return || key == Qt::Key_Enter || key == Qt::Key_Space) {
+    click(StatusItemClick::Button::left);
+  } else if (key == Qt::Key_Menu || event->keyCombination() == (Qt::SHIFT | Qt::Key_F10)) {
+    click(StatusItemClick::Button::right);
+  } else {
+    QWidget::keyPressEvent(event);
+  }
 }
 
 void Strip::mousePressEvent(QMouseEvent* event) {
+  ring_ = false;
+  update();
   if (event->button() == Qt::LeftButton) {
     pressed_ = event->position().toPoint();
     dragged_ = false;

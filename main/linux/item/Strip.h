@@ -15,8 +15,9 @@
 namespace marigold {
 
 /// The status item where there is no tray: a small window that shows the mark above all others and
-/// never takes the keyboard. It can be dragged, and keeps its place where the desktop lets windows
-/// have one. To be shown once it has content.
+/// does not take the keyboard by itself; where the user leads it there, Enter and Space click it,
+/// and the Menu key opens its menu. It can be dragged, and keeps its place where the desktop lets
+/// windows have one. To be shown once it has content.
 class Strip final : public QWidget {
  public:
   /// Where the user put the strip, "x,y" of its corner; kept from run to run by whoever made it.
@@ -44,6 +45,8 @@ class Strip final : public QWidget {
   void moveEvent(QMoveEvent* event) override;
   void showEvent(QShowEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
+  void focusInEvent(QFocusEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
   void mousePressEvent(QMouseEvent* event) override;
   void mouseMoveEvent(QMouseEvent* event) override;
   void mouseReleaseEvent(QMouseEvent* event) override;
@@ -63,6 +66,7 @@ class Strip final : public QWidget {
   std::optional<QPoint> pressed_;  ///< where on the strip
   bool dragged_ = false;
   bool settled_ = false;  ///< its place was looked up since it is shown
+  bool ring_ = false;     ///< whether the focus is shown: the mouse did not bring it
   bool dark_ = true;
   Drawing mark_;
   QImage picture_;

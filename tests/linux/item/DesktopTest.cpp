@@ -192,7 +192,7 @@ TEST_F(DesktopTest, ThePopoverHasTheFocusAndClosesWhenItShould) {
   EXPECT_TRUE(popover.isShown());
 }
 
-TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
+TEST_F(DesktopTest, TheStripIsClickedDraggedAndReachedByTheKeyboard) {
   const auto other = focusedWindow();
   std::vector<std::string> clicks;
   std::string saved;
@@ -211,6 +211,16 @@ TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
   const QRect place(1280 - 8 - 64, 8, 64, 26);
   EXPECT_EQ(strip->frameGeometry(), place);
   EXPECT_TRUE(standsAlone(*strip));
+  EXPECT_TRUE(other->isActiveWindow());
+  const QPoint edge(place.center().x(), place.top() + 1);
+  const QColor plain = pixel(edge);
+  act({"windowfocus", "--sync", std::to_string(strip->winId()), "key", "Return", "space", "Menu",
+       "shift+F10", "Escape"});
+  EXPECT_TRUE(eventually([&] { return clicks.size() == 4; }));
+  EXPECT_EQ(std::exchange(clicks, {}),
+            (std::vector<std::string>{"left 1208,8 64x26", "left 1208,8 64x26",
+                                      "right 1208,8 64x26", "right 1208,8 64x26"}));
+  EXPECT_TRUE(eventually([&] { return pixel(edge) != plain; })) << "no ring";
   // No compositor runs: round corners would be black.
   EXPECT_GT(pixel(place.topLeft()).red(), 0x30);
   EXPECT_EQ(pixel({place.left() + 3, place.center().y()}), QColor(0x1C, 0x1C, 0x1F));
@@ -229,7 +239,9 @@ TEST_F(DesktopTest, TheStripIsClickedAndDraggedWithoutTakingTheFocus) {
   EXPECT_TRUE(eventually([&] { return !saved.empty(); }));
   EXPECT_EQ(strip->pos(), QPoint(400, 300) - (place.center() - place.topLeft()));
   EXPECT_EQ(clicks.size(), 1U);
-  EXPECT_TRUE(other->isActiveWindow());
+  EXPECT_TRUE(eventually([&] {
+    return pixel(strip->geometry().center() - QPoint(0, 11)) == plain;
+  })) << "a ring for the mouse";
 
   const QPoint left = strip->pos();
   strip.reset();
