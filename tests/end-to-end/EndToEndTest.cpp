@@ -8,7 +8,6 @@
 #include <future>
 #include <iterator>
 #include <memory>
-#include <optional>
 #include <semaphore>
 #include <string>
 #include <tuple>

@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
-#include <vector>
 
-#include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusVariant>
 #include <gtest/gtest.h>
 

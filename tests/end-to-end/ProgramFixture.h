@@ -4,7 +4,6 @@
 #include <fstream>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <QtCore/QCoreApplication>

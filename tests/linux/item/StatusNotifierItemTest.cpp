@@ -7,8 +7,6 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtDBus/QDBusArgument>
-#include <QtDBus/QDBusConnection>
-#include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusMetaType>
 #include <QtDBus/QDBusVariant>
 #include <QtGui/QImage>

@@ -1,11 +1,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <thread>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 
 #include "base/BoundedFile.h"
@@ -32,31 +30,26 @@ struct JsonDefaultsTest : testing::Test {
   std::string file = directory.path() + "/preferences.json";
 };
 
-// What holds for every implementation.
-template <class Implementation>
-struct DefaultsTest : JsonDefaultsTest {
-  std::unique_ptr<Defaults> make() {
-    if constexpr (std::is_same_v<Implementation, JsonDefaults>) {
-      return std::make_unique<JsonDefaults>(file, log);
-    } else {
-      return std::make_unique<Implementation>();
-    }
-  }
-};
-using Implementations = testing::Types<JsonDefaults, test::MemoryDefaults>;
-TYPED_TEST_SUITE(DefaultsTest, Implementations);
-
-TYPED_TEST(DefaultsTest, KeepsFlagsAndTextsApartUnderExactKeys) {
-  const auto defaults = this->make();
+// The one of the other tests, too.
+TEST_F(JsonDefaultsTest, KeepsFlagsAndTextsApartUnderExactKeys) {
+  JsonDefaults stored(file, log);
+  test::MemoryDefaults kept;
   const std::string odd = std::string("quote \" slash \\ umlaut \u00e4 nul ") + '\0' + " end";
-  defaults->apply({{"a", true}, {"b.c", odd}, {"d", ""}, {"e", false}, {"e", true}});
-  defaults->apply({{"a", odd}, {"b.c", {}}, {"never set", {}}, {"f", "true"}});
-  for (const auto& [key, value] : std::vector<DefaultsChange>{
-           {"a", odd}, {"A", {}}, {"b", {}}, {"b.c", {}}, {"d", ""}, {"e", true}, {"f", "true"}}) {
-    EXPECT_EQ(defaults->value(key), value) << key;
+  for (Defaults* const defaults : std::initializer_list<Defaults*>{&stored, &kept}) {
+    defaults->apply({{"a", true}, {"b.c", odd}, {"d", ""}, {"e", false}, {"e", true}});
+    defaults->apply({{"a", odd}, {"b.c", {}}, {"never set", {}}, {"f", "true"}});
+    for (const auto& [key, value] : std::vector<DefaultsChange>{{"a", odd},
+                                                                {"A", {}},
+                                                                {"b", {}},
+                                                                {"b.c", {}},
+                                                                {"d", ""},
+                                                                {"e", true},
+                                                                {"f", "true"}}) {
+      EXPECT_EQ(defaults->value(key), value) << key;
+    }
+    EXPECT_EQ(defaults->flag("f"), std::nullopt);
+    EXPECT_EQ(defaults->text("e"), std::nullopt);
   }
-  EXPECT_EQ(defaults->flag("f"), std::nullopt);
-  EXPECT_EQ(defaults->text("e"), std::nullopt);
 }
 
 TEST_F(JsonDefaultsTest, MembersOfOtherTypesAreKept) {
