@@ -64,6 +64,7 @@ class Words {
     change(row.title);
     change(row.explanation);
     change(row.details);
+    change(row.detailsTitle);
     if (auto* const choice = std::get_if<SettingsChoice>(&row.control)) {
       change(choice->options);
     } else if (auto* const button = std::get_if<SettingsButton>(&row.control)) {

@@ -97,6 +97,7 @@ class ProviderRows {
                                   preferences.setVisible(provider, on);
                                 });
     row.details = {order(), inMenuBar(), window(), percentage(), resetTimer(), color()};
+    row.detailsTitle = row.title + ": details";
     return row;
   }
 

@@ -135,6 +135,8 @@ struct SettingsMoves {
   enum class Move : std::uint8_t { up, down };
   bool canMoveUp = false;
   bool canMoveDown = false;
+  std::string up = "Move up";  ///< what the buttons are called
+  std::string down = "Move down";
 
   bool operator==(const SettingsMoves&) const = default;
 };
@@ -168,7 +170,8 @@ struct SettingsRow {
   std::variant<SettingsSwitch, SettingsChoice, SettingsMoves, SettingsButton, SettingsNote> control;
   bool enabled = true;
   std::vector<SettingsRow>
-      details;  ///< more about the same, closed at first but for the first such
+      details;               ///< more about the same, closed at first but for the first such
+  std::string detailsTitle;  ///< what opens and closes them is called
   Handler use;
 
   bool operator==(const SettingsRow&) const = default;
@@ -204,6 +207,16 @@ struct MarigoldTheme {
   bool operator==(const MarigoldTheme&) const = default;
 };
 
+/// What stands above the pages: a title, and the names of buttons that are glyphs.
+struct PopoverHeader {
+  std::string title = "Marigold";  ///< of the cards; the settings have their own
+  std::string back = "Back";
+  std::string refresh = "Refresh Now";
+  std::string settings = "Settings";
+
+  bool operator==(const PopoverHeader&) const = default;
+};
+
 struct PopoverContent {
   enum class Page : std::uint8_t { cards, settings };
   enum class Refresh : std::uint8_t {
@@ -214,6 +227,7 @@ struct PopoverContent {
   Page page = Page::cards;
   MarigoldTheme theme;
   Refresh refresh = Refresh::idle;
+  PopoverHeader header = {};
   std::vector<ProviderCard> cards;
   SettingsForm settings;
   Handler refreshNow;

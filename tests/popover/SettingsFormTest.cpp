@@ -49,6 +49,7 @@ TEST_F(SettingsFormTest, HoldsEveryChoiceAndOffersWhatTheReadingsHave) {
   preferences.setMenuWindow(ProviderID::grok, MenuBarWindowKind::weekly);
   preferences.setVisible(ProviderID::codex, false);
   source.offersBarColors = true;
+  EXPECT_EQ(settingsForm(source).sections[0].rows[0].detailsTitle, "Claude: details");
   EXPECT_EQ(test::told(settingsForm(source)), std::string(R"(Assistants
 claude: Claude on
   claude.order: Order down

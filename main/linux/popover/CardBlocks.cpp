@@ -243,7 +243,7 @@ class ButtonBlock final : public BlockWidget {
     const auto& button = std::get<CardButton>(block);
     press_ = button.press;
     button_->setText(QString::fromStdString(button.title));
-    button_->setEnabled(!button.busy);
+    button_->setBusy(button.busy);
   }
 
   [[nodiscard]] double gapAbove() const override { return 8; }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include <QtCore/QVariantAnimation>
 #include <QtGui/QKeyEvent>
@@ -20,6 +21,8 @@ constexpr double leastSide = 28;
 constexpr double controlRadius = 7;
 constexpr double disabledOpacity = 0.45;
 constexpr int turnMilliseconds = 900;
+/// What a button that is busy has beside its title.
+constexpr double busySide = 16;
 
 QSize square() {
   return {scaled(leastSide), scaled(leastSide)};
@@ -53,14 +56,62 @@ void paintHover(QPainter& painter, const QAbstractButton& button, const QRectF& 
 
 }  // namespace
 
-GlyphButton::GlyphButton(Glyph glyph, const QString& name, const Look& look, QWidget& parent)
-    : QPushButton(&parent), look_(look), glyph_(glyph) {
-  setAccessibleName(name);
-  setToolTip(name);
+Turn::Turn(const Look& look, QWidget& widget) : look_(look), widget_(widget) {
+  widget.installEventFilter(this);
+}
+
+void Turn::set(bool turning) {
+  turning_ = turning;
+  follow();
+}
+
+void Turn::apply(QPainter& painter, const QRectF& box) const {
+  if (animation_ != nullptr) {
+    painter.translate(box.center());
+    painter.rotate(animation_->currentValue().toDouble());
+    painter.translate(-box.center());
+  }
+}
+
+bool Turn::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::Show || event->type() == QEvent::Hide) {
+    follow();
+  }
+  return QObject::eventFilter(watched, event);
+}
+
+void Turn::follow() {
+  const bool moves = turning_ && widget_.isVisible() && !look_.theme.reduceMotion;
+  if (moves == (animation_ != nullptr)) {
+    return;
+  }
+  if (!moves) {
+    delete animation_;
+    animation_ = nullptr;
+    widget_.update();
+    return;
+  }
+  constexpr double wholeTurn = 360;
+  animation_ = new QVariantAnimation(this);
+  animation_->setStartValue(0.0);
+  animation_->setEndValue(wholeTurn);
+  animation_->setDuration(turnMilliseconds);
+  animation_->setLoopCount(-1);
+  connect(animation_, &QVariantAnimation::valueChanged, &widget_, [this] { widget_.update(); });
+  animation_->start();
+}
+
+GlyphButton::GlyphButton(Glyph glyph, const Look& look, QWidget& parent)
+    : QPushButton(&parent), look_(look), glyph_(glyph), turn_(look, *this) {
   setAutoDefault(true);
   setFocusPolicy(Qt::StrongFocus);
   setAttribute(Qt::WA_Hover);
   setFixedSize(square());
+}
+
+void GlyphButton::setName(const std::string& name) {
+  setAccessibleName(QString::fromStdString(name));
+  setToolTip(accessibleName());
 }
 
 void GlyphButton::setGlyph(Glyph glyph) {
@@ -73,11 +124,6 @@ void GlyphButton::setGlyph(Glyph glyph) {
 void GlyphButton::setFramed(bool framed) {
   framed_ = framed;
   setFixedWidth(scaled(framed ? leastSide + 4 : leastSide));
-}
-
-void GlyphButton::setTurning(bool turning) {
-  turning_ = turning;
-  turn();
 }
 
 QSize GlyphButton::sizeHint() const {
@@ -95,11 +141,7 @@ void GlyphButton::paintEvent(QPaintEvent* /*event*/) {
   }
   paintHover(painter, *this, box, radius, look_);
   painter.save();
-  if (turn_ != nullptr) {
-    painter.translate(box.center());
-    painter.rotate(turn_->currentValue().toDouble());
-    painter.translate(-box.center());
-  }
+  turn_.apply(painter, box);
   paintGlyph(painter, glyph_, box,
              toQt(framed_ ? look_.colors().controlText : look_.colors().secondary),
              isRightToLeft());
@@ -107,46 +149,26 @@ void GlyphButton::paintEvent(QPaintEvent* /*event*/) {
   paintFocusRing(painter, *this, box, radius, look_);
 }
 
-void GlyphButton::showEvent(QShowEvent* event) {
-  QPushButton::showEvent(event);
-  turn();
-}
-
-void GlyphButton::hideEvent(QHideEvent* event) {
-  QPushButton::hideEvent(event);
-  turn();
-}
-
-void GlyphButton::turn() {
-  const bool moves = turning_ && isVisible() && !look_.theme.reduceMotion;
-  if (moves == (turn_ != nullptr)) {
-    return;
-  }
-  if (!moves) {
-    delete turn_;
-    turn_ = nullptr;
-    update();
-    return;
-  }
-  constexpr double wholeTurn = 360;
-  turn_ = new QVariantAnimation(this);
-  turn_->setStartValue(0.0);
-  turn_->setEndValue(wholeTurn);
-  turn_->setDuration(turnMilliseconds);
-  turn_->setLoopCount(-1);
-  connect(turn_, &QVariantAnimation::valueChanged, this, [this] { update(); });
-  turn_->start();
-}
-
-TitleButton::TitleButton(const Look& look, QWidget& parent) : QPushButton(&parent), look_(look) {
+TitleButton::TitleButton(const Look& look, QWidget& parent)
+    : QPushButton(&parent), look_(look), turn_(look, *this) {
   setFont(interfaceFont(1, QFont::Medium));
   setAutoDefault(true);
   setFocusPolicy(Qt::StrongFocus);
   setAttribute(Qt::WA_Hover);
 }
 
+void TitleButton::setBusy(bool busy) {
+  setEnabled(!busy);
+  turn_.set(busy);
+  if (std::exchange(busy_, busy) != busy) {
+    updateGeometry();
+    update();
+  }
+}
+
 QSize TitleButton::sizeHint() const {
-  return {fontMetrics().horizontalAdvance(text()) + scaled(24), scaled(leastSide)};
+  return {fontMetrics().horizontalAdvance(text()) + scaled(24) + (busy_ ? scaled(busySide) : 0),
+          scaled(leastSide)};
 }
 
 void TitleButton::paintEvent(QPaintEvent* /*event*/) {
@@ -157,9 +179,20 @@ void TitleButton::paintEvent(QPaintEvent* /*event*/) {
   const QRectF box = framed(*this);
   paintPanel(painter, box, radius, look_.colors().control, look_.colors().controlEdge);
   paintHover(painter, *this, box, radius, look_);
-  painter.setPen(toQt(look_.colors().controlText));
-  painter.drawText(rect(), Qt::AlignCenter | Qt::TextSingleLine,
-                   fontMetrics().elidedText(text(), Qt::ElideRight, width() - scaled(12)));
+  const QColor ink = toQt(look_.colors().controlText);
+  const int before = busy_ ? scaled(busySide) : 0;
+  painter.setPen(ink);
+  painter.drawText(QStyle::visualRect(layoutDirection(), rect(), rect().adjusted(before, 0, 0, 0)),
+                   Qt::AlignCenter | Qt::TextSingleLine,
+                   fontMetrics().elidedText(text(), Qt::ElideRight, width() - before - scaled(12)));
+  if (busy_) {
+    const QRect place = QStyle::visualRect(layoutDirection(), rect(),
+                                           QRect(scaled(8), 0, scaled(busySide), height()));
+    painter.save();
+    turn_.apply(painter, QRectF(place));
+    paintGlyph(painter, Glyph::refresh, QRectF(place), ink);
+    painter.restore();
+  }
   paintFocusRing(painter, *this, box, radius, look_);
 }
 

@@ -20,38 +20,56 @@ QT_END_NAMESPACE
 
 namespace marigold {
 
+/// Turns what a widget paints, for as long as that is shown and motion is welcome.
+class Turn final : public QObject {
+ public:
+  Turn(const Look& look, QWidget& widget);
+
+  void set(bool turning);
+  /// Has `painter` paint around the middle of `box` as far as it has turned.
+  void apply(QPainter& painter, const QRectF& box) const;
+
+ private:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+  void follow();
+
+  const Look& look_;
+  QWidget& widget_;
+  bool turning_ = false;
+  QVariantAnimation* animation_ = nullptr;
+};
+
 /// A button that is a glyph, 28 points a side.
 class GlyphButton final : public QPushButton {
  public:
-  GlyphButton(Glyph glyph, const QString& name, const Look& look, QWidget& parent);
+  GlyphButton(Glyph glyph, const Look& look, QWidget& parent);
 
+  /// Spoken, and told in a tooltip.
+  void setName(const std::string& name);
   void setGlyph(Glyph glyph);
   /// An edge and a ground of its own.
   void setFramed(bool framed);
-  /// Whether it turns, for as long as it is shown and motion is welcome.
-  void setTurning(bool turning);
+  void setTurning(bool turning) { turn_.set(turning); }
 
   [[nodiscard]] QSize sizeHint() const override;
 
  protected:
   void paintEvent(QPaintEvent* event) override;
-  void showEvent(QShowEvent* event) override;
-  void hideEvent(QHideEvent* event) override;
 
  private:
-  void turn();
-
   const Look& look_;
   Glyph glyph_;
   bool framed_ = false;
-  bool turning_ = false;
-  QVariantAnimation* turn_ = nullptr;
+  Turn turn_;
 };
 
 /// A button with a title.
 class TitleButton final : public QPushButton {
  public:
   TitleButton(const Look& look, QWidget& parent);
+
+  /// Whether what it does is under way, which it shows beside the title; it cannot be used then.
+  void setBusy(bool busy);
 
   [[nodiscard]] QSize sizeHint() const override;
   [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
@@ -61,6 +79,8 @@ class TitleButton final : public QPushButton {
 
  private:
   const Look& look_;
+  bool busy_ = false;
+  Turn turn_;
 };
 
 /// A switch. What is on stays on the side where the line ends.

@@ -88,9 +88,9 @@ class PopoverPanel::Header final : public QWidget {
   Header(const Look& look, PopoverPanel& panel)
       : QWidget(&panel),
         look_(look),
-        back_(new GlyphButton(Glyph::back, QStringLiteral("Back"), look, *this)),
-        refresh_(new GlyphButton(Glyph::refresh, QStringLiteral("Refresh Now"), look, *this)),
-        settings_(new GlyphButton(Glyph::settings, QStringLiteral("Settings"), look, *this)) {
+        back_(new GlyphButton(Glyph::back, look, *this)),
+        refresh_(new GlyphButton(Glyph::refresh, look, *this)),
+        settings_(new GlyphButton(Glyph::settings, look, *this)) {
     setFixedHeight(scaled(headerHeight));
     auto* const layout = new QHBoxLayout(this);
     layout->setContentsMargins(scaled(8), scaled(5), scaled(margin), 0);
@@ -108,7 +108,10 @@ class PopoverPanel::Header final : public QWidget {
     const bool cards = content.page == Page::cards;
     const bool wasCards = back_->isHidden();
     const QString title =
-        cards ? QStringLiteral("Marigold") : QString::fromStdString(content.settings.title);
+        QString::fromStdString(cards ? content.header.title : content.settings.title);
+    back_->setName(content.header.back);
+    refresh_->setName(content.header.refresh);
+    settings_->setName(content.header.settings);
     const QWidget* const focused = window()->focusWidget();
     const bool had = focused == back_ || focused == settings_;
     back_->setHidden(cards);

@@ -178,8 +178,8 @@ class MovesControl final : public SettingsControl {
  public:
   MovesControl(const Look& look, QWidget& parent, const Use& use)
       : SettingsControl(&parent),
-        up_(new GlyphButton(Glyph::arrowUp, QStringLiteral("Move up"), look, *this)),
-        down_(new GlyphButton(Glyph::arrowDown, QStringLiteral("Move down"), look, *this)) {
+        up_(new GlyphButton(Glyph::arrowUp, look, *this)),
+        down_(new GlyphButton(Glyph::arrowDown, look, *this)) {
     speakAs(*this, QAccessible::Grouping);
     auto& layout = line(*this, scaled(6));
     for (const auto& [button, move] :
@@ -194,6 +194,8 @@ class MovesControl final : public SettingsControl {
   void take(const SettingsRow& row) override {
     const auto& moves = std::get<SettingsMoves>(row.control);
     name(*this, row);
+    up_->setName(moves.up);
+    down_->setName(moves.down);
     // At the end of the way the focus stays with the pair.
     const bool focused = up_->hasFocus() || down_->hasFocus();
     up_->setEnabled(moves.canMoveUp);

@@ -108,7 +108,7 @@ void SettingsRowWidget::take(const SettingsRow& row) {
   control_->take(row);
   control_->setEnabled(row.enabled);
   if (!row.details.empty() && expander_ == nullptr) {
-    auto* const button = new GlyphButton(Glyph::chevronDown, {}, look_, *this);
+    auto* const button = new GlyphButton(Glyph::chevronDown, look_, *this);
     speakAsExpander(*button);
     button->setCheckable(true);
     connect(button, &QPushButton::toggled, this, [this, button](bool open) {
@@ -125,7 +125,7 @@ void SettingsRowWidget::take(const SettingsRow& row) {
     expander_ = nullptr;
   }
   if (expander_ != nullptr) {
-    expander_->setAccessibleName(QString::fromStdString(row.title + ": details"));
+    expander_->setAccessibleName(QString::fromStdString(row.detailsTitle));
   }
   updateGeometry();
   place();

@@ -246,6 +246,7 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   PaintCounter stays(named<QWidget>("at 7%"));
   PaintCounter changes(named<QWidget>("at 42%"));
   const QWidget* const before = &named<QWidget>("at 42%");
+  const int idle = named<QPushButton>("Try Again").width();
   codex.blocks[0] = row("5h", "43%");
   codex.blocks.insert(codex.blocks.begin(), CardText{"Last reading before this"});
   std::get<CardButton>(codex.blocks[4]).busy = true;
@@ -257,6 +258,7 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   EXPECT_EQ(&named<QWidget>("at 43%"), before);
   EXPECT_EQ(label.selectedText(), "<b>l");
   EXPECT_FALSE(named<QPushButton>("Try Again").isEnabled());
+  EXPECT_GT(named<QPushButton>("Try Again").width(), idle) << "shows no progress";
   QCoreApplication::processEvents();
   stays.count = changes.count = 0;
   codex.blocks[1] = row("5h", "44%");
@@ -298,6 +300,7 @@ TEST_F(WidgetsTest, TheKeyboardReachesAllOfTheSettings) {
                        .title = title,
                        .control = control,
                        .details = details,
+                       .detailsTitle = title + ": details",
                        .use = Handler([&used, title](int choice) {
                          used.push_back(title + ' ' + std::to_string(choice));
                        })};
