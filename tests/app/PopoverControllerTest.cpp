@@ -78,8 +78,10 @@ TEST_F(PopoverControllerTest, HandsOverWhatChangedAndOnlyWhileItIsOpen) {
                                                  .reduceMotion = true}));
   const auto& row = std::get<CardRow>(window.content.cards[1].blocks[0]);
   EXPECT_EQ(row.bar.fill->red, 0.90) << "the windows' pink";
-  use("claude", 0);
-  EXPECT_THAT(card(0), testing::StartsWith("Codex\n5h 10% solid")) << "at once";
+  const Handler show = test::row(window.content.settings, "claude")->use;
+  show(0);
+  EXPECT_THAT(card(0), testing::StartsWith("Codex\n5h 10% solid")) << "in the same turn";
+  settle();
   window.close();
   const int before = window.changes;
   use("grok", 0);
