@@ -177,9 +177,10 @@ class PopoverWindow::Window final : public QWidget {
   void fit() {
     const QSize wanted = panel_->sizeHint();
     QRect place = openingAt(item_, wanted);
-    if (isVisible()) {
+    // On Wayland a window does not know where it is, so there it only takes its new size.
+    if (const auto known = isVisible() ? placeOf(*this) : std::nullopt) {
       constexpr int margin = 8;
-      const QRect before = geometry();
+      const QRect before = *known;
       const QRect room = workArea(before.center()).adjusted(0, margin, 0, -margin);
       const bool above = item_.area && before.bottom() < item_.area->top();
       const int most = above ? before.bottom() - room.top() : room.bottom() - before.top();
