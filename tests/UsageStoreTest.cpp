@@ -258,9 +258,11 @@ TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
       calls += call + " ";
     }
     EXPECT_EQ(calls, asked);
-    EXPECT_EQ(log.lines, error.empty()
-                             ? Calls()
-                             : Calls{"Marigold: SMAppService " + asked + "failed: " + refusal});
+    EXPECT_EQ(log.lines, error.empty() ? Calls()
+                                       : Calls{std::string("Marigold: SMAppService ")
+                                                   .append(asked)
+                                                   .append("failed: ")
+                                                   .append(refusal)});
     EXPECT_EQ(notified, 1);
   }
   // At the start: nothing is turned on, and what cannot be renewed stays as it is.

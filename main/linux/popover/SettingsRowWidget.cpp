@@ -297,7 +297,7 @@ void SettingsRowWidget::use(int choice) {
   const Handler use = row_.use;  // which may end this
   const QPointer<SettingsRowWidget> self(this);
   use(choice);
-  if (self) {
+  if (self != nullptr) {
     control_->take(row_);
   }
 }
