@@ -42,16 +42,24 @@ QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* obje
                         : nullptr;
 }
 
+// While assistive technology listens, a widget is asked for as soon as it has a name, and what it
+// was exposed as then is kept.
+void expose(QWidget& widget, const char* property, const QVariant& value) {
+  QAccessible::installFactory(makeAccessible);  // once, however often it is called
+  widget.setProperty(property, value);
+  if (QAccessibleInterface* const before = QAccessible::queryAccessibleInterface(&widget)) {
+    QAccessible::deleteAccessibleInterface(QAccessible::uniqueId(before));
+  }
+}
+
 }  // namespace
 
 void speakAs(QWidget& widget, QAccessible::Role role) {
-  QAccessible::installFactory(makeAccessible);  // once, however often it is called
-  widget.setProperty(roleProperty, static_cast<int>(role));
+  expose(widget, roleProperty, static_cast<int>(role));
 }
 
 void speakAsExpander(QWidget& button) {
-  QAccessible::installFactory(makeAccessible);
-  button.setProperty(expanderProperty, true);
+  expose(button, expanderProperty, true);
 }
 
 }  // namespace marigold

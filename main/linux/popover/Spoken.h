@@ -10,8 +10,7 @@ QT_END_NAMESPACE
 
 namespace marigold {
 
-/// Has `widget` exposed as `role`, by its accessible name and description. To be called before
-/// anything asks for it.
+/// Has `widget` exposed as `role`, by its accessible name and description.
 void speakAs(QWidget& widget, QAccessible::Role role);
 
 /// The same for a button that opens and closes what belongs to it; it is checked while that is
