@@ -18,7 +18,6 @@
 #include <QtCore/QtEndian>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
-#include <QtDBus/QDBusObjectPath>
 #include <QtDBus/QDBusVariant>
 #include <QtGui/QImage>
 #include <gtest/gtest.h>
@@ -30,6 +29,7 @@
 #include "linux/item/StatusNotifierStructures.h"
 #include "support/PrivateBus.h"
 #include "support/SilentPort.h"
+#include "support/Spoken.h"
 #include "support/TrayHost.h"
 
 namespace marigold {
@@ -215,42 +215,18 @@ QVariant property(const QDBusConnection& bus, const QString& service, const QStr
       .variant();
 }
 
-// The tree of assistive technologies as text, name and description of each object below `path` of
-// the application at `service`.
-std::string spokenTree(const QDBusConnection& bus, const QString& service, const QString& path) {
-  const QString interface = "org.a11y.atspi.Accessible";
-  std::string text;
-  for (const char* name : {"Name", "Description"}) {
-    text += "|" + property(bus, service, path, interface, name).toString().toStdString();
-  }
-  using Child = std::pair<QString, QDBusObjectPath>;
-  for (const auto& [owner, child] :
-       qdbus_cast<QList<Child>>(ask(bus, service, path, interface, "GetChildren"))) {
-    text += "\n" + spokenTree(bus, owner, child.path());
-  }
-  return text;
-}
-
 TEST_F(DesktopEndToEnd, TheStripSpeaks) {
   environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1";
-  const ChildProcess launcher = run({MARIGOLD_AT_SPI_BUS_LAUNCHER, "--launch-immediately"});
-  const QDBusConnection session = bus.connect("session");
-  const auto address = [&] {
-    return ask(session, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress").toString();
-  };
-  ASSERT_TRUE(eventually([&] { return address().startsWith("unix:"); }));
+  const test::SpokenBus spoken(bus, environment);
   startProgram();
-  const QDBusConnection spoken = QDBusConnection::connectToBus(address(), "spoken");
-  std::string tree;
+  std::string text;
   EXPECT_TRUE(eventually([&] {
-    tree = spokenTree(spoken, "org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root");
-    return tree.ends_with(
-        "|Marigold|Codex 5h 37%, updated just now; Codex Weekly 12%, "
-        "updated just now");
-  })) << tree;
+    text = spoken.tree().text();
+    return text.find(
+               "Marigold: Codex 5h 37%, updated just now; Codex Weekly 12%, updated just now") !=
+           std::string::npos;
+  })) << text;
   EXPECT_EQ(program->end(), "0");
-  QDBusConnection::disconnectFromBus("spoken");
-  QDBusConnection::disconnectFromBus("session");
 }
 
 TEST_F(DesktopEndToEnd, WaitsForNoSilentBusAndEndsWhileThePopoverIsOpen) {

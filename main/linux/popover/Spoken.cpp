@@ -47,6 +47,9 @@ QAccessibleInterface* makeAccessible(const QString& /*className*/, QObject* obje
 void expose(QWidget& widget, const char* property, const QVariant& value) {
   QAccessible::installFactory(makeAccessible);  // once, however often it is called
   widget.setProperty(property, value);
+  if (!QAccessible::isActive()) {
+    return;
+  }
   if (QAccessibleInterface* const before = QAccessible::queryAccessibleInterface(&widget)) {
     QAccessible::deleteAccessibleInterface(QAccessible::uniqueId(before));
   }
