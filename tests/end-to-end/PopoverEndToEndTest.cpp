@@ -103,7 +103,7 @@ TEST_F(PopoverEndToEnd, SpeaksAndIsUsedBySpeech) {
     const char* stored = "";
     const char* label = "wk 50% | 5h 37%";
     bool redraws = true;
-    std::vector<std::string> keys = {};
+    std::vector<std::string> keys;
   };
   for (const Row& row : std::vector<Row>{
            {"Show in menu bar", "menu bar*", R"("menubar.grok":true)", "37% | 50%"},
