@@ -28,8 +28,9 @@ constexpr std::array paragraphs{
                          "long as that one request makes it."},
     Paragraph{.mac = "It is never written to disk, never logged and never sent anywhere but "
                      "Anthropic. Only the usage numbers stay on your Mac.",
-              .onLinux = "It is never written to disk, never logged and never sent anywhere but "
-                         "Anthropic. Only the usage numbers stay on this computer."},
+              .onLinux =
+                  "Marigold never writes it to disk, never logs it and never sends it anywhere "
+                  "but Anthropic. Only the usage numbers stay on this computer."},
     Paragraph{.mac = "Marigold never changes a Keychain permission and never refreshes your Claude "
                      "login.",
               .onLinux = "Marigold never changes that file or its permissions and never refreshes "
