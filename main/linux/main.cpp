@@ -1,9 +1,7 @@
-#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <span>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <QtCore/QSocketNotifier>
@@ -51,8 +49,7 @@ int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
   LinuxTransport transport(requestProgram(), httpsProxy(surroundings), log);
   const IcuLocalTimeText localTime(timeLocale(environment));
   LinuxApplicationControl application;
-  std::error_code ignored;
-  LinuxLoginItem loginItem(surroundings, std::filesystem::read_symlink(ownProgram, ignored));
+  LinuxLoginItem loginItem(surroundings, programFile());
   UpdaterController updater;
   const Face face = hasDisplay ? desktopFace(loop, sessionBus, defaults, surroundings.isDevBuild())
                                : textFace(loop);
@@ -95,23 +92,15 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
   answerProbe(arguments);
   const Environment environment = processEnvironment();
-  const Date now = std::chrono::system_clock::now();
   if (const auto status =
-          runOneShotMode(parseCommandLine(arguments), linuxSurroundings(environment), now,
-                         {.save = savePicture,
-                          .savePopover = savePopoverPicture,
-                          .texts = linuxTexts,
-                          .offersBarColors = true},
-                         linuxSelfChecks, std::cout, std::cerr)) {
+          runOneShotMode(parseCommandLine(arguments), linuxSurroundings(environment),
+                         std::chrono::system_clock::now(), pictureFiles(), linuxSelfChecks,
+                         std::cout, std::cerr)) {
     return *status;
   }
 
   EndingSignals::block();
-  const bool hasSessionBus = busAnswers(sessionBusAddress(environment), ownProgram);
-  if (!hasSessionBus) {
-    // The toolkit, which opens it for itself, would wait for one that is silent.
-    ::qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
-  }
+  const bool hasSessionBus = sessionBusAnswers(environment);
   StandardErrorLog log;
   auto platforms = usablePlatforms(environment, log, ownProgram);
   if (!platforms) {

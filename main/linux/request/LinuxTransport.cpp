@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "base/BoundedProcessRun.h"
+#include "linux/system/LinuxSurroundings.h"
 
 namespace marigold {
 
@@ -49,8 +50,7 @@ HTTPSProxy httpsProxy(const Surroundings& surroundings) {
 }
 
 std::string requestProgram() {
-  std::error_code ignored;
-  const auto self = std::filesystem::read_symlink("/proc/self/exe", ignored);
+  const std::filesystem::path self = programFile();
   return self.empty() ? "" : self.parent_path() / "marigold-request";
 }
 

@@ -17,6 +17,14 @@ namespace {
 constexpr Seconds firstPause{0.5};
 constexpr Seconds longestPause{60};
 
+// Found out by a process of its own: a bus that takes connections and stays silent blocks whoever
+// opens one.
+bool busAnswers(const std::string& address, const std::string& program,
+                const std::atomic<bool>* stop = nullptr) {
+  return !address.empty() &&
+         probe(program, Probe::bus, address, {}, answerPatience, stop) == ProbeAnswer::works;
+}
+
 }  // namespace
 
 std::string sessionBusAddress(const Environment& environment) {
@@ -37,10 +45,12 @@ std::string systemBusAddress(const Environment& environment) {
              : "unix:path=/run/dbus/system_bus_socket";
 }
 
-bool busAnswers(const std::string& address, const std::string& program, Seconds patience,
-                const std::atomic<bool>* stop) {
-  return !address.empty() &&
-         probe(program, Probe::bus, address, {}, patience, stop) == ProbeAnswer::works;
+bool sessionBusAnswers(const Environment& environment) {
+  const bool answers = busAnswers(sessionBusAddress(environment), ownProgram);
+  if (!answers) {
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+  }
+  return answers;
 }
 
 // A connection with a name of its own, so that it is this one's alone.
@@ -102,7 +112,7 @@ void BusLink::ask() {
     return;
   }
   worker_.post([this, &loop = loop_, mark = lifetime_.mark()] {
-    const bool answers = busAnswers(address_, program_, answerPatience, &stop_);
+    const bool answers = busAnswers(address_, program_, &stop_);
     loop.post([this, mark, answers] {
       if (mark.isOver()) {
         return;

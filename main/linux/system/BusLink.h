@@ -23,12 +23,10 @@ namespace marigold {
 [[nodiscard]] std::string sessionBusAddress(const Environment& environment);
 [[nodiscard]] std::string systemBusAddress(const Environment& environment);
 
-/// Whether the bus at `address` answers, as a process of its own finds out within `patience`: a bus
-/// that takes connections and stays silent blocks whoever opens one. `program` calls
-/// `answerProbe`; `stop` ends the wait at once when it becomes true.
-[[nodiscard]] bool busAnswers(const std::string& address, const std::string& program,
-                              Seconds patience = answerPatience,
-                              const std::atomic<bool>* stop = nullptr);
+/// Whether the session bus answers. One that does not is hidden, in this process's environment,
+/// from the toolkit, which opens it for itself and would wait for one that is silent. To be called
+/// before any thread starts.
+[[nodiscard]] bool sessionBusAnswers(const Environment& environment);
 
 /// A lasting connection to a message bus: made as soon as the bus answers, and again after it was
 /// lost. Nothing here waits for the bus. Needs a running Qt application; lives on the main loop's

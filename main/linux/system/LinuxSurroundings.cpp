@@ -6,6 +6,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <pwd.h>
@@ -78,6 +79,11 @@ std::string timeLocale(const Environment& environment) {
     }
   }
   return {};
+}
+
+std::filesystem::path programFile() {
+  std::error_code ignored;
+  return std::filesystem::read_symlink("/proc/self/exe", ignored);
 }
 
 }  // namespace marigold

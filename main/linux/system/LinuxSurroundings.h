@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <string>
 
@@ -18,5 +19,8 @@ using Environment = std::map<std::string, std::string>;
 
 /// The name of the user's locale for times, such as "de_DE.UTF-8"; empty when none is set.
 [[nodiscard]] std::string timeLocale(const Environment& environment);
+
+/// The file of the program that runs; empty when that cannot be known.
+[[nodiscard]] std::filesystem::path programFile();
 
 }  // namespace marigold

@@ -1,6 +1,7 @@
 #include "linux/system/PictureFile.h"
 
 #include <array>
+#include <string>
 
 #include <QtGui/QFont>
 #include <QtGui/QGuiApplication>
@@ -10,6 +11,7 @@
 
 #include "linux/popover/PopoverPanel.h"
 #include "linux/system/QtPainter.h"
+#include "popover/DesktopTexts.h"
 
 namespace marigold {
 
@@ -24,8 +26,6 @@ struct Words {
   std::array<char*, 4> pointers{texts[0].data(), texts[1].data(), texts[2].data(), nullptr};
   int count = static_cast<int>(texts.size());
 };
-
-}  // namespace
 
 bool savePicture(const Picture& picture, const std::string& path) {
   Words words;
@@ -47,6 +47,15 @@ bool savePopoverPicture(const PopoverContent& content, const std::string& path) 
   panel.take(content);
   panel.resize(panel.sizeHint());
   return panel.grab().save(QString::fromStdString(path), "PNG");
+}
+
+}  // namespace
+
+PictureFiles pictureFiles() {
+  return {.save = savePicture,
+          .savePopover = savePopoverPicture,
+          .texts = linuxTexts,
+          .offersBarColors = true};
 }
 
 }  // namespace marigold
