@@ -1,6 +1,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include <fcntl.h>
@@ -127,15 +128,18 @@ TEST(BoundedProcessRun, AChildGetsNothingButWhatItIsGiven) {
 }
 
 TEST(BoundedProcessRun, StopsAtOnce) {
+  const test::TemporaryDirectory directory;
+  const std::string ready = directory.path() + "/ready";
+  ASSERT_EQ(::mkfifo(ready.c_str(), S_IRUSR | S_IWUSR), 0);
   std::atomic<bool> stop = false;
-  const auto stubborn = [&stop] {
-    Command command = shell("trap '' TERM; sleep 0.5 & exec sleep 5");
+  const auto stubborn = [&] {
+    Command command = shell("trap '' TERM; : >" + ready + "; sleep 0.5 & exec sleep 5");
     command.grace = Seconds{5};
     command.stop = &stop;
     return command;
   };
-  std::thread other([&stop] {
-    std::this_thread::sleep_for(Seconds{0.05});
+  std::thread other([&] {
+    std::ifstream(ready).get();  // until the child has opened its end
     stop = true;
   });
   const SecretCommandResult result = execute(stubborn());
