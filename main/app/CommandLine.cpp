@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
+#include <iterator>
 
 namespace marigold {
 
@@ -10,40 +12,98 @@ namespace {
 using Mode = Command::Mode;
 
 struct Flag {
-  std::string_view text;
+  HelpEntry help;
   Mode mode;
-  bool takesPath;
+
+  [[nodiscard]] bool takesPath() const { return !help.argument.empty(); }
 };
 
 // In the order they are checked.
 constexpr std::array flags{
-    Flag{.text = "--selftest", .mode = Mode::selfTest, .takesPath = false},
-    Flag{.text = "--dump-codex", .mode = Mode::dumpCodex, .takesPath = false},
-    Flag{.text = "--shot", .mode = Mode::shot, .takesPath = true},
-    Flag{.text = "--shot-settings", .mode = Mode::shotSettings, .takesPath = true},
-    Flag{.text = "--shot-off", .mode = Mode::shotOff, .takesPath = true},
-    Flag{.text = "--shot-reconnect", .mode = Mode::shotReconnect, .takesPath = true},
-    Flag{.text = "--shot-held", .mode = Mode::shotHeld, .takesPath = true},
-    Flag{.text = "--shot-menubar", .mode = Mode::shotMenuBar, .takesPath = true},
-    Flag{.text = "--help", .mode = Mode::help, .takesPath = false},
-    Flag{.text = "--version", .mode = Mode::version, .takesPath = false},
+    Flag{.help = {.name = "--selftest", .text = "check the program and what it needs"},
+         .mode = Mode::selfTest},
+    Flag{.help = {.name = "--dump-codex",
+                  .text = "explain the Codex reading: the files, the record"},
+         .mode = Mode::dumpCodex},
+    Flag{.help = {.name = "--shot", .argument = "PATH", .text = "draw the popover to a PNG file"},
+         .mode = Mode::shot},
+    Flag{.help = {.name = "--shot-settings",
+                  .argument = "PATH",
+                  .text = "the same with its settings open"},
+         .mode = Mode::shotSettings},
+    Flag{.help = {.name = "--shot-off",
+                  .argument = "PATH",
+                  .text = "the same with Claude turned off"},
+         .mode = Mode::shotOff},
+    Flag{.help = {.name = "--shot-reconnect",
+                  .argument = "PATH",
+                  .text = "the same with a Claude login that needs attention"},
+         .mode = Mode::shotReconnect},
+    Flag{.help = {.name = "--shot-held",
+                  .argument = "PATH",
+                  .text = "the same with that login held back"},
+         .mode = Mode::shotHeld},
+    Flag{.help = {.name = "--shot-menubar",
+                  .argument = "PATH",
+                  .text = "draw the mark in all its looks to a PNG file"},
+         .mode = Mode::shotMenuBar},
+    Flag{.help = {.name = "--help", .text = "print this"}, .mode = Mode::help},
+    Flag{.help = {.name = "--version", .text = "print the version"}, .mode = Mode::version},
 };
+
+constexpr std::size_t helpWidth = 80;  // columns
+
+// The text broken into lines, those but the first moved in by `indent`. It begins in that column.
+void wrap(std::string& out, std::string_view text, std::size_t indent) {
+  std::size_t column = indent;
+  while (!text.empty()) {
+    const std::string_view word = text.substr(0, text.find(' '));
+    text.remove_prefix(std::min(text.size(), word.size() + 1));
+    if (column > indent && column + 1 + word.size() > helpWidth) {
+      out.append(1, '\n').append(indent, ' ');
+      column = indent;
+    }
+    if (column > indent) {
+      out += ' ';
+      ++column;
+    }
+    out += word;
+    column += word.size();
+  }
+  out += '\n';
+}
+
+void list(std::string& out, const std::vector<HelpEntry>& entries) {
+  const auto name = [](const HelpEntry& entry) {
+    return std::string(entry.name).append(entry.argument.empty() ? "" : " ").append(entry.argument);
+  };
+  std::size_t longest = 0;
+  for (const HelpEntry& entry : entries) {
+    longest = std::max(longest, name(entry).size());
+  }
+  for (const HelpEntry& entry : entries) {
+    std::string start = "  " + name(entry);
+    start.resize(longest + 4, ' ');
+    out += start;
+    wrap(out, entry.text, start.size());
+  }
+}
 
 }  // namespace
 
 Command parseCommandLine(std::span<const std::string> arguments) {
   for (const Flag& flag : flags) {
-    const auto found = std::ranges::find(arguments, flag.text);
+    const auto found = std::ranges::find(arguments, flag.help.name);
     if (found == arguments.end()) {
       continue;
     }
-    if (!flag.takesPath) {
-      return {.mode = flag.mode, .flag = flag.text};
+    if (!flag.takesPath()) {
+      return {.mode = flag.mode, .flag = flag.help.name};
     }
     if (const auto path = found + 1; path != arguments.end()) {
       const bool dark = path + 1 != arguments.end() && *(path + 1) == "dark";
       return {.mode = flag.mode,
-              .flag = flag.text,
+              .flag = flag.help.name,
               .path = *path,
               .scheme = dark ? MarigoldTheme::Scheme::dark : MarigoldTheme::Scheme::light};
     }
@@ -51,29 +111,45 @@ Command parseCommandLine(std::span<const std::string> arguments) {
   return {};
 }
 
-std::string_view helpText() noexcept {
-  return "Marigold shows how much of your allowance with Claude, Codex and Grok is spent.\n"
-         "\n"
-         "usage: marigold [FLAG]\n"
-         "\n"
-         "Without a flag it runs until it is told to quit. Without a display it prints, at each\n"
-         "change of the mark, its tooltip, a line per window, and then its texts.\n"
-         "\n"
-         "  --selftest             check the program and what it needs; exit status 1 on failure\n"
-         "  --dump-codex           explain the Codex reading: files considered, record chosen\n"
-         "  --shot PATH            draw the popover to a PNG file\n"
-         "  --shot-settings PATH   the same with its settings open\n"
-         "  --shot-off PATH        the same with Claude turned off\n"
-         "  --shot-reconnect PATH  the same with a Claude login that needs attention\n"
-         "  --shot-held PATH       the same with that login held back\n"
-         "  --shot-menubar PATH    draw the mark in all its looks to a PNG file\n"
-         "  --help                 print this\n"
-         "  --version              print the version\n"
-         "\n"
-         "After the path of a picture of the popover, dark or light chooses its colors.\n"
-         "\n"
-         "Environment: CODEX_HOME and GROK_HOME name the tools' directories (default ~/.codex\n"
-         "and ~/.grok), MARIGOLD_CACHE_DIR the directory of the last readings.\n";
+CommandHelp commandHelp() {
+  CommandHelp help{
+      .purpose = "Marigold shows how much of your allowance with Claude, Codex and Grok is spent.",
+      .description =
+          "Without a flag it runs until it is told to quit. Without a display it prints, at each "
+          "change of the mark, its tooltip, a line per window, and then its texts.",
+      .flags = {},
+      .afterFlags = "After the path of a picture of the popover, dark or light chooses its colors.",
+      .environment = {{.name = "CODEX_HOME",
+                       .text = "the Codex tool's directory instead of ~/.codex"},
+                      {.name = "GROK_HOME", .text = "the Grok tool's directory instead of ~/.grok"},
+                      {.name = "CLAUDE_CONFIG_DIR",
+                       .text = "Claude Code's directory instead of ~/.claude"},
+                      {.name = "MARIGOLD_CACHE_DIR", .text = "where the last readings are kept"}},
+      .files = {{.name = "~/.config/app.marigold.Marigold/preferences.json",
+                 .text = "what was chosen; followed while Marigold runs"},
+                {.name = "~/.local/share/app.marigold.Marigold/cache",
+                 .text = "the last readings, one small file per provider"},
+                {.name = "~/.config/autostart/app.marigold.Marigold.desktop",
+                 .text = "there while Marigold is launched at login"}},
+      .statuses = {{.name = "0", .text = "what was asked for was done"},
+                   {.name = "1", .text = "it was not, or the self-test failed"}}};
+  std::ranges::transform(flags, std::back_inserter(help.flags), &Flag::help);
+  return help;
+}
+
+std::string helpText() {
+  const CommandHelp help = commandHelp();
+  std::string out;
+  wrap(out, help.purpose, 0);
+  out += "\nusage: marigold [FLAG]\n\n";
+  wrap(out, help.description, 0);
+  out += '\n';
+  list(out, help.flags);
+  out += '\n';
+  wrap(out, help.afterFlags, 0);
+  out += "\nEnvironment:\n";
+  list(out, help.environment);
+  return out;
 }
 
 std::string versionText() {

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ports/PopoverContent.h"
 
@@ -37,8 +38,28 @@ struct Command {
 /// Other arguments are ignored.
 [[nodiscard]] Command parseCommandLine(std::span<const std::string> arguments);
 
+/// One thing of the command line or of what surrounds it, and what it does.
+struct HelpEntry {
+  std::string_view name;
+  std::string_view argument{};  ///< what must follow it; empty when nothing does
+  std::string_view text;
+};
+
+/// All that is told of the program's use: what --help, the manual and the completions are made of.
+/// Paragraphs have no line ends.
+struct CommandHelp {
+  std::string_view purpose;      ///< a sentence
+  std::string_view description;  ///< of the application itself
+  std::vector<HelpEntry> flags;
+  std::string_view afterFlags;  ///< what holds for several of them
+  std::vector<HelpEntry> environment;
+  std::vector<HelpEntry> files;  ///< of the user's; not in --help
+  std::vector<HelpEntry> statuses;
+};
+[[nodiscard]] CommandHelp commandHelp();
+
 /// What --help prints.
-[[nodiscard]] std::string_view helpText() noexcept;
+[[nodiscard]] std::string helpText();
 /// What --version prints.
 [[nodiscard]] std::string versionText();
 
