@@ -10,6 +10,8 @@
 
 #include "MarigoldApp.h"
 #include "app/CommandLine.h"
+#include "app/SystemRandomSource.h"
+#include "base/ProcessStart.h"
 #include "linux/Face.h"
 #include "linux/request/LinuxTransport.h"
 #include "linux/system/BusLink.h"
@@ -22,12 +24,10 @@
 #include "linux/system/LinuxAttention.h"
 #include "linux/system/LinuxLogin.h"
 #include "linux/system/LinuxLoginItem.h"
-#include "linux/system/LinuxRandomSource.h"
 #include "linux/system/LinuxSelfChecks.h"
 #include "linux/system/LinuxSurroundings.h"
 #include "linux/system/PictureFile.h"
 #include "linux/system/Probe.h"
-#include "linux/system/ProcessStart.h"
 #include "linux/system/StandardErrorLog.h"
 
 using namespace marigold;
@@ -42,7 +42,7 @@ int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
   BusLink sessionBus(loop, sessionBusAddress(environment), hasSessionBus);
   BusLink systemBus(loop, systemBusAddress(environment), false);
   LinuxAttention attention(loop, sessionBus, systemBus);
-  LinuxRandomSource random;
+  SystemRandomSource random;
   InotifyStreamSource eventStreams(log);
   JsonDefaults defaults(surroundings.preferencesFile(), log);
   defaults.follow(loop);

@@ -6,8 +6,8 @@
 
 namespace marigold {
 
-/// Randomness from the kernel.
-class LinuxRandomSource final : public RandomSource {
+/// Randomness from the system.
+class SystemRandomSource final : public RandomSource {
  public:
   [[nodiscard]] double fraction() override;
 

@@ -1,11 +1,11 @@
-#include "linux/system/ProcessStart.h"
+#include "base/ProcessStart.h"
 
 #include <csignal>
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "linux/system/CoreDumps.h"
+#include "base/CoreDumps.h"
 
 namespace marigold {
 

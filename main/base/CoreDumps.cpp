@@ -1,4 +1,4 @@
-#include "linux/system/CoreDumps.h"
+#include "base/CoreDumps.h"
 
 #include <sys/resource.h>
 
