@@ -186,7 +186,7 @@ void Strip::paintEvent(QPaintEvent* /*event*/) {
     picture_.setDevicePixelRatio(ratio);
   }
   if (!std::exchange(settled_, true)) {
-    QMetaObject::invokeMethod(this, [this] { (void)placeOf(*this); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(this, [this] { settleAt(put_, *this); }, Qt::QueuedConnection);
   }
   const bool round = translucent();  // what is transparent would be black, or dirt
   const auto [ground, edge] = colors(dark_, round);

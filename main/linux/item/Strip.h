@@ -65,7 +65,7 @@ class Strip final : public QWidget {
   Timer moved_;                    ///< by the window manager since; the place is still to be saved
   std::optional<QPoint> pressed_;  ///< where on the strip
   bool dragged_ = false;
-  bool settled_ = false;  ///< its place was looked up since it is shown
+  bool settled_ = false;  ///< it was placed since it is shown
   bool ring_ = false;     ///< whether the focus is shown: the mouse did not bring it
   bool dark_ = true;
   Drawing mark_;

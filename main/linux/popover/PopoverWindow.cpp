@@ -100,7 +100,7 @@ class PopoverWindow::Window final : public QWidget {
       QMetaObject::invokeMethod(
           this,
           [this] {
-            (void)placeOf(*this);
+            settleAt(asked_, *this);
             activateWindow();
           },
           Qt::QueuedConnection);
@@ -180,7 +180,8 @@ class PopoverWindow::Window final : public QWidget {
     // On Wayland a window does not know where it is, so there it only takes its new size.
     if (const auto known = isVisible() ? placeOf(*this) : std::nullopt) {
       constexpr int margin = 8;
-      const QRect before = *known;
+      // Where a window manager still frames it, it is anywhere.
+      const QRect before = loop_.now() < focusSettled_ ? QRect(asked_, size()) : *known;
       const QRect room = workArea(before.center()).adjusted(0, margin, 0, -margin);
       const bool above = item_.area && before.bottom() < item_.area->top();
       const int most = above ? before.bottom() - room.top() : room.bottom() - before.top();
@@ -192,7 +193,8 @@ class PopoverWindow::Window final : public QWidget {
       }
     }
     setFixedSize(place.size());
-    move(place.topLeft());
+    asked_ = place.topLeft();
+    move(asked_);
   }
 
   // Only where what is behind the corners shows through.
@@ -209,6 +211,7 @@ class PopoverWindow::Window final : public QWidget {
   bool activateWhenPainted_ = false;
   bool hadFocus_ = false;
   std::unique_ptr<X11Buttons> buttons_;
+  QPoint asked_;          ///< where it was last asked to be
   Instant focusSettled_;  ///< until when it may come and go
   Instant clickTold_;     ///< when the click that closed the window must have been told
   Timer watchEnds_;

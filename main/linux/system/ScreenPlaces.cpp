@@ -58,13 +58,14 @@ std::optional<QRect> placeOf(QWidget& window) {
   if (onWayland()) {
     return std::nullopt;
   }
-  // Asking for the place that it has makes the window manager say it.
-  if (const auto pixels = x11Place(static_cast<std::uint32_t>(window.winId()))) {
-    if (const QPoint place = fromRootPixels(*pixels); place != window.pos()) {
-      window.move(place);
-    }
-  }
-  return window.geometry();
+  const auto pixels = x11Place(static_cast<std::uint32_t>(window.winId()));
+  return QRect(pixels ? fromRootPixels(*pixels) : window.pos(), window.size());
+}
+
+void settleAt(QPoint place, QWidget& window) {
+  const QRect screen = screenAt(place).geometry();
+  const QPointF within = (place - screen.topLeft()).toPointF() * screenAt(place).devicePixelRatio();
+  x11Move(static_cast<std::uint32_t>(window.winId()), screen.topLeft() + within.toPoint());
 }
 
 QRect workArea(QPoint place) {

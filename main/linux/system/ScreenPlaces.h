@@ -24,9 +24,14 @@ struct ItemPlace {
 /// The toolkit's place for one in pixels of the X11 root window.
 [[nodiscard]] QPoint fromRootPixels(QPoint pixels);
 
-/// Where `window` really is, which the toolkit may believe to be elsewhere; it is then told.
-/// Nothing where the desktop does not say.
+/// Where `window` really is, which the toolkit may believe to be elsewhere. Nothing where the
+/// desktop does not say.
 [[nodiscard]] std::optional<QRect> placeOf(QWidget& window);
+
+/// Has a window that has just appeared stay at `place`, and the toolkit know where it is: it is
+/// told only of moves that its windows make themselves, and a window manager may move a window in
+/// its frame's place.
+void settleAt(QPoint place, QWidget& window);
 
 /// The part of the screen at `place`, the primary one when it is on none, that no panel takes.
 [[nodiscard]] QRect workArea(QPoint place);

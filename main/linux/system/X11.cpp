@@ -114,6 +114,15 @@ std::optional<QPoint> x11Place(std::uint32_t window) {
   return place ? std::optional(QPoint(place->dst_x, place->dst_y)) : std::nullopt;
 }
 
+void x11Move(std::uint32_t window, QPoint place) {
+  if (xcb_connection_t* const connection = toolkitConnection()) {
+    const std::array<std::int32_t, 2> values{place.x(), place.y()};
+    xcb_configure_window(connection, window, XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y,
+                         values.data());
+    xcb_flush(connection);
+  }
+}
+
 QRect x11WorkArea(const QRect& screen) {
   xcb_connection_t* const connection = toolkitConnection();
   if (connection == nullptr) {

@@ -16,10 +16,13 @@ struct xcb_connection_t;
 
 namespace marigold {
 
-/// Where the content of `window` is, in pixels of the root window. The toolkit is told only of
-/// moves that its windows make themselves, and a window manager may move a window in its frame's
-/// place.
+/// Where the content of `window` is, in pixels of the root window. While a window
+/// manager frames a window that has just appeared, that may be anywhere.
 [[nodiscard]] std::optional<QPoint> x11Place(std::uint32_t window);
+
+/// Asks the window manager to have the content of `window` at `place`, in pixels of the root
+/// window; it answers with where it then is, also where that is nothing new.
+void x11Move(std::uint32_t window, QPoint place);
 
 /// What panels leave of `screen`, in pixels of the root window.
 [[nodiscard]] QRect x11WorkArea(const QRect& screen);
