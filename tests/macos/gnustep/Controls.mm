@@ -1,0 +1,86 @@
+// What native controls of today have and GNUstep's lack: constructors with titles and their own
+// sizes.
+#import <AppKit/AppKit.h>
+
+@implementation NSWindow (Controls)
+- (NSPoint)convertPointToScreen:(NSPoint)point {
+  return [self convertBaseToScreen:point];
+}
+@end
+
+@implementation NSView (Controls)
+- (NSSize)intrinsicContentSize {
+  return NSMakeSize(-1, -1);
+}
+@end
+
+@implementation NSControl (Controls)
+- (NSSize)intrinsicContentSize {
+  return [self cell] != nil ? [[self cell] cellSize] : NSMakeSize(-1, -1);
+}
+@end
+
+@implementation NSSwitch (Controls)
+// There it is disabled at first.
+- (id)initWithFrame:(NSRect)frame {
+  if ((self = [super initWithFrame:frame])) {
+    [self setEnabled:YES];
+  }
+  return self;
+}
+- (NSSize)intrinsicContentSize {
+  return NSMakeSize(38, 22);
+}
+@end
+
+@implementation NSButton (Controls)
++ (instancetype)buttonWithTitle:(NSString*)title target:(id)target action:(SEL)action {
+  NSButton* button = [[[self alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
+  [button setTitle:title];
+  [button setTarget:target];
+  [button setAction:action];
+  [button setBezelStyle:NSRoundedBezelStyle];
+  [button sizeToFit];
+  return button;
+}
++ (instancetype)checkboxWithTitle:(NSString*)title target:(id)target action:(SEL)action {
+  NSButton* button = [self buttonWithTitle:title target:target action:action];
+  [button setButtonType:NSSwitchButton];
+  [button setBordered:NO];
+  [button sizeToFit];
+  return button;
+}
+@end
+
+@implementation NSSegmentedControl (Controls)
++ (instancetype)segmentedControlWithLabels:(NSArray*)labels
+                              trackingMode:(NSInteger)mode
+                                    target:(id)target
+                                    action:(SEL)action {
+  NSSegmentedControl* control = [[[self alloc] initWithFrame:NSZeroRect] autorelease];
+  [control setSegmentCount:[labels count]];
+  for (NSUInteger i = 0; i < [labels count]; ++i) {
+    [control setLabel:[labels objectAtIndex:i] forSegment:i];
+    [control setWidth:[[labels objectAtIndex:i]
+                          sizeWithAttributes:@{NSFontAttributeName : [NSFont systemFontOfSize:0]}]
+                          .width +
+                      20
+           forSegment:i];
+  }
+  [[control cell] setTrackingMode:(NSSegmentSwitchTracking)mode];
+  [control setTarget:target];
+  [control setAction:action];
+  [control sizeToFit];
+  return control;
+}
+- (NSSize)intrinsicContentSize {
+  CGFloat width = 0;
+  for (NSInteger i = 0; i < [self segmentCount]; ++i) {
+    width += [self widthForSegment:i];
+  }
+  return NSMakeSize(width, 24);
+}
+- (void)sizeToFit {
+  [self setFrameSize:[self intrinsicContentSize]];
+}
+@end

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// What the fakes of FSEvents and libdispatch were asked for.
+namespace fake {
+
+inline std::vector<std::string> queueLabels;
+inline std::uint32_t streamFlags = 0;  ///< of the last stream
+inline double streamLatency = 0;
+
+}  // namespace fake
