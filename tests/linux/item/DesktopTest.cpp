@@ -289,8 +289,9 @@ TEST_F(DesktopTest, EachScreenHasTheRoomThatPanelsLeaveOfIt) {
            {{690, 0, 0, 0, 0, 799}, left, {690, 0, 590, 800}}}) {
     xcb_change_property(x11, XCB_PROP_MODE_REPLACE, static_cast<std::uint32_t>(panel->winId()),
                         strut->atom, XCB_ATOM_CARDINAL, 32, 12, values.data());
-    EXPECT_EQ(x11WorkArea(left), leaves);
-    EXPECT_EQ(x11WorkArea(right), leavesRight);
+    // The window manager lists the window some time after it gave it the focus.
+    EXPECT_TRUE(eventually(
+        [&] { return x11WorkArea(left) == leaves && x11WorkArea(right) == leavesRight; }));
   }
 }
 
