@@ -137,13 +137,15 @@ class CardBuilder {
           add("Looks in " + setting_.looksIn, CardText::Tone::secondary);
         }
         return;
+      case Kind::checking:
+        add(message, CardText::Tone::secondary);
+        return;
       case Kind::note:
       case Kind::turnedOff:
-      case Kind::checking:
       case Kind::noLimits:
       case Kind::noData:
         if (lacksReading) {
-          add(message, CardText::Tone::primary);
+          add(message, CardText::Tone::secondary);
         }
     }
   }
@@ -157,12 +159,12 @@ class CardBuilder {
     add(keepsChecking, CardText::Tone::secondary);
   }
 
-  // Below the reading, or in its place: how old it is or why, and the provider's own note.
+  // Below the reading how old it is or why, and there or in its place the provider's own note.
   void addRemarks() {
     if (snapshot_ == nullptr || healthWithholdsReading(snapshot_->health)) {
       return;
     }
-    if (!isClaude() && snapshot_->health.kind() == Health::Kind::stale) {
+    if (hasRetained_ && !isClaude() && snapshot_->health.kind() == Health::Kind::stale) {
       add(snapshot_->shownReason(setting_.now), CardText::Tone::secondary);
     }
     const bool said = kind_.kind == EmptyStateKind::Kind::note && !hasRetained_;

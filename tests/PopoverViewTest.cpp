@@ -148,16 +148,16 @@ TEST(PopoverView, ACardTellsWhatThereIs) {
   const Health hangs = Health::reconnect(std::string(ClaudeUnavailable::timedOut));
   const Health unreachable = Health::stale("fetch failed");
   for (const auto& [provider, health, how, lines] : std::vector<Row>{
-           {claude, {}, unread, {"", "Checking Claude...", disclosure}},
-           {codex, {}, unread, {"", "No usage data yet."}},
+           {claude, {}, unread, {"", "- Checking Claude...", disclosure}},
+           {codex, {}, unread, {"", "- No usage data yet."}},
            {claude, Health::ok(), full, {", Max", "5h 43% solid in 2h 5m", disclosure}},
            {codex, Health::ok(), full | noted, {", Max", "5h 43% solid in 2h 5m", "--- - note"}},
-           {codex, Health::ok(), bare, {", Max", "No active limits right now."}},
-           {codex, Health::ok(), noted, {", Max", "No active limits right now.", "- note"}},
+           {codex, Health::ok(), bare, {", Max", "- No active limits right now."}},
+           {codex, Health::ok(), noted, {", Max", "- No active limits right now.", "- note"}},
            {codex, Health::stale("r"), full | noted, {", Max", dim, "--- - r", "- note"}},
            {codex, Health::stale("9h ago"), full, {", Max", dim, "--- - 1h ago"}},
-           {codex, Health::stale("r"), bare, {", Max", "No usage data yet.", "- r"}},
-           {codex, Health::stale("r"), noted, {", Max", "note", "- r"}},
+           {codex, Health::stale("r"), bare, {", Max", "- No usage data yet."}},
+           {codex, Health::stale("r"), noted, {", Max", "- note"}},
            {codex, Health::reconnect("r"), bare, {", Max", "r"}},
            {codex, Health::reconnect("r"), full, {", Max", "r", afterAll, dim}},
            {codex, Health::notInstalled("r"), full | noted, {", Max", "r", "- Looks in ~/place"}},
@@ -182,7 +182,7 @@ TEST(PopoverView, ACardTellsWhatThereIs) {
            {claude,
             Health::rateLimited({}),
             full | unread,
-            {", Max [throttled!]", dim, disclosure}}}) {
+            {", Max [throttled!]", dim, "--- - Checking Claude...", disclosure}}}) {
     ProviderSnapshot snapshot{.provider = provider,
                               .capturedAt = now - Seconds{3600},
                               .health = health.value_or(Health::ok()),

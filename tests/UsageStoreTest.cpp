@@ -265,7 +265,13 @@ TEST_F(UsageStoreTest, LaunchesAtLoginAsTheSystemSays) {
                                                    .append(refusal)});
     EXPECT_EQ(notified, 1);
   }
+  loginItem.refusal = "no room";
+  store->setLaunchAtLogin(true);
+  loginItem.now = enabled;
+  store->refreshLoginItemStatus();
+  EXPECT_FALSE(store->launchAtLoginError()) << "it was turned on elsewhere";
   // At the start: nothing is turned on, and what cannot be renewed stays as it is.
+  loginItem.now = notRegistered;
   loginItem.asked.clear();
   store->reregisterLoginItemIfEnabled();
   EXPECT_EQ(loginItem.asked, Calls());

@@ -58,7 +58,7 @@ void AppDelegate::setUpStatusItem() {
     if (opening) {
       s_.store.refreshOnUserAttention();
     }
-    return menuItems();
+    return menuItems([this] { showPopover(); });
   };
   statusItem_->onGroundChange = [this] { refreshStatusItem(); };
   s_.appearance.onChange = [this] { refresh(); };
@@ -85,14 +85,13 @@ void AppDelegate::showPopover() {
 }
 
 void AppDelegate::showMenu() {
-  statusItem_->openMenu(menuItems());
+  if (statusItem_) {
+    statusItem_->openMenu(menuItems({}));
+  }
 }
 
-std::vector<MenuItem> AppDelegate::menuItems() {
-  const Work open = [this] { showPopover(); };
-  return worded(statusMenu(s_.store, s_.updater, s_.application,
-                           statusItem_->menuOnAnyClick() ? open : Work()),
-                s_.popoverTraits.texts);
+std::vector<MenuItem> AppDelegate::menuItems(Work open) {
+  return statusMenu(s_.store, s_.updater, s_.application, s_.popoverTraits.texts, std::move(open));
 }
 
 void AppDelegate::refresh() {

@@ -71,7 +71,7 @@ class AppDelegate {
  private:
   void setUpStatusItem();
   void statusItemClicked(const StatusItemClick& click);
-  [[nodiscard]] std::vector<MenuItem> menuItems();
+  [[nodiscard]] std::vector<MenuItem> menuItems(Work open);
   // Shows the next frame of the drains that run, if any, in time.
   void scheduleDrain();
   void scheduleRepaint(std::optional<Date> date);

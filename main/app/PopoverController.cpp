@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "PopoverView.h"
-#include "app/AboutText.h"
+#include "popover/AboutText.h"
 #include "popover/SettingsForm.h"
 
 namespace marigold {
@@ -153,13 +153,14 @@ SettingsForm PopoverController::settings(MarigoldTheme::Scheme scheme) {
        .launchAtLogin = store.launchAtLogin(),
        .launchRequiresApproval = store.launchAtLoginRequiresApproval(),
        .launchAtLoginError = store.launchAtLoginError(),
-       .actions = {.setLaunchAtLogin = [&store](bool on) { store.setLaunchAtLogin(on); },
-                   .openLoginItemSettings = [&store] { store.openLoginItemSettings(); },
-                   .setReadsClaude =
-                       [&store](bool on) { on ? store.turnOnClaude() : store.turnOffClaude(); },
-                   .clearStoredData = [&store] { store.clearStoredData(); },
-                   .showAbout = [this] { s_.application.showAbout(aboutPanel()); },
-                   .quit = [this] { s_.application.quit(); }}});
+       .actions = {
+           .setLaunchAtLogin = [&store](bool on) { store.setLaunchAtLogin(on); },
+           .openLoginItemSettings = [&store] { store.openLoginItemSettings(); },
+           .setReadsClaude =
+               [&store](bool on) { on ? store.turnOnClaude() : store.turnOffClaude(); },
+           .clearStoredData = [&store] { store.clearStoredData(); },
+           .showAbout = [this] { s_.application.showAbout(worded(aboutPanel(), s_.traits.texts)); },
+           .quit = [this] { s_.application.quit(); }}});
   // In the same turn: a control is to show what became of its use, not first what was before.
   for (SettingsSection& section : form.sections) {
     follow(section.rows, [this] { refresh(); });

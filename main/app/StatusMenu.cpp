@@ -5,9 +5,9 @@
 #include <string_view>
 #include <utility>
 
-#include "app/AboutText.h"
 #include "bar/MenuBarWindows.h"
 #include "claude/ClaudeTexts.h"
+#include "popover/AboutText.h"
 #include "popover/SettingsForm.h"
 
 namespace marigold {
@@ -110,7 +110,7 @@ MenuItem claudeToggle(UsageStore& store) {
 }  // namespace
 
 std::vector<MenuItem> statusMenu(UsageStore& store, UpdaterController& updater,
-                                 ApplicationControl& application, Work open) {
+                                 ApplicationControl& application, DesktopTexts texts, Work open) {
   const Preferences& chosen = store.preferences();
   Items items;
   if (open) {
@@ -132,30 +132,31 @@ std::vector<MenuItem> statusMenu(UsageStore& store, UpdaterController& updater,
   items.push_back(styleMenu(store));
   items.push_back(MenuItem::separator());
   append(items, ringColorChoices(store));
-  append(items, {MenuItem::separator(),
-                 {.kind = Kind::checkbox,
-                  .title = "Window Labels",
-                  .tooltip = "Name each window, 5h or wk, ahead of its percentage and timer.",
-                  .checked = chosen.menuBarLabels(),
-                  .action =
-                      [&store] {
-                        Preferences& choices = store.preferences();
-                        choices.setMenuBarLabels(!choices.menuBarLabels());
-                      }},
-                 MenuItem::separator(),
-                 {.title = "Check for Updates…",
-                  .enabled = updater.canCheckForUpdates(),
-                  .action = [&updater] { updater.checkForUpdates(); }},
-                 {.title = "About Marigold",
-                  .action = [&application] { application.showAbout(aboutPanel()); }},
-                 MenuItem::separator(),
-                 claudeToggle(store),
-                 {.title = "Clear Stored Usage Data",
-                  .tooltip = std::string(clearStoredDataExplanation),
-                  .action = [&store] { store.clearStoredUsage(providersClearedByClearAll()); }},
-                 MenuItem::separator(),
-                 {.title = "Quit Marigold", .action = [&application] { application.quit(); }}});
-  return items;
+  append(items,
+         {MenuItem::separator(),
+          {.kind = Kind::checkbox,
+           .title = "Window Labels",
+           .tooltip = "Name each window, 5h or wk, ahead of its percentage and timer.",
+           .checked = chosen.menuBarLabels(),
+           .action =
+               [&store] {
+                 Preferences& choices = store.preferences();
+                 choices.setMenuBarLabels(!choices.menuBarLabels());
+               }},
+          MenuItem::separator(),
+          {.title = "Check for Updates…",
+           .enabled = updater.canCheckForUpdates(),
+           .action = [&updater] { updater.checkForUpdates(); }},
+          {.title = "About Marigold",
+           .action = [&application, texts] { application.showAbout(worded(aboutPanel(), texts)); }},
+          MenuItem::separator(),
+          claudeToggle(store),
+          {.title = "Clear Stored Usage Data",
+           .tooltip = std::string(clearStoredDataExplanation),
+           .action = [&store] { store.clearStoredUsage(providersClearedByClearAll()); }},
+          MenuItem::separator(),
+          {.title = "Quit Marigold", .action = [&application] { application.quit(); }}});
+  return worded(std::move(items), texts);
 }
 
 }  // namespace marigold

@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "claude/ClaudeTexts.h"
+#include "popover/AboutText.h"
 #include "popover/ClaudeDisclosure.h"
 #include "popover/SettingsForm.h"
 
@@ -28,6 +29,7 @@ constexpr std::array wordings{
     Wording{.mac = launchApprovalText,
             .onLinux = "Allow Marigold in the settings of your desktop for what starts at login."},
     Wording{.mac = launchApprovalButton, .onLinux = "Open login settings"},
+    Wording{.mac = aboutCredits, .onLinux = aboutCreditsWithQt},
 };
 
 class Words {
@@ -52,7 +54,18 @@ class Words {
   void change(CardBlock& block) const {
     std::visit([this](auto& held) { change(held); }, block);
   }
-  void change(ProviderCard& card) const { change(card.blocks); }
+  void change(ProviderCard& card) const {
+    if (card.badge) {
+      change(card.badge->text);
+    }
+    change(card.blocks);
+  }
+  void change(PopoverHeader& header) const {
+    for (std::string* const text :
+         {&header.title, &header.back, &header.refresh, &header.settings}) {
+      change(*text);
+    }
+  }
   void change(SettingsOption& option) const { change(option.title); }
   void change(Confirmation& asked) const {
     for (std::string* const text :
@@ -67,6 +80,9 @@ class Words {
     change(row.detailsTitle);
     if (auto* const choice = std::get_if<SettingsChoice>(&row.control)) {
       change(choice->options);
+    } else if (auto* const moves = std::get_if<SettingsMoves>(&row.control)) {
+      change(moves->up);
+      change(moves->down);
     } else if (auto* const button = std::get_if<SettingsButton>(&row.control)) {
       change(button->title);
       if (button->confirmation) {
@@ -113,7 +129,9 @@ std::string_view linuxTexts(std::string_view text) {
 
 PopoverContent worded(PopoverContent content, DesktopTexts texts) {
   const Words words(texts);
+  words.change(content.header);
   words.change(content.cards);
+  words.change(content.settings.title);
   words.change(content.settings.sections);
   return content;
 }
@@ -121,6 +139,13 @@ PopoverContent worded(PopoverContent content, DesktopTexts texts) {
 std::vector<MenuItem> worded(std::vector<MenuItem> items, DesktopTexts texts) {
   Words(texts).change(items);
   return items;
+}
+
+AboutPanel worded(AboutPanel about, DesktopTexts texts) {
+  const Words words(texts);
+  words.change(about.title);
+  words.change(about.credits);
+  return about;
 }
 
 ProviderSnapshot worded(const ProviderSnapshot& snapshot, DesktopTexts texts) {

@@ -5,6 +5,7 @@
 
 #include "base/MenuItem.h"
 #include "model/ProviderSnapshot.h"
+#include "ports/ApplicationControl.h"
 #include "ports/PopoverContent.h"
 
 namespace marigold {
@@ -14,9 +15,11 @@ namespace marigold {
 /// never look at it.
 using DesktopTexts = std::string_view (*)(std::string_view text);
 
-/// All that the popover shows, a menu, or what is told of a provider, as a desktop words it.
+/// All that the popover shows, a menu, the About panel, or what is told of a provider, as a
+/// desktop words it.
 [[nodiscard]] PopoverContent worded(PopoverContent content, DesktopTexts texts);
 [[nodiscard]] std::vector<MenuItem> worded(std::vector<MenuItem> items, DesktopTexts texts);
+[[nodiscard]] AboutPanel worded(AboutPanel about, DesktopTexts texts);
 [[nodiscard]] ProviderSnapshot worded(const ProviderSnapshot& snapshot, DesktopTexts texts);
 
 /// Texts are written as they read on a Mac.

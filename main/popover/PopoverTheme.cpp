@@ -79,6 +79,7 @@ constexpr PopoverColors withContrast(PopoverColors colors, Color ink, Color seco
   colors.secondary = secondary;
   colors.edge = colors.cardEdge = colors.separator = colors.controlEdge = edge;
   colors.barOutline = secondary;
+  colors.disabled = 0.7;
   return colors;
 }
 

@@ -32,6 +32,7 @@ struct PopoverColors {
   Color onAccent;
   Color hover;  ///< over what the pointer would use
   Color focusRing;
+  double disabled = 0.45;  ///< opacity of a control that cannot be used
 
   bool operator==(const PopoverColors&) const = default;
 };

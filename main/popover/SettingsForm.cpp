@@ -264,7 +264,8 @@ SettingsSection general(const SettingsSource& source) {
                                     .confirm = "Clear",
                                     .cancel = "Cancel"}},
       actions.clearStoredData));
-  section.rows.push_back(buttonRow("about", "About Marigold", {}, actions.showAbout));
+  section.rows.push_back(
+      buttonRow("about", "About Marigold", {.leadsOn = true}, actions.showAbout));
   section.rows.push_back(buttonRow("quit", "Quit Marigold", {}, actions.quit));
   return section;
 }

@@ -9,6 +9,7 @@ namespace marigold {
 
 /// What the About panel says.
 struct AboutPanel {
+  std::string title;  ///< of its window, where that has one
   std::string name;
   std::string version;
   std::string credits;  ///< paragraphs separated by line feeds

@@ -57,8 +57,8 @@ struct CardRow {
 
 struct CardText {
   enum class Tone : std::uint8_t {
-    primary,    ///< why there is no reading
-    secondary,  ///< notes and explanations
+    primary,    ///< what keeps the reading away
+    secondary,  ///< notes, explanations and what is as it should be
     caption,    ///< what the rows below are
   };
   std::string text;
@@ -154,6 +154,7 @@ struct Confirmation {
 struct SettingsButton {
   std::string title;  ///< empty: the row itself is the button
   std::optional<Confirmation> confirmation;
+  bool leadsOn = false;  ///< to a window of its own
 
   bool operator==(const SettingsButton&) const = default;
 };

@@ -42,8 +42,9 @@ struct StatusItemClick {
 class StatusItem : public Pinned {
  public:
   std::function<void(const StatusItemClick&)> onClick;
-  /// Asked for the menu's current items when a desktop that shows the menu by itself reads it;
-  /// `opening` when the user is about to see it.
+  /// Asked for the menu's current items when a desktop that shows the menu by itself reads it,
+  /// maybe on any click, so that the popover is reached from there, too; `opening` when the user is
+  /// about to see it.
   std::function<std::vector<MenuItem>(bool opening)> onMenuRead;
   /// Called after `ownGround` changed.
   std::function<void()> onGroundChange;
@@ -52,8 +53,6 @@ class StatusItem : public Pinned {
   /// while it is in a bar that is not its own.
   [[nodiscard]] virtual DarkMenuBar ownGround() const { return DarkMenuBar::unknown; }
 
-  /// The bar may show the menu on any click, so that the popover must be reached from there, too.
-  [[nodiscard]] virtual bool menuOnAnyClick() const { return false; }
   virtual void show(const StatusItemContent& content) = 0;
   /// Opens a menu at the item.
   virtual void openMenu(std::vector<MenuItem> items) = 0;

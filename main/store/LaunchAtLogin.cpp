@@ -18,7 +18,8 @@ void LaunchAtLogin::setLaunchAtLogin(bool on) {
 }
 
 void LaunchAtLogin::refreshLoginItemStatus() {
-  see({.status = item_.status(), .error = seen_.error});
+  const Status status = item_.status();
+  see({.status = status, .error = status == seen_.status ? seen_.error : std::nullopt});
 }
 
 void LaunchAtLogin::reregisterLoginItemIfEnabled() {

@@ -31,7 +31,8 @@ class LaunchAtLogin {
   [[nodiscard]] bool requiresApproval() const noexcept {
     return seen_.status == Status::requiresApproval;
   }
-  /// Why it could not be turned on or off, for the user; until that is tried again.
+  /// Why it could not be turned on or off, for the user; until that is tried again or done
+  /// elsewhere.
   [[nodiscard]] const std::optional<std::string>& launchAtLoginError() const noexcept {
     return seen_.error;
   }

@@ -147,7 +147,7 @@ TEST_F(PopoverControllerTest, ControlsReachTheStoreAndTheApplication) {
   use("readClaude", 0);
   EXPECT_EQ(card(0), "Claude [off]\n(Turn On)");
   press(0);
-  EXPECT_THAT(card(0), testing::StartsWith("Claude\nChecking Claude..."));
+  EXPECT_THAT(card(0), testing::StartsWith("Claude\n- Checking Claude..."));
   use("readClaude", 0);
   use("readClaude", 1);
   EXPECT_FALSE(store->preferences().claudeTurnedOff());

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "app/PopoverShot.h"
+#include "popover/AboutText.h"
 #include "support/PopoverText.h"
 
 namespace marigold {
@@ -17,7 +18,7 @@ TEST(PopoverShot, EachPictureShowsItsCase) {
            {Mode::shotSettings, "Claude, Claude Max\n5h 42% solid", "Grok, X"},
            {Mode::shotOff, "Claude [off]\n(Turn On)", "Grok, X"},
            {Mode::shotReconnect, "Claude, Claude Max [retrying!]\n= Last reading before this\n5h",
-            "Grok, X Premium\nNo active limits right now."},
+            "Grok, X Premium\n- No active limits right now."},
            {Mode::shotHeld, "Claude, Claude Max [needs a tap!]\nReading your Claude login file did",
             "Grok\nGrok not detected\n- Looks in ~/.grok/logs"}}) {
     const PopoverContent shot = popoverShot(mode, {}, linuxTexts, mode == Mode::shotHeld);
@@ -37,13 +38,16 @@ TEST(PopoverShot, EveryTextIsTheDesktopsOwn) {
   };
   const auto menu = worded({{.title = "a", .items = {{.title = "b"}}}}, other);
   EXPECT_EQ(menu[0].title + menu[0].items[0].title, "xx");
+  const AboutPanel about = worded(aboutPanel(), other);
+  EXPECT_EQ(about.title + about.credits, "xx");
   const PopoverContent shot = popoverShot(Mode::shotHeld, {}, other, true);
-  EXPECT_THAT(
-      test::told(shot.cards[0]),
-      testing::AllOf(testing::StartsWith("Claude, Claude Max [needs a tap!]\nx\n(x)\n--- = x"
-                                         "\nx 42% dim in 2h 6m\n"),
-                     testing::EndsWith("\n> x")));
-  const std::regex noWord(R"([\w.]+:|\b(on|off|up|down)\b|\W)");  // keys, states and marks
+  EXPECT_EQ(shot.header, (PopoverHeader{"x", "x", "x", "x"}));
+  EXPECT_EQ(shot.settings.title, "x");
+  EXPECT_THAT(test::told(shot.cards[0]),
+              testing::AllOf(testing::StartsWith("Claude, Claude Max [x!]\nx\n(x)\n--- = x"
+                                                 "\nx 42% dim in 2h 6m\n"),
+                             testing::EndsWith("\n> x")));
+  const std::regex noWord(R"([\w.]+:|\b(on|off)\b|\W)");  // keys, states and marks
   EXPECT_THAT(std::regex_replace(test::told(shot.settings), noWord, ""),
               testing::MatchesRegex("x+"));
 }

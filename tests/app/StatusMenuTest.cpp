@@ -55,7 +55,7 @@ class StatusMenuTest : public testing::Test, protected test::StoreFixture {
   }
   Listed listed() {
     Listed all;
-    list(statusMenu(*store, updates, desk, {}), "", all);
+    list(statusMenu(*store, updates, desk, macTexts, {}), "", all);
     return all;
   }
   // Chooses the item of that line and gives the lines that are new then.

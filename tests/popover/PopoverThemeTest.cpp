@@ -55,6 +55,9 @@ TEST(PopoverTheme, TextsCanBeReadAndBarsBeSeen) {
         EXPECT_GE(contrast(c.cardEdge, ground), raised == increased ? 3 : 1.1);
       }
       EXPECT_EQ(c.barOutline.has_value(), raised == increased);
+      Color unusable = c.controlText;
+      unusable.opacity *= c.disabled;
+      EXPECT_GE(contrast(unusable, c.control), raised == increased ? 4.5 : 2);
       const auto darkGround = scheme == dark ? DarkMenuBar::yes : DarkMenuBar::no;
       for (const ProviderAccent accent : allCases<ProviderAccent>) {
         for (const double percent : {1.0, amberFrom, redFrom}) {

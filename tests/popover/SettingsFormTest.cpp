@@ -52,19 +52,19 @@ TEST_F(SettingsFormTest, HoldsEveryChoiceAndOffersWhatTheReadingsHave) {
   EXPECT_EQ(settingsForm(source).sections[0].rows[0].detailsTitle, "Claude: details");
   EXPECT_EQ(test::told(settingsForm(source)), std::string(R"(Assistants
 claude: Claude on
-  claude.order: Order down
+  claude.order: Order Move down
   claude.menuBar: Show in menu bar on
   claude.window: Window *Auto 5h Weekly
   claude.percentage: Percentage Off *5h Weekly Both
   claude.resetTimer: Reset timer *Off 5h Weekly Both
   claude.color: Color *By usage)") + colors + R"(codex: Codex off
-  codex.order: Order up down
+  codex.order: Order Move up Move down
   ~codex.menuBar: Show in menu bar off
   ~codex.window: Window *Auto Weekly
   ~codex.percentage: Percentage Off *On
   ~codex.resetTimer: Reset timer *Off On
   ~codex.color: Color *By usage)" + colors + R"(grok: Grok on
-  grok.order: Order up
+  grok.order: Order Move up
   grok.menuBar: Show in menu bar off
   ~grok.window: Window Auto *Weekly
   ~grok.percentage: Percentage Off *On
@@ -106,8 +106,10 @@ TEST_F(SettingsFormTest, ARowDoesWhatItSays) {
            {"colors", 1, "*By usage By window", "By usage *By window"},
            {"labels", 1, "menu bar off //", "menu bar on //"},
            {"barColors", 2, "*Automatic", "Automatic Dark *Light"},
-           {"codex.order", 0, "claude.order: Order down", "claude.order: Order up down"},
-           {"codex.order", 1, "codex.order: Order down", "codex.order: Order up down"},
+           {"codex.order", 0, "claude.order: Order Move down",
+            "claude.order: Order Move up Move down"},
+           {"codex.order", 1, "codex.order: Order Move down",
+            "codex.order: Order Move up Move down"},
            {"codex", 0, "Codex on", "Codex off"}}) {
     EXPECT_THAT(everything(), testing::HasSubstr(before)) << key;
     use(key, choice);

@@ -17,11 +17,11 @@ struct Desk final : StatusBar, Popover, Appearance, ApplicationControl {
   struct Item final : StatusItem {
     explicit Item(Desk& owner) : desk(owner) {}
     void show(const StatusItemContent& next) override { desk.shown.push_back(next); }
-    [[nodiscard]] bool menuOnAnyClick() const override { return opensOnAnyClick; }
     [[nodiscard]] DarkMenuBar ownGround() const override { return ground; }
-    void openMenu(std::vector<MenuItem> /*items*/) override { desk.journal.emplace_back("menu"); }
+    void openMenu(std::vector<MenuItem> items) override {
+      desk.journal.push_back("menu: " + items.front().title);
+    }
     Desk& desk;
-    bool opensOnAnyClick = true;
     DarkMenuBar ground = DarkMenuBar::unknown;
   };
   std::unique_ptr<StatusItem> makeItem() override {

@@ -55,7 +55,8 @@ inline std::string told(const SettingsRow& row, const std::string& indent = "") 
       all += (chosen ? " *" : " ") + option.title;
     }
   } else if (const auto* const moves = std::get_if<SettingsMoves>(&row.control)) {
-    all += std::string(moves->canMoveUp ? " up" : "") + (moves->canMoveDown ? " down" : "");
+    all += moves->canMoveUp ? " " + moves->up : "";
+    all += moves->canMoveDown ? " " + moves->down : "";
   } else if (const auto* const button = std::get_if<SettingsButton>(&row.control)) {
     all += " (" + button->title + ")";
     if (const auto& asked = button->confirmation) {

@@ -94,6 +94,12 @@ class DBusMenu::Exported final : public QObject, protected QDBusContext {
     return needsUpdate ? QList<int>{0} : QList<int>{};
   }
 
+  void refreshIfRead() {
+    if (revision_ > 0) {
+      refresh(false);
+    }
+  }
+
  Q_SIGNALS:
   void LayoutUpdated(uint /*revision*/, int /*parent*/);
   void ItemsPropertiesUpdated(const QList<marigold::DBusMenuProperties>& /*updatedProps*/,
@@ -113,6 +119,7 @@ class DBusMenu::Exported final : public QObject, protected QDBusContext {
     const auto action = actions_.find(id);
     if (event == QLatin1String("clicked") && action != actions_.end()) {
       clicks_.run(action->second);
+      clicks_.run([this] { refreshIfRead(); });
     }
   }
 
@@ -150,6 +157,10 @@ DBusMenu::DBusMenu(QDBusConnection connection, Items items)
     : exported_(std::make_unique<Exported>(std::move(connection), std::move(items))) {}
 
 DBusMenu::~DBusMenu() = default;
+
+void DBusMenu::refresh() {
+  exported_->refreshIfRead();
+}
 
 }  // namespace marigold
 

@@ -28,6 +28,10 @@ class DBusMenu final {
   DBusMenu& operator=(const DBusMenu&) = delete;
   ~DBusMenu();
 
+  /// Tells hosts that have read the menu what has changed in it since; for some never tell that
+  /// they open it.
+  void refresh();
+
  private:
   class Exported;
   std::unique_ptr<Exported> exported_;

@@ -54,9 +54,6 @@ class LinuxStatusItem final : public StatusItem {
     choose();
   }
 
-  // As GNOME's extension does.
-  [[nodiscard]] bool menuOnAnyClick() const override { return true; }
-
   [[nodiscard]] DarkMenuBar ownGround() const override {
     return strip_ ? DarkMenuBar::yes : DarkMenuBar::unknown;
   }

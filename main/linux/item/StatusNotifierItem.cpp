@@ -100,6 +100,8 @@ class StatusNotifierItem::Exported final : public QObject {
     DBusToolTip toolTip;
     QString label;
     QString description;
+
+    bool operator==(const Content&) const = default;
   };
 
   [[nodiscard]] QList<DBusPixmap> iconPixmap() const { return content_.pixmaps; }
@@ -166,6 +168,9 @@ class StatusNotifierItem::Exported final : public QObject {
     }
     if (told.label != content_.label) {
       Q_EMIT XAyatanaNewLabel(content_.label, none_);
+    }
+    if (told != content_ && menu_) {
+      menu_->refresh();
     }
   }
 

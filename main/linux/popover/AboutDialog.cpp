@@ -28,7 +28,7 @@ QLabel* addLine(QVBoxLayout& layout, const QString& text) {
 std::unique_ptr<QDialog> makeAboutDialog(const AboutPanel& about) {
   auto dialog = std::make_unique<QDialog>();
   const QString name = QString::fromStdString(about.name);
-  dialog->setWindowTitle(QStringLiteral("About ") + name);
+  dialog->setWindowTitle(QString::fromStdString(about.title));
   dialog->setAttribute(Qt::WA_QuitOnClose, false);
   const int letter = dialog->fontMetrics().averageCharWidth();
   auto* const layout = new QVBoxLayout(dialog.get());
@@ -42,13 +42,10 @@ std::unique_ptr<QDialog> makeAboutDialog(const AboutPanel& about) {
   addLine(*layout, {})
       ->setPixmap(QApplication::windowIcon().pixmap({side, side}, dialog->devicePixelRatioF()));
   addLine(*layout, name)->setFont(font);
-  addLine(*layout, QStringLiteral("Version ") + QString::fromStdString(about.version));
+  addLine(*layout, QString::fromStdString(about.version));
   for (const QString& paragraph : QString::fromStdString(about.credits).split(u'\n')) {
     addLine(*layout, paragraph);
   }
-  addLine(*layout,
-          QStringLiteral(
-              "Uses Qt, which comes under the GNU Lesser General Public License, version 3."));
 
   auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Close);
   buttons->setCenterButtons(true);
