@@ -254,16 +254,13 @@ class ButtonBlock final : public BlockWidget {
 };
 
 /// The title of texts that are behind it.
-class DisclosureButton final : public QPushButton {
+class DisclosureButton final : public PaintedButton<QPushButton> {
  public:
-  DisclosureButton(const Look& look, QWidget& parent) : QPushButton(&parent), look_(look) {
+  DisclosureButton(const Look& look, QWidget& parent) : PaintedButton(look, parent) {
     speakAsExpander(*this);
     setCheckable(true);
-    setAutoDefault(true);
     setFont(interfaceFont(0.92));
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
-    setFocusPolicy(Qt::StrongFocus);
-    setAttribute(Qt::WA_Hover);
   }
 
   [[nodiscard]] QSize sizeHint() const override {
@@ -275,7 +272,7 @@ class DisclosureButton final : public QPushButton {
   void paintEvent(QPaintEvent* /*event*/) override {
     QPainter painter(this);
     const QColor ink =
-        toQt(underMouse() || isDown() ? look_.colors().text : look_.colors().secondary);
+        toQt(underMouse() || isDown() ? look().colors().text : look().colors().secondary);
     const auto placed = [this](const QRect& box) {
       return QStyle::visualRect(layoutDirection(), rect(), box);
     };
@@ -287,11 +284,10 @@ class DisclosureButton final : public QPushButton {
                      static_cast<int>(Qt::AlignVCenter | Qt::TextSingleLine |
                                       QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
                      fontMetrics().elidedText(text(), Qt::ElideRight, room.width()));
-    paintFocusRing(painter, *this, QRectF(rect()).adjusted(0, 2, 0, -2), scaledExactly(5), look_);
+    const double inset = scaledExactly(2);
+    paintFocusRing(painter, *this, QRectF(rect()).adjusted(0, inset, 0, -inset), scaledExactly(5),
+                   look());
   }
-
- private:
-  const Look& look_;
 };
 
 class DisclosureBlock final : public BlockWidget {

@@ -19,7 +19,6 @@ namespace {
 
 constexpr double leastSide = 28;
 constexpr double controlRadius = 7;
-constexpr double disabledOpacity = 0.45;
 constexpr int turnMilliseconds = 900;
 /// What a button that is busy has beside its title.
 constexpr double busySide = 16;
@@ -34,9 +33,9 @@ QRectF framed(const QWidget& widget) {
   return QRectF(widget.rect()).adjusted(0, inset, 0, -inset);
 }
 
-void dim(QPainter& painter, const QWidget& widget) {
+void dim(QPainter& painter, const QWidget& widget, const Look& look) {
   if (!widget.isEnabled()) {
-    painter.setOpacity(disabledOpacity);
+    painter.setOpacity(look.colors().disabled);
   }
 }
 
@@ -102,10 +101,7 @@ void Turn::follow() {
 }
 
 GlyphButton::GlyphButton(Glyph glyph, const Look& look, QWidget& parent)
-    : QPushButton(&parent), look_(look), glyph_(glyph), turn_(look, *this) {
-  setAutoDefault(true);
-  setFocusPolicy(Qt::StrongFocus);
-  setAttribute(Qt::WA_Hover);
+    : PaintedButton(look, parent), glyph_(glyph), turn_(look, *this) {
   setFixedSize(square());
 }
 
@@ -134,27 +130,24 @@ void GlyphButton::paintEvent(QPaintEvent* /*event*/) {
   const double radius = scaledExactly(controlRadius);
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
-  dim(painter, *this);
+  dim(painter, *this, look());
   const QRectF box = framed_ ? framed(*this) : QRectF(rect());
   if (framed_) {
-    paintPanel(painter, box, radius, look_.colors().control, look_.colors().controlEdge);
+    paintPanel(painter, box, radius, look().colors().control, look().colors().controlEdge);
   }
-  paintHover(painter, *this, box, radius, look_);
+  paintHover(painter, *this, box, radius, look());
   painter.save();
   turn_.apply(painter, box);
   paintGlyph(painter, glyph_, box,
-             toQt(framed_ ? look_.colors().controlText : look_.colors().secondary),
+             toQt(framed_ ? look().colors().controlText : look().colors().secondary),
              isRightToLeft());
   painter.restore();
-  paintFocusRing(painter, *this, box, radius, look_);
+  paintFocusRing(painter, *this, box, radius, look());
 }
 
 TitleButton::TitleButton(const Look& look, QWidget& parent)
-    : QPushButton(&parent), look_(look), turn_(look, *this) {
+    : PaintedButton(look, parent), turn_(look, *this) {
   setFont(interfaceFont(1, QFont::Medium));
-  setAutoDefault(true);
-  setFocusPolicy(Qt::StrongFocus);
-  setAttribute(Qt::WA_Hover);
 }
 
 void TitleButton::setBusy(bool busy) {
@@ -175,11 +168,11 @@ void TitleButton::paintEvent(QPaintEvent* /*event*/) {
   const double radius = scaledExactly(controlRadius);
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
-  dim(painter, *this);
+  dim(painter, *this, look());
   const QRectF box = framed(*this);
-  paintPanel(painter, box, radius, look_.colors().control, look_.colors().controlEdge);
-  paintHover(painter, *this, box, radius, look_);
-  const QColor ink = toQt(look_.colors().controlText);
+  paintPanel(painter, box, radius, look().colors().control, look().colors().controlEdge);
+  paintHover(painter, *this, box, radius, look());
+  const QColor ink = toQt(look().colors().controlText);
   const int before = busy_ ? scaled(busySide) : 0;
   painter.setPen(ink);
   painter.drawText(QStyle::visualRect(layoutDirection(), rect(), rect().adjusted(before, 0, 0, 0)),
@@ -193,12 +186,7 @@ void TitleButton::paintEvent(QPaintEvent* /*event*/) {
     paintGlyph(painter, Glyph::refresh, QRectF(place), ink);
     painter.restore();
   }
-  paintFocusRing(painter, *this, box, radius, look_);
-}
-
-Switch::Switch(const Look& look, QWidget& parent) : QCheckBox(&parent), look_(look) {
-  setFocusPolicy(Qt::StrongFocus);
-  setAttribute(Qt::WA_Hover);
+  paintFocusRing(painter, *this, box, radius, look());
 }
 
 QSize Switch::sizeHint() const {
@@ -206,12 +194,12 @@ QSize Switch::sizeHint() const {
 }
 
 void Switch::paintEvent(QPaintEvent* /*event*/) {
-  const PopoverColors& colors = look_.colors();
+  const PopoverColors& colors = look().colors();
   const double height = scaledExactly(20);
   const double inset = scaledExactly(2);
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
-  dim(painter, *this);
+  dim(painter, *this, look());
   const QRectF box(0, (this->height() - height) / 2, width(), height);
   const bool outlined = colors.barOutline.has_value();
   paintPanel(painter, box, height / 2, isChecked() ? colors.accent : colors.switchOff,
@@ -225,7 +213,7 @@ void Switch::paintEvent(QPaintEvent* /*event*/) {
   painter.drawEllipse(place.translated(0, scaledExactly(0.75)));
   painter.setBrush(toQt(colors.onAccent));
   painter.drawEllipse(place);
-  paintFocusRing(painter, *this, QRectF(rect()), scaledExactly(controlRadius), look_);
+  paintFocusRing(painter, *this, QRectF(rect()), scaledExactly(controlRadius), look());
 }
 
 MenuChoice::MenuChoice(const Look& look, QWidget& parent) : QComboBox(&parent), look_(look) {
@@ -247,7 +235,7 @@ void MenuChoice::paintEvent(QPaintEvent* /*event*/) {
   const double radius = scaledExactly(controlRadius);
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
-  dim(painter, *this);
+  dim(painter, *this, look_);
   const QRectF box = framed(*this);
   paintPanel(painter, box, radius, colors.control, colors.controlEdge);
   if (underMouse() && isEnabled()) {
@@ -283,10 +271,8 @@ void MenuChoice::wheelEvent(QWheelEvent* event) {
 }
 
 OptionButton::OptionButton(bool swatch, const Look& look, QWidget& parent)
-    : QRadioButton(&parent), look_(look), swatch_(swatch) {
+    : PaintedButton(look, parent), swatch_(swatch) {
   setFont(interfaceFont());
-  setFocusPolicy(Qt::StrongFocus);
-  setAttribute(Qt::WA_Hover);
 }
 
 void OptionButton::setColor(const std::optional<Color>& color) {
@@ -302,11 +288,11 @@ QSize OptionButton::sizeHint() const {
 }
 
 void OptionButton::paintEvent(QPaintEvent* /*event*/) {
-  const PopoverColors& colors = look_.colors();
+  const PopoverColors& colors = look().colors();
   const double radius = scaledExactly(controlRadius);
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
-  dim(painter, *this);
+  dim(painter, *this, look());
   if (swatch_) {
     paintSwatch(painter);
     return;
@@ -315,15 +301,15 @@ void OptionButton::paintEvent(QPaintEvent* /*event*/) {
   if (isChecked()) {
     paintPanel(painter, box, radius, colors.control, colors.controlEdge);
   }
-  paintHover(painter, *this, box, radius, look_);
+  paintHover(painter, *this, box, radius, look());
   painter.setPen(toQt(colors.controlText));
   painter.setFont(interfaceFont(1, isChecked() ? QFont::Medium : QFont::Normal));
   painter.drawText(rect(), Qt::AlignCenter | Qt::TextSingleLine, text());
-  paintFocusRing(painter, *this, box, radius, look_);
+  paintFocusRing(painter, *this, box, radius, look());
 }
 
 void OptionButton::paintSwatch(QPainter& painter) const {
-  const PopoverColors& colors = look_.colors();
+  const PopoverColors& colors = look().colors();
   const double radius = scaledExactly(7);
   const QPointF center = QRectF(rect()).center();
   const auto disc = [&](double reach) {
@@ -351,7 +337,7 @@ void OptionButton::paintSwatch(QPainter& painter) const {
     painter.drawEllipse(disc(radius + scaledExactly(2.75)));
   }
   const double reach = radius + scaledExactly(6.5);
-  paintFocusRing(painter, *this, disc(reach), reach, look_);
+  paintFocusRing(painter, *this, disc(reach), reach, look());
 }
 
 }  // namespace marigold

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <functional>
+#include <optional>
 #include <string>
-#include <vector>
+#include <type_traits>
 
 #include <QtWidgets/QCheckBox>
 #include <QtWidgets/QComboBox>
@@ -19,6 +19,31 @@ QT_END_NAMESPACE
 // themselves with the popover's look. None is less than 28 points high.
 
 namespace marigold {
+
+/// A native button that paints itself: the keyboard reaches it, Return presses it if it is one to
+/// press, and it is used wherever on it the pointer is.
+template <class Native>
+class PaintedButton : public Native {
+ public:
+  PaintedButton(const Look& look, QWidget& parent) : Native(&parent), look_(look) {
+    this->setFocusPolicy(Qt::StrongFocus);
+    this->setAttribute(Qt::WA_Hover);
+    if constexpr (std::is_same_v<Native, QPushButton>) {
+      this->setAutoDefault(true);
+    }
+  }
+
+  [[nodiscard]] QSize minimumSizeHint() const override { return this->sizeHint(); }
+
+ protected:
+  [[nodiscard]] const Look& look() const noexcept { return look_; }
+  [[nodiscard]] bool hitButton(const QPoint& place) const override {
+    return this->rect().contains(place);
+  }
+
+ private:
+  const Look& look_;
+};
 
 /// Turns what a widget paints, for as long as that is shown and motion is welcome.
 class Turn final : public QObject {
@@ -40,7 +65,7 @@ class Turn final : public QObject {
 };
 
 /// A button that is a glyph, 28 points a side.
-class GlyphButton final : public QPushButton {
+class GlyphButton final : public PaintedButton<QPushButton> {
  public:
   GlyphButton(Glyph glyph, const Look& look, QWidget& parent);
 
@@ -57,14 +82,13 @@ class GlyphButton final : public QPushButton {
   void paintEvent(QPaintEvent* event) override;
 
  private:
-  const Look& look_;
   Glyph glyph_;
   bool framed_ = false;
   Turn turn_;
 };
 
 /// A button with a title.
-class TitleButton final : public QPushButton {
+class TitleButton final : public PaintedButton<QPushButton> {
  public:
   TitleButton(const Look& look, QWidget& parent);
 
@@ -72,33 +96,24 @@ class TitleButton final : public QPushButton {
   void setBusy(bool busy);
 
   [[nodiscard]] QSize sizeHint() const override;
-  [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
 
  protected:
   void paintEvent(QPaintEvent* event) override;
 
  private:
-  const Look& look_;
   bool busy_ = false;
   Turn turn_;
 };
 
 /// A switch. What is on stays on the side where the line ends.
-class Switch final : public QCheckBox {
+class Switch final : public PaintedButton<QCheckBox> {
  public:
-  Switch(const Look& look, QWidget& parent);
+  using PaintedButton::PaintedButton;
 
   [[nodiscard]] QSize sizeHint() const override;
-  [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
 
  protected:
   void paintEvent(QPaintEvent* event) override;
-  [[nodiscard]] bool hitButton(const QPoint& place) const override {
-    return rect().contains(place);
-  }
-
- private:
-  const Look& look_;
 };
 
 /// One of several, in a menu that opens at it.
@@ -120,7 +135,7 @@ class MenuChoice final : public QComboBox {
 };
 
 /// One option of several that stand side by side: a segment with a title, or a swatch.
-class OptionButton final : public QRadioButton {
+class OptionButton final : public PaintedButton<QRadioButton> {
  public:
   OptionButton(bool swatch, const Look& look, QWidget& parent);
 
@@ -128,18 +143,13 @@ class OptionButton final : public QRadioButton {
   void setColor(const std::optional<Color>& color);
 
   [[nodiscard]] QSize sizeHint() const override;
-  [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
 
  protected:
   void paintEvent(QPaintEvent* event) override;
-  [[nodiscard]] bool hitButton(const QPoint& place) const override {
-    return rect().contains(place);
-  }
 
  private:
   void paintSwatch(QPainter& painter) const;
 
-  const Look& look_;
   bool swatch_;
   std::optional<Color> color_;
 };

@@ -19,7 +19,6 @@ namespace {
 
 constexpr double nominalFontPixels = 13;
 constexpr double pointsPerInch = 72;
-constexpr double disabledOpacity = 0.45;
 
 double interfaceFontPixels() {
   const QFont font = QApplication::font();
@@ -94,10 +93,10 @@ bool pointsAlongTexts(Glyph glyph) {
 QPalette Look::palette() const {
   const PopoverColors& use = colors();
   QPalette palette(toQt(use.control), toQt(use.card));
-  const auto set = [&palette](QPalette::ColorRole role, const Color& color) {
+  const auto set = [&](QPalette::ColorRole role, const Color& color) {
     palette.setColor(role, toQt(color));
     Color faint = color;
-    faint.opacity *= disabledOpacity;
+    faint.opacity *= use.disabled;
     palette.setColor(QPalette::Disabled, role, toQt(faint));
   };
   for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ToolTipText}) {

@@ -217,7 +217,7 @@ void PopoverPanel::take(const PopoverContent& content) {
     update();
   }
   if (turnsPage) {
-    scrollToTop();
+    scroll_->verticalScrollBar()->setValue(0);
   }
   orderFocus();
 }
@@ -241,10 +241,6 @@ bool PopoverPanel::useKey(const QKeyEvent& event) {
     return false;
   }
   return true;
-}
-
-void PopoverPanel::scrollToTop() {
-  scroll_->verticalScrollBar()->setValue(0);
 }
 
 QSize PopoverPanel::sizeHint() const {

@@ -32,7 +32,6 @@ class PopoverPanel final : public QWidget {
   /// Does what a key that no control has used stands for: to refresh, to the settings and back.
   /// Whether it did.
   bool useKey(const QKeyEvent& event);
-  void scrollToTop();
 
   /// The height at which nothing scrolls.
   [[nodiscard]] QSize sizeHint() const override;

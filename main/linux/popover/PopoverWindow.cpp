@@ -36,7 +36,6 @@ class PopoverWindow::Window final : public QWidget {
         popover_(popover),
         loop_(loop),
         item_(item),
-        panel_(new PopoverPanel(this)),
         compositor_(compositorSelection, [this] { round(); }) {
     setWindowTitle(QStringLiteral("Marigold"));
     setAttribute(Qt::WA_QuitOnClose, false);
@@ -44,18 +43,12 @@ class PopoverWindow::Window final : public QWidget {
     speakAs(*this, QAccessible::Dialog);
     auto* const frame = new QVBoxLayout(this);
     frame->setContentsMargins(0, 0, 0, 0);
-    frame->addWidget(panel_);
-    panel_->onHeightChange = [this] {
-      if (isVisible()) {
-        fit();
-      }
-    };
-    round();
   }
 
   void setContent(const PopoverContent& content) {
-    panel_->take(content);
-    if (isVisible()) {
+    content_ = content;
+    if (panel_ != nullptr) {
+      panel_->take(content_);
       fit();
     }
   }
@@ -64,8 +57,10 @@ class PopoverWindow::Window final : public QWidget {
     if (clickIsDue()) {
       return;
     }
+    if (panel_ == nullptr) {
+      makePanel();
+    }
     fit();
-    panel_->scrollToTop();
     activateWhenPainted_ = true;
     hadFocus_ = false;
     focusSettled_ = loop_.now() + continuousDuration(focusSettles);
@@ -82,6 +77,7 @@ class PopoverWindow::Window final : public QWidget {
   void dismiss() {
     if (isVisible()) {
       hide();
+      dropPanel();
       if (!clickIsDue()) {
         buttons_.reset();
       }
@@ -108,7 +104,7 @@ class PopoverWindow::Window final : public QWidget {
   }
 
   void keyPressEvent(QKeyEvent* event) override {
-    if (panel_->useKey(*event)) {
+    if (panel_ != nullptr && panel_->useKey(*event)) {
       return;
     }
     if (event->key() == Qt::Key_Escape) {
@@ -172,6 +168,32 @@ class PopoverWindow::Window final : public QWidget {
     watchEnds_ = loop_.callAt(clickTold_, [this] { buttons_.reset(); });
   }
 
+  void makePanel() {
+    panel_ = new PopoverPanel(this);
+    layout()->addWidget(panel_);
+    panel_->onHeightChange = [this] { fit(); };
+    round();
+    panel_->take(content_);
+    panel_->show();
+  }
+
+  // Each opening begins anew, and while it is closed it takes little memory. What is dropped may be
+  // what is being used.
+  void dropPanel() {
+    panel_->onHeightChange = nullptr;
+    panel_->hide();
+    layout()->removeWidget(panel_);
+    std::exchange(panel_, nullptr)->deleteLater();
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+          if (!isVisible()) {
+            destroy();
+          }
+        },
+        Qt::QueuedConnection);
+  }
+
   // As large as what it shows, as far as the screen goes, at the place that suits the size. While
   // it is open it keeps its upper right corner, or the lower one where it stands above the item.
   void fit() {
@@ -199,14 +221,17 @@ class PopoverWindow::Window final : public QWidget {
 
   // Only where what is behind the corners shows through.
   void round() {
-    panel_->setTranslucent(compositor_.owned() ||
-                           QGuiApplication::platformName() != QLatin1String("xcb"));
+    if (panel_ != nullptr) {
+      panel_->setTranslucent(compositor_.owned() ||
+                             QGuiApplication::platformName() != QLatin1String("xcb"));
+    }
   }
 
   PopoverWindow& popover_;
   EventLoop& loop_;
   const ItemPlace& item_;
-  PopoverPanel* panel_;
+  PopoverContent content_;
+  PopoverPanel* panel_ = nullptr;  ///< while it is open
   X11Selection compositor_;
   bool activateWhenPainted_ = false;
   bool hadFocus_ = false;

@@ -229,13 +229,15 @@ class ButtonControl final : public SettingsControl {
 };
 
 /// A row that is a button itself.
-class RowButton final : public QPushButton {
+class RowButton final : public PaintedButton<QPushButton> {
  public:
-  RowButton(const Look& look, QWidget& parent) : QPushButton(&parent), look_(look) {
+  RowButton(const Look& look, QWidget& parent) : PaintedButton(look, parent) {
     setFont(interfaceFont());
-    setAutoDefault(true);
-    setFocusPolicy(Qt::StrongFocus);
-    setAttribute(Qt::WA_Hover);
+  }
+
+  void setLeadsOn(bool leadsOn) {
+    leadsOn_ = leadsOn;
+    update();
   }
 
   [[nodiscard]] QSize sizeHint() const override {
@@ -244,24 +246,32 @@ class RowButton final : public QPushButton {
 
  protected:
   void paintEvent(QPaintEvent* /*event*/) override {
+    const double inset = scaledExactly(3);
+    const QRectF box = QRectF(rect()).adjusted(inset, inset, -inset, -inset);
+    const double radius = scaledExactly(10);
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     if (underMouse() || isDown()) {
       painter.setPen(Qt::NoPen);
-      painter.setBrush(toQt(look_.colors().hover));
-      painter.drawRoundedRect(QRectF(rect()).adjusted(3, 3, -3, -3), scaledExactly(10),
-                              scaledExactly(10));
+      painter.setBrush(toQt(look().colors().hover));
+      painter.drawRoundedRect(box, radius, radius);
     }
-    painter.setPen(toQt(look_.colors().text));
-    painter.drawText(rect().adjusted(scaled(14), 0, -scaled(14), 0),
+    const QRect line = rect().adjusted(scaled(14), 0, -scaled(14), 0);
+    painter.setPen(toQt(look().colors().text));
+    painter.drawText(line,
                      static_cast<int>(Qt::AlignVCenter | Qt::TextSingleLine |
                                       QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
                      text());
-    paintFocusRing(painter, *this, QRectF(rect()).adjusted(3, 3, -3, -3), scaledExactly(10), look_);
+    if (leadsOn_) {
+      const QRect end(line.right() - scaled(4), 0, scaled(5), height());
+      paintGlyph(painter, Glyph::chevronForward, QStyle::visualRect(layoutDirection(), rect(), end),
+                 toQt(look().colors().secondary), isRightToLeft());
+    }
+    paintFocusRing(painter, *this, box, radius, look());
   }
 
  private:
-  const Look& look_;
+  bool leadsOn_ = false;
 };
 
 class RowButtonControl final : public SettingsControl {
@@ -275,6 +285,7 @@ class RowButtonControl final : public SettingsControl {
 
   void take(const SettingsRow& row) override {
     button_->setText(QString::fromStdString(row.title));
+    button_->setLeadsOn(std::get<SettingsButton>(row.control).leadsOn);
     button_->setAccessibleDescription(QString::fromStdString(row.explanation));
   }
   [[nodiscard]] bool fillsRow() const override { return true; }

@@ -218,6 +218,14 @@ void SettingsRowWidget::keyPressEvent(QKeyEvent* event) {
   }
 }
 
+// What was asked is not asked again as the page comes back.
+void SettingsRowWidget::hideEvent(QHideEvent* event) {
+  if (question_ != nullptr && !event->spontaneous()) {
+    endQuestion();
+  }
+  QWidget::hideEvent(event);
+}
+
 bool SettingsRowWidget::event(QEvent* event) {
   if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::LayoutDirectionChange) {
     updateGeometry();
@@ -317,7 +325,9 @@ void SettingsRowWidget::endQuestion() {
   question_->deleteLater();
   question_ = nullptr;
   control_->show();
-  control_->findChild<QPushButton*>()->setFocus(Qt::TabFocusReason);
+  if (isVisible()) {
+    control_->findChild<QPushButton*>()->setFocus(Qt::TabFocusReason);
+  }
   updateGeometry();
   place();
   update();

@@ -190,6 +190,7 @@ TEST_F(DesktopTest, ThePopoverHasTheFocusAndClosesWhenItShould) {
   ASSERT_TRUE(opens());
   popover.close();
   EXPECT_TRUE(closes(4));
+  EXPECT_TRUE(eventually([&] { return window->windowHandle() == nullptr; })) << "costs memory";
   popover.open();
   EXPECT_TRUE(popover.isShown());
 }

@@ -286,6 +286,8 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   popover.close();
   popover.close();
   EXPECT_EQ(closed, 1);
+  popover.open();
+  EXPECT_EQ(spoken().find("[What*]"), std::string::npos) << "each opening begins anew";
 }
 
 TEST_F(WidgetsTest, TheKeyboardReachesAllOfTheSettings) {
@@ -367,6 +369,9 @@ TEST_F(WidgetsTest, TheKeyboardReachesAllOfTheSettings) {
                           "[b*]|[c]|Color:|[a]|[b]|[c*]|"),
             std::string::npos)
       << "none of it was taken: " << spoken();
+  named<QPushButton>("Clear").click();
+  named<QPushButton>("Back").click();
+  press(Qt::Key_Comma, Qt::ControlModifier);
   named<QPushButton>("Clear").click();
   press(Qt::Key_Escape);
   EXPECT_TRUE(named<QPushButton>("Clear").hasFocus()) << "asked no more";
