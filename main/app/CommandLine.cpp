@@ -13,7 +13,7 @@ using Mode = Command::Mode;
 
 struct Flag {
   HelpEntry help;
-  Mode mode;
+  Mode mode{};
 
   [[nodiscard]] bool takesPath() const { return !help.argument.empty(); }
 };

@@ -41,7 +41,7 @@ struct Command {
 /// One thing of the command line or of what surrounds it, and what it does.
 struct HelpEntry {
   std::string_view name;
-  std::string_view argument{};  ///< what must follow it; empty when nothing does
+  std::string_view argument;  ///< what must follow it; empty when nothing does
   std::string_view text;
 };
 
