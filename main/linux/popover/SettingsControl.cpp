@@ -147,6 +147,8 @@ class OptionsControl final : public SettingsControl {
     showing_ = false;
   }
 
+  [[nodiscard]] int emptyEnd() const override { return swatches_ ? scaled(7) : 0; }
+
  protected:
   void paintEvent(QPaintEvent* /*event*/) override {
     if (!swatches_) {

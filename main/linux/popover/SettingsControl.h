@@ -22,6 +22,8 @@ class SettingsControl : public QWidget {
   virtual void useByText() {}
   /// As wide as the row, with the row's title for its own.
   [[nodiscard]] virtual bool fillsRow() const { return false; }
+  /// How much of its end is only there to be clicked at, in pixels.
+  [[nodiscard]] virtual int emptyEnd() const { return 0; }
 };
 
 [[nodiscard]] SettingsControl* makeSettingsControl(const SettingsRow& row, const Look& look,

@@ -125,7 +125,7 @@ class SettingsPage::Section final : public QWidget {
 SettingsPage::SettingsPage(const Look& look, QWidget& parent)
     : QWidget(&parent), look_(look), layout_(new QVBoxLayout(this)) {
   speakAs(*this, QAccessible::Grouping);
-  layout_->setContentsMargins(0, 0, 0, 0);
+  layout_->setContentsMargins(0, scaled(8), 0, 0);
   layout_->setSpacing(scaled(12));
 }
 

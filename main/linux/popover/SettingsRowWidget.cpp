@@ -275,8 +275,8 @@ SettingsRowWidget::Arrangement SettingsRowWidget::arrange(int width) const {
     middle = top + text + scaled(4) + control.height() / 2;
   }
   const int wide = std::min(control.width(), whole);
-  places.control =
-      QRect(width - scaled(side) - wide, middle - control.height() / 2, wide, control.height());
+  places.control = QRect(width - scaled(side) - wide + control_->emptyEnd(),
+                         middle - control.height() / 2, wide, control.height());
   if (expander_ != nullptr) {
     places.expander =
         QRect(QPoint(places.control.left() - expander, middle - expander_->height() / 2),
