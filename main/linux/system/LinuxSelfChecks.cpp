@@ -1,7 +1,6 @@
 #include "linux/system/LinuxSelfChecks.h"
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -14,6 +13,7 @@
 #include "base/JsonDocument.h"
 #include "linux/request/LinuxTransport.h"
 #include "linux/system/FileWatch.h"
+#include "linux/system/OffscreenToolkit.h"
 #include "linux/system/QtPainter.h"
 
 namespace marigold {
@@ -42,10 +42,7 @@ bool canBeWritten(const fs::path& path) {
 
 // Each digit has a picture of its own, which a font without digits does not give.
 bool digitsAreDrawn() {
-  std::array<std::string, 3> texts{"marigold", "-platform", "offscreen"};
-  std::array<char*, 4> words{texts[0].data(), texts[1].data(), texts[2].data(), nullptr};
-  int count = static_cast<int>(texts.size());
-  const QGuiApplication application(count, words.data());
+  const OffscreenToolkit<QGuiApplication> toolkit;
   const FontStyle font{.monospacedDigits = true};
   const double width = QtTextMeasurer().measure("0", font).width;
   std::vector<QImage> drawn;

@@ -1,6 +1,5 @@
 #include "linux/system/PictureFile.h"
 
-#include <array>
 #include <string>
 
 #include <QtGui/QFont>
@@ -10,6 +9,7 @@
 #include <QtWidgets/QApplication>
 
 #include "linux/popover/PopoverPanel.h"
+#include "linux/system/OffscreenToolkit.h"
 #include "linux/system/QtPainter.h"
 #include "popover/DesktopTexts.h"
 
@@ -20,24 +20,15 @@ namespace {
 constexpr double pixelsPerPoint = 2;
 constexpr int fontPixels = 13;
 
-/// Words for a toolkit without a display.
-struct Words {
-  std::array<std::string, 3> texts{"marigold", "-platform", "offscreen"};
-  std::array<char*, 4> pointers{texts[0].data(), texts[1].data(), texts[2].data(), nullptr};
-  int count = static_cast<int>(texts.size());
-};
-
 bool savePicture(const Picture& picture, const std::string& path) {
-  Words words;
-  const QGuiApplication application(words.count, words.pointers.data());
+  const OffscreenToolkit<QGuiApplication> toolkit;
   return rasterize(picture(QtTextMeasurer()), pixelsPerPoint)
       .save(QString::fromStdString(path), "PNG");
 }
 
 bool savePopoverPicture(const PopoverContent& content, const std::string& path) {
   qputenv("QT_SCALE_FACTOR", QByteArray::number(pixelsPerPoint));
-  Words words;
-  const QApplication application(words.count, words.pointers.data());
+  const OffscreenToolkit<QApplication> toolkit;
   QFont font = QApplication::font();
   font.setPixelSize(fontPixels);
   QApplication::setFont(font);
