@@ -18,7 +18,9 @@ inline NSString* toMac(std::string_view text) {
 /// `text` as UTF-8; empty for nil.
 inline std::string fromMac(NSString* text) {
   const char* const bytes = text.UTF8String;
-  return bytes != nullptr ? std::string(bytes) : std::string();
+  return bytes != nullptr
+             ? std::string(bytes, [text lengthOfBytesUsingEncoding:NSUTF8StringEncoding])
+             : std::string();
 }
 
 }  // namespace marigold

@@ -9,6 +9,7 @@
 
 #include "linux/system/FileEventDelivery.h"
 #include "linux/system/InotifyStream.h"
+#include "support/EventStreamContract.h"
 #include "support/RecordingLog.h"
 #include "support/TemporaryDirectory.h"
 
@@ -62,6 +63,11 @@ class InotifyStreamTest : public testing::Test {
   bool blocked = false;  // while set, the stream stays in its callback
   std::unique_ptr<EventStream> stream;
 };
+
+TEST_F(InotifyStreamTest, TellsWhatHappensUntilItsEnd) {
+  InotifyStreamSource source(log);
+  test::tellsWhatHappensUntilItsEnd(source);
+}
 
 TEST_F(InotifyStreamTest, LosesNothingInDirectoriesThatAppear) {
   temporary.write("elsewhere/a/b/moved", "");

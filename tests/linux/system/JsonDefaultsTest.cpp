@@ -8,6 +8,7 @@
 
 #include "base/BoundedFile.h"
 #include "linux/system/JsonDefaults.h"
+#include "support/DefaultsContract.h"
 #include "support/MemoryDefaults.h"
 #include "support/OrdinaryUser.h"
 #include "support/RecordingLog.h"
@@ -30,26 +31,11 @@ struct JsonDefaultsTest : testing::Test {
   std::string file = directory.path() + "/preferences.json";
 };
 
-// The one of the other tests, too.
 TEST_F(JsonDefaultsTest, KeepsFlagsAndTextsApartUnderExactKeys) {
   JsonDefaults stored(file, log);
-  test::MemoryDefaults kept;
-  const std::string odd = std::string("quote \" slash \\ umlaut \u00e4 nul ") + '\0' + " end";
-  for (Defaults* const defaults : std::initializer_list<Defaults*>{&stored, &kept}) {
-    defaults->apply({{"a", true}, {"b.c", odd}, {"d", ""}, {"e", false}, {"e", true}});
-    defaults->apply({{"a", odd}, {"b.c", {}}, {"never set", {}}, {"f", "true"}});
-    for (const auto& [key, value] : std::vector<DefaultsChange>{{"a", odd},
-                                                                {"A", {}},
-                                                                {"b", {}},
-                                                                {"b.c", {}},
-                                                                {"d", ""},
-                                                                {"e", true},
-                                                                {"f", "true"}}) {
-      EXPECT_EQ(defaults->value(key), value) << key;
-    }
-    EXPECT_EQ(defaults->flag("f"), std::nullopt);
-    EXPECT_EQ(defaults->text("e"), std::nullopt);
-  }
+  test::keepFlagsAndTextsApartUnderExactKeys(stored);
+  test::MemoryDefaults kept;  // the one of the other tests, too
+  test::keepFlagsAndTextsApartUnderExactKeys(kept);
 }
 
 TEST_F(JsonDefaultsTest, MembersOfOtherTypesAreKept) {

@@ -188,12 +188,15 @@ STORED(NSString*, accessibilityRole, setAccessibilityRole)
 }
 @end
 
+// There a process hears of what others store when it asks for it.
 @implementation NSUserDefaults (Completion)
-- (id)initWithSuiteName:(NSString*)name {
-  if ((self = [self init])) {
-    [self addSuiteNamed:name];
-  }
-  return self;
++ (void)load {
+  method_exchangeImplementations(class_getInstanceMethod(self, @selector(persistentDomainForName:)),
+                                 class_getInstanceMethod(self, @selector(asStored:)));
+}
+- (NSDictionary*)asStored:(NSString*)domain {
+  [self synchronize];
+  return [self asStored:domain];  // the two are exchanged
 }
 @end
 
@@ -239,6 +242,22 @@ STORED(NSString*, accessibilityRole, setAccessibilityRole)
   return nil;
 }
 @end
+
+@implementation NSFileManager (Completion)
+- (NSArray*)URLsForDirectory:(NSSearchPathDirectory)directory
+                   inDomains:(NSSearchPathDomainMask)domains {
+  NSMutableArray* found = [NSMutableArray array];
+  for (NSString* path in NSSearchPathForDirectoriesInDomains(directory, domains, YES)) {
+    [found addObject:[NSURL fileURLWithPath:path isDirectory:YES]];
+  }
+  return found;
+}
+@end
+
+// There it is the user's entry that says it.
+extern "C" NSString* NSHomeDirectory(void) {
+  return [[[NSProcessInfo processInfo] environment] objectForKey:@"HOME"];
+}
 
 // Constants that are macros or static there. Under other names here, for this file sees those too.
 static const NSRect zero = {};

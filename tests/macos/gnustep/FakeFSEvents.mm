@@ -1,9 +1,10 @@
 // FSEvents and the serial queues of libdispatch over Linux's own file events. Deliveries keep the
-// documented contract: on the stream's queue, none after FSEventStreamInvalidate. Of the flags at
-// creation only those that tell files from directories are looked at; event identifiers are
-// counted, and history is not kept.
+// documented contract: on the stream's queue, none begun after FSEventStreamInvalidate. Only the
+// flags that Marigold uses are offered. Event identifiers are counted; history is not kept, nor
+// that paths are told without links.
 #include "macos/gnustep/FakeFSEvents.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -16,6 +17,7 @@
 #import <CoreServices/CoreServices.h>
 
 #include "linux/system/InotifyStream.h"
+#include "macos/MacText.h"
 #include "ports/Log.h"
 
 using marigold::EventStream;
@@ -97,6 +99,7 @@ void dispatch_sync(dispatch_queue_t queue, __attribute__((noescape)) dispatch_bl
   std::mutex mutex;
   std::condition_variable changed;
   bool done = false;
+  fake::streamCalls += " sync";
   [queueOf(queue) put:[&] {
     block();
     const std::lock_guard lock(mutex);
@@ -110,6 +113,10 @@ void dispatch_sync(dispatch_queue_t queue, __attribute__((noescape)) dispatch_bl
 
 namespace {
 
+constexpr FSEventStreamCreateFlags offered =
+    kFSEventStreamCreateFlagUseCFTypes | kFSEventStreamCreateFlagNoDefer |
+    kFSEventStreamCreateFlagWatchRoot | kFSEventStreamCreateFlagFileEvents;
+
 struct Silent final : marigold::Log {
   void note(std::string_view /*line*/) override {}
   void error(std::string_view /*line*/) override {}
@@ -117,15 +124,37 @@ struct Silent final : marigold::Log {
 
 }  // namespace
 
-struct __FSEventStream {
+// What deliveries that wait in the queue still need.
+struct Receiver {
   FSEventStreamCallback callback;
   void* info;
+  std::atomic<bool> isValid = true;
+};
+
+struct __FSEventStream {
   std::string path;
-  double latency;
+  Seconds latency;
+  std::shared_ptr<Receiver> receiver;
   dispatch_queue_t queue = nil;
   std::unique_ptr<EventStream> stream = nullptr;
-  bool valid = true;  // the queue's
 };
+
+static void deliver(FSEventStreamRef stream, const Receiver& receiver,
+                    const std::vector<FileEvent>& events) {
+  if (!receiver.isValid) {
+    return;
+  }
+  NSMutableArray* const paths = [NSMutableArray array];
+  std::vector<FSEventStreamEventFlags> flags;
+  std::vector<FSEventStreamEventId> ids;
+  for (const FileEvent& each : events) {
+    [paths addObject:marigold::toMac(each.path)];
+    flags.push_back(each.flags);
+    ids.push_back(ids.size() + 1);
+  }
+  receiver.callback(stream, receiver.info, events.size(), (__bridge void*)paths, flags.data(),
+                    ids.data());
+}
 
 extern "C" {
 FSEventStreamRef FSEventStreamCreate(CFAllocatorRef, FSEventStreamCallback callback,
@@ -135,45 +164,45 @@ FSEventStreamRef FSEventStreamCreate(CFAllocatorRef, FSEventStreamCallback callb
   NSArray* const list = (__bridge NSArray*)paths;
   fake::streamFlags = flags;
   fake::streamLatency = latency;
-  if ((flags & kFSEventStreamCreateFlagUseCFTypes) != 0 || list.count != 1 ||
-      since != kFSEventStreamEventIdSinceNow) {
-    return nullptr;  // not offered
+  fake::streamCalls = "create";
+  if ((flags & offered) != flags || (flags & kFSEventStreamCreateFlagUseCFTypes) == 0 ||
+      list.count != 1 || since != kFSEventStreamEventIdSinceNow) {
+    return nullptr;
   }
-  return new __FSEventStream{callback, context->info, [(NSString*)list[0] UTF8String], latency};
+  auto receiver = std::make_shared<Receiver>(callback, context->info);
+  return new __FSEventStream{marigold::fromMac(list[0]), Seconds{latency}, std::move(receiver)};
 }
 void FSEventStreamSetDispatchQueue(FSEventStreamRef stream, dispatch_queue_t queue) {
+  fake::streamCalls += " schedule";
   stream->queue = queue;
 }
 Boolean FSEventStreamStart(FSEventStreamRef stream) {
   static Silent silent;
   static InotifyStreamSource source(silent);
-  stream->stream = source.open(stream->path, Seconds{stream->latency},
-                               [stream](const std::vector<FileEvent>& events) {
-                                 dispatch_sync(stream->queue, ^{
-                                   std::vector<const char*> paths;
-                                   std::vector<FSEventStreamEventFlags> flags;
-                                   std::vector<FSEventStreamEventId> ids;
-                                   for (const FileEvent& each : events) {
-                                     paths.push_back(each.path.c_str());
-                                     flags.push_back(each.flags);
-                                     ids.push_back(ids.size() + 1);
-                                   }
-                                   if (stream->valid) {
-                                     stream->callback(stream, stream->info, paths.size(),
-                                                      paths.data(), flags.data(), ids.data());
-                                   }
-                                 });
-                               });
+  fake::streamCalls += " start";
+  MGQueue* const queue = queueOf(stream->queue);
+  stream->stream =
+      fake::streamsStart
+          ? source.open(
+                stream->path, stream->latency,
+                [stream, queue, receiver = stream->receiver](const std::vector<FileEvent>& events) {
+                  [queue put:[stream, receiver, events] { deliver(stream, *receiver, events); }];
+                })
+          : nullptr;
   return stream->stream != nullptr;
 }
 void FSEventStreamStop(FSEventStreamRef stream) {
+  fake::streamCalls += " stop";
   stream->stream.reset();
 }
 void FSEventStreamInvalidate(FSEventStreamRef stream) {
+  fake::streamCalls += " invalidate";
   stream->stream.reset();
-  stream->valid = false;
+  stream->receiver->isValid = false;
+  stream->queue = nil;
 }
 void FSEventStreamRelease(FSEventStreamRef stream) {
+  fake::streamCalls += " release";
   delete stream;
 }
 }

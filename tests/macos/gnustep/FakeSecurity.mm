@@ -1,4 +1,5 @@
-// Security.h's keychain as far as MacKeychain uses it: items and rules out of a table.
+// Security.h's keychain as far as MacKeychain uses it: items and rules out of a table. Searches by
+// service only; secrets, changes and more than one keychain are not kept.
 #include "macos/gnustep/FakeSecurity.h"
 
 #import <Foundation/Foundation.h>
@@ -66,20 +67,30 @@ OSStatus SecItemCopyMatching(CFDictionaryRef query, CFTypeRef* result) {
       ![asked[@"r_Attributes"] boolValue] || ![asked[@"r_Ref"] boolValue]) {
     return errSecParam;  // not offered
   }
+  if (fake::keychain.searchStatus != errSecSuccess) {
+    return fake::keychain.searchStatus;
+  }
   NSMutableArray* const found = [NSMutableArray array];
-  for (const fake::Item& each : fake::items) {
+  for (const fake::Item& each : fake::keychain.items) {
     if (![asked[@"svce"] isEqual:toMac(each.service)]) {
       continue;
     }
     MGFakeItem* const item = [[MGFakeItem alloc] init];
     item->item = &each;
-    [found
-        addObject:@{@"acct" : toMac(each.account), @"svce" : toMac(each.service), @"v_Ref" : item}];
+    NSMutableDictionary* const attributes = [NSMutableDictionary dictionary];
+    attributes[@"svce"] = toMac(each.service);
+    if (each.account) {
+      attributes[@"acct"] = toMac(*each.account);
+    }
+    if (each.reference != fake::Reference::none) {
+      attributes[@"v_Ref"] = each.reference == fake::Reference::item ? (id)item : @"another";
+    }
+    [found addObject:attributes];
   }
   if (found.count == 0) {
     return errSecItemNotFound;
   }
-  *result = CFBridgingRetain(found);
+  *result = CFBridgingRetain(fake::keychain.listless ? found[0] : (id)found);
   return errSecSuccess;
 }
 OSStatus SecKeychainSetUserInteractionAllowed(Boolean state) {
@@ -87,19 +98,24 @@ OSStatus SecKeychainSetUserInteractionAllowed(Boolean state) {
   return errSecSuccess;
 }
 OSStatus SecKeychainItemCopyKeychain(SecKeychainItemRef, SecKeychainRef* keychain) {
-  *keychain = (SecKeychainRef)CFBridgingRetain([[MGFakeKeychain alloc] init]);
+  if (fake::keychain.keychainStatus != errSecSuccess) {
+    return fake::keychain.keychainStatus;
+  }
+  *keychain = fake::keychain.isThere
+                  ? (SecKeychainRef)CFBridgingRetain([[MGFakeKeychain alloc] init])
+                  : nullptr;
   return errSecSuccess;
 }
 OSStatus SecKeychainGetPath(SecKeychainRef, UInt32* length, char* path) {
-  if (*length < fake::keychainPath.size() + 1) {
+  if (*length < fake::keychain.path.size() + 1) {
     return errSecBufferTooSmall;
   }
-  *length = (UInt32)fake::keychainPath.copy(path, std::string::npos);  // and without its end
+  *length = (UInt32)fake::keychain.path.copy(path, std::string::npos);  // and without its end
   return errSecSuccess;
 }
 OSStatus SecKeychainGetStatus(SecKeychainRef, SecKeychainStatus* status) {
-  *status = fake::keychainStatus;
-  return errSecSuccess;
+  *status = fake::keychain.status;
+  return fake::keychain.statusStatus;
 }
 OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef ref, SecAccessRef* access) {
   MGFakeItem* const item = (__bridge MGFakeItem*)ref;
@@ -112,8 +128,12 @@ OSStatus SecKeychainItemCopyAccess(SecKeychainItemRef ref, SecAccessRef* access)
   return errSecSuccess;
 }
 OSStatus SecAccessCopyACLList(SecAccessRef access, CFArrayRef* list) {
+  const fake::Item& item = *((__bridge MGFakeAccess*)access)->item;
+  if (item.listStatus != errSecSuccess) {
+    return item.listStatus;
+  }
   NSMutableArray* const all = [NSMutableArray array];
-  for (const fake::ACL& each : ((__bridge MGFakeAccess*)access)->item->acls) {
+  for (const fake::ACL& each : item.acls) {
     MGFakeACL* const acl = [[MGFakeACL alloc] init];
     acl->acl = &each;
     [all addObject:acl];
@@ -150,6 +170,9 @@ OSStatus SecACLCopyContents(SecACLRef ref, CFArrayRef* applications, CFStringRef
 }
 OSStatus SecTrustedApplicationCopyData(SecTrustedApplicationRef ref, CFDataRef* data) {
   const std::string& path = ((__bridge MGFakeApplication*)ref)->path;
+  if (path == fake::unreadable) {
+    return errSecInternalComponent;
+  }
   *data = (CFDataRef)CFBridgingRetain([NSData dataWithBytes:path.c_str()
                                                      length:path.size() + 1]);  // with its end
   return errSecSuccess;

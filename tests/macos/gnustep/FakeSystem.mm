@@ -33,8 +33,14 @@ extern "C" NSString* const SMAppServiceErrorDomain = @"SMAppServiceErrorDomain";
   }
   return fake::serviceError == 0;
 }
++ (void)openSystemSettingsLoginItems {
+  ++fake::settingsOpened;
+}
 - (BOOL)unregisterAndReturnError:(NSError**)error {
-  (void)error;
+  if (fake::serviceError != 0) {
+    *error = [NSError errorWithDomain:SMAppServiceErrorDomain code:fake::serviceError userInfo:nil];
+    return NO;
+  }
   fake::serviceStatus = SMAppServiceStatusNotRegistered;
   return YES;
 }

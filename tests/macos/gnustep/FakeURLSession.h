@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -12,17 +13,19 @@ struct Server {
   int status = 200;
   std::map<std::string, std::string> headers;
   std::vector<std::string> chunks;
-  std::string redirectTo;     ///< when not empty, the first answer is 302 to there
-  double firstByteAfter = 0;  ///< seconds
-  double betweenChunks = 0;
-  long error = 0;  ///< an NSURLError before any answer
+  std::string challenge = "";         ///< the method of one before the answer, empty for none
+  std::string redirectTo = "";        ///< when not empty, the first answer is 302 to there
+  long error = 0;                     ///< an NSURLError before any answer
+  bool hangs = false;                 ///< nothing comes before the task is cancelled
+  std::function<void()> whenAsked{};  ///< called on the task's thread
 };
 struct Heard {
   std::string method, url, configuration;
   std::map<std::string, std::string> headers;
+  long disposition = -1;  ///< of the challenge
+  bool credential = false;
   bool followed = false;  ///< the redirect
   long ended = -1;        ///< the error code that the task ended with, 0 for none
-  bool invalidated = false;
 };
 
 inline Server server;

@@ -4,7 +4,6 @@
 // and more than one task a session are not kept.
 #include "macos/gnustep/FakeURLSession.h"
 
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -16,7 +15,9 @@
 #pragma clang diagnostic ignored "-Wincomplete-implementation"
 #pragma clang diagnostic ignored "-Wobjc-property-implementation"
 
-using Clock = std::chrono::steady_clock;
+extern "C" NSString* const NSURLAuthenticationMethodServerTrust =
+    @"NSURLAuthenticationMethodServerTrust";
+
 using marigold::fromMac;
 using marigold::toMac;
 
@@ -29,6 +30,10 @@ using marigold::toMac;
     self.timeoutIntervalForRequest = 60;
     self.timeoutIntervalForResource = 7 * 24 * 3600;
     self.HTTPShouldSetCookies = YES;
+    self.waitsForConnectivity = YES;
+    self.URLCache = (id) @"kept";
+    self.HTTPCookieStorage = (id) @"kept";
+    self.URLCredentialStorage = (id) @"kept";
   }
   return self;
 }
@@ -52,7 +57,6 @@ using marigold::toMac;
   std::mutex _mutex;
   std::condition_variable _changed;
   bool _cancelled;
-  Clock::time_point _deadline;
 }
 - (instancetype)initWithSession:(NSURLSession*)session request:(NSURLRequest*)request {
   if ((self = [super init])) {
@@ -74,26 +78,17 @@ using marigold::toMac;
   _changed.notify_all();
 }
 - (void)resume {
-  const NSTimeInterval limit = _session.configuration.timeoutIntervalForResource;
-  _deadline = Clock::now() +
-              std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(limit));
   std::thread([self] {
     @autoreleasepool {
       [self run];
     }
   }).detach();
 }
-/// Waits until `done` or for so long; the error that ended the wait before, or 0.
-- (long)wait:(double)seconds until:(const bool*)done {
+/// Waits until `done` unless it is cancelled before; the error that ends the task, or 0.
+- (long)waitUntil:(const bool*)done {
   std::unique_lock lock(_mutex);
-  const auto until =
-      std::min(_deadline, Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                             std::chrono::duration<double>(seconds)));
-  (void)_changed.wait_until(lock, until, [&] { return _cancelled || (done != nullptr && *done); });
-  if (_cancelled) {
-    return NSURLErrorCancelled;
-  }
-  return Clock::now() >= _deadline ? long{NSURLErrorTimedOut} : 0;
+  _changed.wait(lock, [&] { return _cancelled || *done; });
+  return _cancelled ? NSURLErrorCancelled : 0;
 }
 /// Has the delegate asked on its queue; `ask` gets what to call once it has decided.
 - (long)ask:(void (^)(id<NSURLSessionDataDelegate>, void (^decided)(void)))ask {
@@ -106,7 +101,42 @@ using marigold::toMac;
       self->_changed.notify_all();
     });
   }];
-  return [self wait:1e6 until:done.get()];
+  return [self waitUntil:done.get()];
+}
+/// One challenge, told to the task's method; those of sessions are not kept.
+- (long)challenge:(NSString*)method {
+  NSURLProtectionSpace* const space = [[NSURLProtectionSpace alloc] initWithHost:_request.URL.host
+                                                                            port:443
+                                                                        protocol:@"https"
+                                                                           realm:nil
+                                                            authenticationMethod:method];
+  NSURLAuthenticationChallenge* const asked =
+      [[NSURLAuthenticationChallenge alloc] initWithProtectionSpace:space
+                                                 proposedCredential:nil
+                                               previousFailureCount:0
+                                                    failureResponse:nil
+                                                              error:nil
+                                                             sender:nil];
+  NSURLSession* const session = _session;
+  const long error = [self ask:^(id<NSURLSessionDataDelegate> delegate, void (^decided)(void)) {
+    const auto decide = ^(NSURLSessionAuthChallengeDisposition disposition, NSURLCredential* with) {
+      fake::heard.disposition = disposition;
+      fake::heard.credential = with != nil;
+      decided();
+    };
+    if ([delegate
+            respondsToSelector:@selector(URLSession:task:didReceiveChallenge:completionHandler:)]) {
+      [(NSObject*)delegate URLSession:session
+                                 task:self
+                  didReceiveChallenge:asked
+                    completionHandler:decide];
+    } else {
+      decide(NSURLSessionAuthChallengePerformDefaultHandling, nil);
+    }
+  }];
+  const bool isCancelled =
+      fake::heard.disposition == NSURLSessionAuthChallengeCancelAuthenticationChallenge;
+  return error == 0 && isCancelled ? NSURLErrorCancelled : error;
 }
 - (NSHTTPURLResponse*)responseOf:(int)status
                          headers:(const std::map<std::string, std::string>&)headers {
@@ -133,10 +163,26 @@ using marigold::toMac;
       (setup.HTTPCookieStorage == nil ? "" : "cookies ") +
       (setup.URLCredentialStorage == nil ? "" : "credentials ") +
       (setup.HTTPShouldSetCookies ? "set-cookies " : "") +
-      (setup.TLSMinimumSupportedProtocolVersion >= tls_protocol_version_TLSv12 ? "" : "old TLS");
-  long error = [self wait:server.firstByteAfter until:nullptr];
+      (setup.HTTPCookieAcceptPolicy == NSHTTPCookieAcceptPolicyNever ? "" : "accepts-cookies ") +
+      (setup.TLSMinimumSupportedProtocolVersion == tls_protocol_version_TLSv12 ? "" : "old TLS ") +
+      (setup.requestCachePolicy == NSURLRequestReloadIgnoringLocalAndRemoteCacheData &&
+               _request.cachePolicy == setup.requestCachePolicy
+           ? ""
+           : "cached ") +
+      (setup.waitsForConnectivity ? "waits " : "") +
+      std::to_string(setup.timeoutIntervalForRequest) + " " +
+      std::to_string(setup.timeoutIntervalForResource) + " " +
+      std::to_string(_request.timeoutInterval);
+  if (server.whenAsked) {
+    server.whenAsked();
+  }
+  const bool answers = !server.hangs;
+  long error = [self waitUntil:&answers];
   if (error == 0) {
     error = server.error;
+  }
+  if (error == 0 && !server.challenge.empty()) {
+    error = [self challenge:toMac(server.challenge)];
   }
   int status = server.status;
   if (error == 0 && !server.redirectTo.empty()) {
@@ -182,9 +228,6 @@ using marigold::toMac;
   }
   const id<NSURLSessionDataDelegate> delegate = (id<NSURLSessionDataDelegate>)session.delegate;
   for (const std::string& chunk : server.chunks) {
-    if (error == 0) {
-      error = [self wait:server.betweenChunks until:nullptr];
-    }
     if (error != 0) {
       break;
     }
@@ -195,7 +238,8 @@ using marigold::toMac;
   }
   [session.delegateQueue addOperationWithBlock:^{
     // A task that is cancelled before its end was told ends cancelled.
-    const long last = error != 0 ? error : [self wait:0 until:nullptr];
+    const bool isOver = true;
+    const long last = error != 0 ? error : [self waitUntil:&isOver];
     fake::heard.ended = last;
     [delegate URLSession:session
                         task:self
@@ -247,7 +291,6 @@ using marigold::toMac;
 - (void)letGo {
   const id delegate = _delegate;
   _delegate = nil;
-  fake::heard.invalidated = true;
   if ([delegate respondsToSelector:@selector(URLSession:didBecomeInvalidWithError:)]) {
     [delegate URLSession:self didBecomeInvalidWithError:nil];
   }

@@ -188,13 +188,19 @@ _Unwind_Reason_Code __gnustep_objcxx_personality_v0(int v, _Unwind_Action a,
 static Id send(Id object, Sel sel) {
   return reinterpret_cast<Id (*)(Id, Sel)>(objc_msg_lookup(object, sel))(object, sel);
 }
+// A block on the stack is not counted: what keeps one copies it. (GNUstep sends it "retain" and
+// means a copy.)
+extern ClassData _NSConcreteStackBlock;  // in Blocks.mm
+static bool isCounted(Id o) {
+  return o != nullptr && o->isa != &_NSConcreteStackBlock;
+}
 Id objc_retain(Id o) {
   static const Sel s = sel_registerName("retain");
-  return o != nullptr ? send(o, s) : o;
+  return isCounted(o) ? send(o, s) : o;
 }
 void objc_release(Id o) {
   static const Sel s = sel_registerName("release");
-  if (o != nullptr) {
+  if (isCounted(o)) {
     send(o, s);
   }
 }

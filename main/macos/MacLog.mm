@@ -1,0 +1,16 @@
+#include "macos/MacLog.h"
+
+namespace marigold {
+
+MacLog::MacLog(const std::string& bundleIdentifier)
+    : log_(os_log_create(bundleIdentifier.c_str(), "lifecycle")) {}
+
+void MacLog::note(std::string_view line) {
+  os_log(log_, "%{public}s", std::string(line).c_str());
+}
+
+void MacLog::error(std::string_view line) {
+  os_log_error(log_, "%{public}s", std::string(line).c_str());
+}
+
+}  // namespace marigold

@@ -1,0 +1,79 @@
+#include <memory>
+
+#import <AppKit/AppKit.h>
+#include <gtest/gtest.h>
+
+#include "base/BoundedProcessRun.h"
+#include "macos/FSEventsSource.h"
+#include "macos/MacDefaults.h"
+#include "macos/MacEventLoop.h"
+#include "macos/MacSurroundings.h"
+#include "macos/MacText.h"
+#include "support/DefaultsContract.h"
+#include "support/EventStreamContract.h"
+
+namespace marigold {
+namespace {
+
+TEST(MacDefaults, KeepsFlagsAndTextsApartUnderExactKeys) {
+  NSUserDefaults* const system = NSUserDefaults.standardUserDefaults;
+  MacDefaults defaults(system, NSProcessInfo.processInfo.processName);
+  test::keepFlagsAndTextsApartUnderExactKeys(defaults);
+  [system setInteger:1 forKey:@"number"];
+  EXPECT_EQ(defaults.value("number"), DefaultsValue()) << "a number is no flag";
+}
+
+// As another program: the system's tool for it.
+void storeAsOther(const std::vector<std::string>& arguments) {
+  std::map<std::string, std::string> environment;
+  for (NSString* name in NSProcessInfo.processInfo.environment) {
+    environment[fromMac(name)] = fromMac(NSProcessInfo.processInfo.environment[name]);
+  }
+  const auto result = BoundedProcessRun::execute({.executable = "/usr/bin/defaults",
+                                                  .name = {},
+                                                  .arguments = arguments,
+                                                  .environment = environment,
+                                                  .stdoutCap = 1000,
+                                                  .timeout = Seconds{60},
+                                                  .input = {}});
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST(MacDefaults, TellsOfWhatOthersStore) {
+  const std::string domain = fromMac(NSProcessInfo.processInfo.processName);
+  MacEventLoop loop;
+  FSEventsSource events("app.marigold.Marigold.fsevents");
+  MacDefaults defaults(NSUserDefaults.standardUserDefaults, toMac(domain));
+  defaults.set("b", false);
+  int told = 0;
+  defaults.onChange = [&] { ++told; };
+  defaults.follow(loop, events, macSurroundings().configuration);
+  const auto turnUntil = [&](auto holds) {
+    NSDate* const limit = [NSDate dateWithTimeIntervalSinceNow:30];
+    while (!holds() && limit.timeIntervalSinceNow > 0) {
+      @autoreleasepool {
+        [NSRunLoop.mainRunLoop runUntilDate:[NSDate dateWithTimeIntervalSinceNow:0.01]];
+      }
+    }
+    EXPECT_TRUE(holds());
+  };
+  for (const char* value : {"first", "second"}) {
+    storeAsOther({"write", domain, "visible.codex", value});
+    turnUntil([&] { return defaults.text("visible.codex") == value; });
+    turnUntil([&] { return told == 1; });
+    defaults.set("b", !defaults.flag("b").value());  // its own change is not told
+    told = 0;
+  }
+  storeAsOther({"delete", domain, "visible.codex"});
+  turnUntil([&] { return told == 1; });
+  EXPECT_EQ(defaults.text("visible.codex"), std::nullopt);
+  EXPECT_EQ(defaults.flag("b"), false);
+}
+
+TEST(FSEventsSource, TellsWhatHappensUntilItsEnd) {
+  FSEventsSource source("app.marigold.Marigold.fsevents");
+  test::tellsWhatHappensUntilItsEnd(source);
+}
+
+}  // namespace
+}  // namespace marigold
