@@ -9,6 +9,18 @@
 
 namespace marigold {
 
+std::vector<ProviderSnapshot> publishedReadings(const UsageStore& store,
+                                                const std::vector<ProviderID>& providers,
+                                                DesktopTexts texts) {
+  std::vector<ProviderSnapshot> readings;
+  for (const ProviderID provider : providers) {
+    if (const auto& snapshot = store.snapshot(provider)) {
+      readings.push_back(worded(*snapshot, texts));
+    }
+  }
+  return readings;
+}
+
 StatusItemPicture::Redraw StatusItemPicture::redraw(AppearanceSettings appearance,
                                                     bool popoverShown, Date now) {
   const Preferences& chosen = store_.preferences();
@@ -36,18 +48,6 @@ StatusItemPicture::Redraw StatusItemPicture::redraw(AppearanceSettings appearanc
   const MenuRepaintTimes times = menuRepaintTimes(items, cards, now);
   result.next = nextMenuRepaint(now, times.countdowns, times.resets);
   return result;
-}
-
-// The published readings among those of `providers`, in this desktop's words.
-std::vector<ProviderSnapshot> StatusItemPicture::published(
-    const std::vector<ProviderID>& providers) const {
-  std::vector<ProviderSnapshot> readings;
-  for (const ProviderID provider : providers) {
-    if (const auto& snapshot = store_.snapshot(provider)) {
-      readings.push_back(worded(*snapshot, texts_));
-    }
-  }
-  return readings;
 }
 
 }  // namespace marigold

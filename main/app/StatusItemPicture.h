@@ -13,6 +13,10 @@
 
 namespace marigold {
 
+/// The published readings among those of `providers`, in a desktop's words.
+[[nodiscard]] std::vector<ProviderSnapshot> publishedReadings(
+    const UsageStore& store, const std::vector<ProviderID>& providers, DesktopTexts texts);
+
 /// What the status item shows of the store, and what one redraw of it leaves to the next: a width
 /// that must not shrink, drains that run.
 class StatusItemPicture {
@@ -36,7 +40,9 @@ class StatusItemPicture {
 
  private:
   [[nodiscard]] std::vector<ProviderSnapshot> published(
-      const std::vector<ProviderID>& providers) const;
+      const std::vector<ProviderID>& providers) const {
+    return publishedReadings(store_, providers, texts_);
+  }
 
   const UsageStore& store_;
   const LocalTimeText& localTime_;

@@ -56,6 +56,12 @@ std::string_view builtInBundleIdentifier() noexcept {
   return MARIGOLD_BUNDLE_IDENTIFIER;
 }
 
+DiskCache DiskCache::readOnly() const {
+  DiskCache cache = *this;
+  cache.isReadOnly_ = true;
+  return cache;
+}
+
 std::string DiskCache::bundleID() const {
   return surroundings_.bundleIdentifier.empty() ? std::string(builtInBundleIdentifier())
                                                 : surroundings_.bundleIdentifier;
@@ -76,7 +82,7 @@ std::string DiskCache::file(ProviderID provider) const {
 }
 
 void DiskCache::save(const CachedSnapshot& snapshot) const {
-  const auto content = encodeCachedSnapshot(snapshot);
+  const auto content = isReadOnly_ ? std::nullopt : encodeCachedSnapshot(snapshot);
   if (content && createDirectories(dir())) {
     // A failure means that nothing is restored after the next start, which is no news to anybody.
     [[maybe_unused]] const auto ignored = replaceFile(file(snapshot.provider), *content);
@@ -91,6 +97,9 @@ std::optional<CachedSnapshot> DiskCache::load(ProviderID provider) const {
 }
 
 void DiskCache::remove(ProviderID provider) const {
+  if (isReadOnly_) {
+    return;
+  }
   const std::string path = file(provider);
   ::unlink(path.c_str());
   removeTemporariesOf(path);

@@ -21,6 +21,9 @@ class DiskCache {
  public:
   explicit DiskCache(Surroundings surroundings) : surroundings_(std::move(surroundings)) {}
 
+  /// The same for who is not to change it: saves and removes nothing.
+  [[nodiscard]] DiskCache readOnly() const;
+
   /// `MARIGOLD_CACHE_DIR` when set and not empty, else "cache" in the application's own directory
   /// under application support.
   [[nodiscard]] std::string dir() const;
@@ -35,6 +38,7 @@ class DiskCache {
   [[nodiscard]] std::string file(ProviderID provider) const;
 
   Surroundings surroundings_;
+  bool isReadOnly_ = false;
 };
 
 /// The content of a cache file; nothing when a value cannot be written as JSON.
