@@ -6,6 +6,7 @@
 
 #include "UsageStore.h"
 #include "app/CodexDump.h"
+#include "app/InstanceAnswers.h"
 #include "app/PopoverShot.h"
 #include "app/Screenshots.h"
 #include "base/Worker.h"
@@ -67,9 +68,21 @@ class MarigoldApp::Parts {
                    .textMeasurer = desktop.textMeasurer,
                    .surroundings = desktop_.surroundings,
                    .processId = desktop.processId,
-                   .popoverTraits = popoverTraits(desktop_)}) {}
+                   .popoverTraits = popoverTraits(desktop_)}),
+        answers_({.store = store_,
+                  .delegate = delegate_,
+                  .application = desktop.application,
+                  .loop = desktop.loop,
+                  .localTime = desktop.localTime,
+                  .door = *desktop_.door,
+                  .texts = desktop.texts}) {}
 
-  void launch() { delegate_.applicationDidFinishLaunching(); }
+  void launch(bool opensPopover) {
+    delegate_.applicationDidFinishLaunching();
+    if (opensPopover) {
+      delegate_.openOnRequest();
+    }
+  }
 
   void terminate() {
     desktop_.application.leaveRegardless(longestEnd);
@@ -89,14 +102,15 @@ class MarigoldApp::Parts {
   ClaudeProvider claude_;
   UsageStore store_;
   AppDelegate delegate_;
+  InstanceAnswers answers_;
 };
 
 MarigoldApp::MarigoldApp(const Desktop& desktop) : parts_(std::make_unique<Parts>(desktop)) {}
 
 MarigoldApp::~MarigoldApp() = default;
 
-void MarigoldApp::launch() {
-  parts_->launch();
+void MarigoldApp::launch(bool opensPopover) {
+  parts_->launch(opensPopover);
 }
 
 void MarigoldApp::terminate() {
@@ -120,6 +134,9 @@ std::optional<int> runOneShotMode(const Command& command, const Surroundings& su
                                   std::ostream& err) {
   switch (command.mode) {
     case Command::Mode::application:
+    case Command::Mode::open:
+    case Command::Mode::quit:
+    case Command::Mode::status:
       return std::nullopt;
     case Command::Mode::selfTest: {
       out << "Marigold self-test:\n";

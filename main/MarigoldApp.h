@@ -21,6 +21,7 @@
 #include "ports/Defaults.h"
 #include "ports/EventStream.h"
 #include "ports/HTTPTransport.h"
+#include "ports/InstanceDoor.h"
 #include "ports/LocalTimeText.h"
 #include "ports/Log.h"
 #include "ports/LoginItem.h"
@@ -56,6 +57,7 @@ struct Desktop {
   bool offersBarColors = false;  ///< the desktop may not know whether its bar is dark
   std::string claudeLoginPlace;  ///< where `readClaudeLogin` looks: a path, or in words
   int processId = 0;             ///< for the log
+  std::shared_ptr<InstanceDoor> door = std::make_shared<InstanceDoor>();
 };
 
 /// The whole application over one desktop: makes every part and ends them in order. Lives on the
@@ -72,8 +74,8 @@ class MarigoldApp {
   MarigoldApp& operator=(const MarigoldApp&) = delete;
   ~MarigoldApp();
 
-  /// Shows the application and starts reading.
-  void launch();
+  /// Shows the application, with its popover open if asked for, and starts reading.
+  void launch(bool opensPopover = false);
   /// Ends it, once the desktop's event loop has: the store shuts down, the request that is out and
   /// the workers stop, and the loop drops what waits. Has the process leave after `longestEnd`
   /// regardless, so it is the last thing that a process does.

@@ -84,6 +84,12 @@ void AppDelegate::showPopover() {
   }
 }
 
+bool AppDelegate::openOnRequest() {
+  s_.store.refreshOnUserAttention();
+  showPopover();
+  return popover_.isShown();
+}
+
 void AppDelegate::showMenu() {
   if (statusItem_) {
     statusItem_->openMenu(menuItems({}));
@@ -113,6 +119,9 @@ void AppDelegate::refreshStatusItem() {
   }
   scheduleDrain();
   scheduleRepaint(next);
+  if (onRedrawn) {
+    onRedrawn();
+  }
 }
 
 void AppDelegate::scheduleDrain() {

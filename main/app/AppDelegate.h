@@ -60,12 +60,18 @@ class AppDelegate {
   AppDelegate& operator=(const AppDelegate&) = delete;
   ~AppDelegate();
 
+  /// Called after each redraw of the status item.
+  Work onRedrawn;
+
   void applicationDidFinishLaunching();
   void applicationWillTerminate();
 
   /// Draws the status item anew and plans the next time at which it must be.
   void refreshStatusItem();
   void showPopover();
+  /// Opens the popover because the user asks for it elsewhere than at the status item; whether this
+  /// desktop has one.
+  bool openOnRequest();
   void showMenu();
 
  private:

@@ -18,6 +18,10 @@ struct Flag {
   [[nodiscard]] bool takesPath() const { return !help.argument.empty(); }
 };
 
+constexpr std::string_view shortFlag = "--short";
+constexpr std::string_view jsonFlag = "--json";
+constexpr std::string_view followFlag = "--follow";
+
 // In the order they are checked.
 constexpr std::array flags{
     Flag{.help = {.name = "--selftest", .text = "check the program and what it needs"},
@@ -47,6 +51,20 @@ constexpr std::array flags{
                   .argument = "PATH",
                   .text = "draw the mark in all its looks to a PNG file"},
          .mode = Mode::shotMenuBar},
+    Flag{.help = {.name = "--open",
+                  .text = "open the popover, of the Marigold that runs or of one started for it"},
+         .mode = Mode::open},
+    Flag{.help = {.name = "--quit", .text = "end the Marigold that runs, and wait until it has"},
+         .mode = Mode::quit},
+    Flag{.help = {.name = "--status", .text = "print what the mark shows, a line per provider"},
+         .mode = Mode::status},
+    Flag{.help = {.name = shortFlag, .text = "the same as the mark's texts in one line"},
+         .mode = Mode::status},
+    Flag{.help = {.name = jsonFlag, .text = "the same as one line of JSON, with all readings"},
+         .mode = Mode::status},
+    Flag{.help = {.name = followFlag,
+                  .text = "with one of these: print again whatever changes, until it is ended"},
+         .mode = Mode::status},
     Flag{.help = {.name = "--help", .text = "print this"}, .mode = Mode::help},
     Flag{.help = {.name = "--version", .text = "print the version"}, .mode = Mode::version},
 };
@@ -92,10 +110,20 @@ void list(std::string& out, const std::vector<HelpEntry>& entries) {
 }  // namespace
 
 Command parseCommandLine(std::span<const std::string> arguments) {
+  const auto has = [&](std::string_view name) {
+    return std::ranges::find(arguments, name) != arguments.end();
+  };
   for (const Flag& flag : flags) {
     const auto found = std::ranges::find(arguments, flag.help.name);
     if (found == arguments.end()) {
       continue;
+    }
+    if (flag.mode == Mode::status) {
+      const StatusForm other = has(shortFlag) ? StatusForm::shortLine : StatusForm::lines;
+      return {.mode = flag.mode,
+              .flag = flag.help.name,
+              .form = has(jsonFlag) ? StatusForm::json : other,
+              .follows = has(followFlag)};
     }
     if (!flag.takesPath()) {
       return {.mode = flag.mode, .flag = flag.help.name};
@@ -115,8 +143,11 @@ CommandHelp commandHelp() {
   CommandHelp help{
       .purpose = "Marigold shows how much of your allowance with Claude, Codex and Grok is spent.",
       .description =
-          "Without a flag it runs until it is told to quit. Without a display it prints, at each "
-          "change of the mark, its tooltip, a line per window, and then its texts.",
+          "Without a flag it runs until it is told to quit; where it runs already, its popover "
+          "opens "
+          "instead. Without a display it prints, at each change of the mark, its tooltip, a line "
+          "per "
+          "window, and then its texts.",
       .flags = {},
       .afterFlags = "After the path of a picture of the popover, dark or light chooses its colors.",
       .environment = {{.name = "CODEX_HOME",

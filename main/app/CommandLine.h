@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "app/StatusReport.h"
 #include "ports/PopoverContent.h"
 
 namespace marigold {
@@ -21,6 +22,9 @@ struct Command {
     shotReconnect,
     shotHeld,
     shotMenuBar,
+    open,    ///< the popover of the instance that runs, or of this process, which then becomes it
+    quit,    ///< ends the instance that runs
+    status,  ///< what the mark shows
     help,
     version,
     application,
@@ -29,13 +33,15 @@ struct Command {
   std::string_view flag;  ///< the flag that chose the mode; empty for the application
   std::string path;       ///< where a screenshot goes
   MarigoldTheme::Scheme scheme = MarigoldTheme::Scheme::light;  ///< of the popover in it
+  StatusForm form = StatusForm::lines;                          ///< of the status
+  bool follows = false;  ///< it is printed again at each change
 
   bool operator==(const Command&) const = default;
 };
 
 /// The first flag, in the order of the table, that equals some argument. A flag that takes a path
 /// matches only when an argument follows it; after the path, "dark" or "light" chooses the scheme.
-/// Other arguments are ignored.
+/// The flags of the status mean it with or without "--status". Other arguments are ignored.
 [[nodiscard]] Command parseCommandLine(std::span<const std::string> arguments);
 
 /// One thing of the command line or of what surrounds it, and what it does.

@@ -1,11 +1,12 @@
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>
-#include <QtWidgets/QApplication>
 #include <unistd.h>
 
 #include "MarigoldApp.h"
@@ -13,9 +14,11 @@
 #include "app/SystemRandomSource.h"
 #include "base/ProcessStart.h"
 #include "linux/Face.h"
+#include "linux/instance/InstanceBus.h"
+#include "linux/instance/InstanceCall.h"
+#include "linux/instance/InstanceServer.h"
 #include "linux/request/LinuxTransport.h"
 #include "linux/system/BusLink.h"
-#include "linux/system/DisplayProbe.h"
 #include "linux/system/EndingSignals.h"
 #include "linux/system/IcuLocalTimeText.h"
 #include "linux/system/InotifyStream.h"
@@ -29,15 +32,15 @@
 #include "linux/system/PictureFile.h"
 #include "linux/system/Probe.h"
 #include "linux/system/StandardErrorLog.h"
+#include "linux/system/Toolkit.h"
 
 using namespace marigold;
 
 namespace {
 
 // The application, from its launch to its end, inside the loop of the toolkit's application.
-int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
-  const Surroundings surroundings = linuxSurroundings(environment);
-  StandardErrorLog log;
+int run(const Environment& environment, const Surroundings& surroundings, Log& log, bool hasDisplay,
+        bool hasSessionBus, int listener, bool opens) {
   LinuxEventLoop loop;
   BusLink sessionBus(loop, sessionBusAddress(environment), hasSessionBus);
   BusLink systemBus(loop, systemBusAddress(environment), false);
@@ -51,6 +54,7 @@ int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
   LinuxApplicationControl application;
   LinuxLoginItem loginItem(surroundings, programFile());
   UpdaterController updater;
+  const auto door = std::make_shared<InstanceServer>(loop, listener);
   const Face face = hasDisplay ? desktopFace(loop, sessionBus, defaults, surroundings.isDevBuild())
                                : textFace(loop);
   MarigoldApp app({.surroundings = surroundings,
@@ -73,12 +77,14 @@ int run(const Environment& environment, bool hasDisplay, bool hasSessionBus) {
                    .texts = linuxTexts,
                    .offersBarColors = true,
                    .claudeLoginPlace = claudeCredentialsFile(surroundings),
-                   .processId = ::getpid()});
+                   .processId = ::getpid(),
+                   .door = door});
 
+  const InstanceBus busDoor(sessionBus, *door, [&] { application.quit(); });
   const EndingSignals signals(loop, [&] { application.quit(); });
   const QSocketNotifier turn(loop.descriptor(), QSocketNotifier::Read);
   QObject::connect(&turn, &QSocketNotifier::activated, [&] { loop.dispatch(); });
-  app.launch();
+  app.launch(opens);
   const int status = QCoreApplication::exec();
   app.terminate();
   return status;
@@ -92,27 +98,21 @@ int main(int argc, char** argv) {
   const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
   answerProbe(arguments);
   const Environment environment = processEnvironment();
-  if (const auto status =
-          runOneShotMode(parseCommandLine(arguments), linuxSurroundings(environment),
-                         std::chrono::system_clock::now(), pictureFiles(), linuxSelfChecks,
-                         std::cout, std::cerr)) {
+  const Surroundings surroundings = linuxSurroundings(environment);
+  const Command command = parseCommandLine(arguments);
+  if (const auto status = runOneShotMode(command, surroundings, std::chrono::system_clock::now(),
+                                         pictureFiles(), linuxSelfChecks, std::cout, std::cerr)) {
+    return *status;
+  }
+  InstanceSeat seat(environment, surroundings);
+  if (const auto status = callInstance(command, seat, surroundings, environment)) {
     return *status;
   }
 
   EndingSignals::block();
   const bool hasSessionBus = sessionBusAnswers(environment);
   StandardErrorLog log;
-  auto platforms = usablePlatforms(environment, log, ownProgram);
-  if (!platforms) {
-    const QCoreApplication application(argc, argv);
-    return run(environment, false, hasSessionBus);
-  }
-  // As an argument, not in the environment: that would reach the programs we start.
-  std::string option = "-platform";
-  std::vector<char*> forToolkit(words.begin(), words.end());
-  forToolkit.insert(forToolkit.end(), {option.data(), platforms->data(), nullptr});
-  int count = static_cast<int>(forToolkit.size()) - 1;
-  const QApplication application(count, forToolkit.data());
-  QApplication::setQuitOnLastWindowClosed(false);
-  return run(environment, true, hasSessionBus);
+  const Toolkit toolkit(words, environment, log);
+  return run(environment, surroundings, log, toolkit.hasDisplay(), hasSessionBus, seat.listener(),
+             command.mode == Command::Mode::open);
 }

@@ -2,12 +2,14 @@
 #include <cmath>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "MenuBarRender.h"
 #include "app/AppDelegate.h"
+#include "app/InstanceAnswers.h"
 #include "bar/Palette.h"
 #include "support/Desk.h"
 #include "support/FixedText.h"
@@ -289,6 +291,45 @@ TEST_F(AppDelegateTest, NothingRunsOnAfterTheEnd) {
     delegate.reset();
     EXPECT_TRUE(store->engineRuns()) << "ended once";
   }
+}
+
+TEST_F(AppDelegateTest, AnswersTheUsersOtherProcesses) {
+  struct Door final : InstanceDoor {
+    void tellFollowers() override { ++redraws; }
+    int redraws = 0;
+  } door;
+  launch();
+  const InstanceAnswers answers({.store = *store,
+                                 .delegate = *delegate,
+                                 .application = desk,
+                                 .loop = loop,
+                                 .localTime = times,
+                                 .door = door,
+                                 .texts = macTexts});
+  for (const auto& [request, answer] : {std::pair("status short", "Codex 80%\n"),
+                                        {"status lines", "Codex: 5h 80% used, updated just now\n"},
+                                        {"status", ""},
+                                        {"status xml", ""},
+                                        {"reopen", ""}}) {
+    EXPECT_EQ(door.onRequest(request), answer);
+  }
+  const InstanceDoor::News news = door.onFollow("short");
+  EXPECT_FALSE(door.onFollow("xml"));
+  EXPECT_EQ(news(), "Codex 80%\n");
+  EXPECT_EQ(door.redraws, 0);
+  read({five(81, 100)});
+  EXPECT_GT(door.redraws, 0);
+  EXPECT_EQ(news(), "Codex 81%\n");
+  EXPECT_EQ(news(), "");
+
+  show({five(82, 100)});
+  advance(20);
+  desk.journal.clear();
+  EXPECT_EQ(door.onRequest("open"), openedAnswer);
+  settle();
+  EXPECT_EQ(door.onRequest("status short"), "Codex 82%\n") << "the user looks";
+  EXPECT_EQ(door.onRequest("quit"), "");
+  EXPECT_EQ(desk.journal, (Journal{"activate", "popover", "quit"}));
 }
 
 }  // namespace

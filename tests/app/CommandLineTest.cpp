@@ -30,11 +30,30 @@ TEST(CommandLine, TheFirstFlagOfTheTableWins) {
         Row{{"--shot-off", "a", "dark"}, Mode::shotOff, "a", true},
         Row{{"--help", "--shot-menubar", "m.png"}, Mode::shotMenuBar, "m.png"},
         Row{{"--version", "--help"}, Mode::help, ""},
+        Row{{"--help", "--quit", "--open"}, Mode::open, ""},
+        Row{{"--version", "--quit"}, Mode::quit, ""},
         Row{{"--shot", "--version"}, Mode::shot, "--version"}}) {
     const Command command = parseCommandLine(row.arguments);
     EXPECT_EQ(command.mode, row.mode) << testing::PrintToString(row.arguments);
     EXPECT_EQ(command.path, row.path);
     EXPECT_EQ(command.scheme == MarigoldTheme::Scheme::dark, row.dark);
+  }
+}
+
+TEST(CommandLine, TheStatusHasFormsAndMayBeFollowed) {
+  struct Row {
+    std::vector<std::string> arguments;
+    StatusForm form;
+    bool follows;
+  };
+  for (const Row& row : {Row{{"--status"}, StatusForm::lines, false},
+                         Row{{"--status", "--short", "--follow"}, StatusForm::shortLine, true},
+                         Row{{"--json"}, StatusForm::json, false},
+                         Row{{"--follow", "--short", "--json"}, StatusForm::json, true}}) {
+    const Command command = parseCommandLine(row.arguments);
+    EXPECT_EQ(command.mode, Command::Mode::status) << testing::PrintToString(row.arguments);
+    EXPECT_EQ(command.form, row.form);
+    EXPECT_EQ(command.follows, row.follows);
   }
 }
 

@@ -146,5 +146,28 @@ TEST_F(PopoverEndToEnd, SpeaksAndIsUsedBySpeech) {
   EXPECT_EQ(program.end(), "0");
 }
 
+TEST_F(PopoverEndToEnd, OpensWhenTheProgramIsStartedAgain) {
+  test::ChildProcess program = start({"--open"});
+  const auto isOpen = [&] {
+    return eventually([&] {
+      return run({MARIGOLD_XDOTOOL, "search", "--onlyvisible", "--name", "^Marigold$"})
+                 .finish()
+                 .second == 0;
+    });
+  };
+  EXPECT_TRUE(isOpen());
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{}, {"--open"}, {"--open", "again"}}) {
+    if (arguments.size() < 2) {
+      EXPECT_TRUE(tells("dialog")) << text;
+      press({"Escape"});
+      EXPECT_TRUE(tells("dialog", false)) << text;
+    }
+    EXPECT_EQ(start(arguments).finish().second, 0);
+    EXPECT_TRUE(isOpen());
+  }
+  EXPECT_EQ(program.end(), "0");
+}
+
 }  // namespace
 }  // namespace marigold

@@ -1,0 +1,32 @@
+#include "linux/system/Toolkit.h"
+
+#include <QtWidgets/QApplication>
+
+#include "linux/system/DisplayProbe.h"
+#include "linux/system/Probe.h"
+
+namespace marigold {
+
+Toolkit::Toolkit(std::span<char*> arguments, const Environment& environment, Log& log)
+    : arguments_(arguments.begin(), arguments.end()) {
+  auto platforms = usablePlatforms(environment, log, ownProgram);
+  hasDisplay_ = platforms.has_value();
+  if (hasDisplay_) {
+    // As an argument, not in the environment: that would reach the programs we start.
+    option_ = "-platform";
+    platforms_ = *std::move(platforms);
+    arguments_.insert(arguments_.end(), {option_.data(), platforms_.data()});
+  }
+  count_ = static_cast<int>(arguments_.size());
+  arguments_.push_back(nullptr);
+  if (hasDisplay_) {
+    application_ = std::make_unique<QApplication>(count_, arguments_.data());
+    QApplication::setQuitOnLastWindowClosed(false);
+  } else {
+    application_ = std::make_unique<QCoreApplication>(count_, arguments_.data());
+  }
+}
+
+Toolkit::~Toolkit() = default;
+
+}  // namespace marigold
