@@ -135,11 +135,14 @@ void MenuBarDevMarker::draw(Drawing& drawing, Point origin) {
 }
 
 void MenuBarIdleGlyph::draw(Drawing& drawing, Point origin) const {
-  constexpr PetalWave petals{.amplitude = 2, .halves = 8};
-  constexpr double radius = 4.9;
+  // Few and deep: more, or flatter ones, read as the teeth of a gear.
+  constexpr PetalWave petals{.amplitude = 3, .halves = 5};
+  constexpr double radius = 4.1;
   constexpr double line = 1.5;
-  constexpr double heart = 4;
-  const Point center{.x = origin.x + Metrics::glyph / 2, .y = origin.y + Metrics::glyph / 2};
+  constexpr double heart = 3.5;
+  constexpr double lower = 0.6;  // five petals reach higher than they reach down
+  const Point center{.x = origin.x + Metrics::glyph / 2,
+                     .y = origin.y + Metrics::glyph / 2 + lower};
   drawing.add(StrokeLoop{.points = petals.points(center, radius), .width = line, .color = color});
   drawing.add(FillRoundedRect{.origin = {.x = center.x - heart / 2, .y = center.y - heart / 2},
                               .size = {.width = heart, .height = heart},

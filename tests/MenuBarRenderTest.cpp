@@ -178,11 +178,11 @@ TEST(MenuBarRender, GaugesAndTextsAreSetByTheirMetrics) {
     EXPECT_EQ(described(MenuBarRender::squareImage(mark)), expected);
   }
   EXPECT_EQ(described(MenuBarRender::idleImage(false, {.red = 1})),
-            "16x18: loop 96 2.1 9.88 4.47 1.5 #100,0,0; fill 6 7 4 4 2 1 #100,0,0; ");
+            "16x18: loop 60 2.5 10.4 6.28 1.5 #100,0,0; fill 6.25 7.85 3.5 3.5 1.75 1 #100,0,0; ");
   EXPECT_EQ(
       described(MenuBarRender::idleSquare(true)),
-      "22x22: [x 1.38 #0,0,0; loop 96 1.1 9.88 3.47 1.5 #46,46,46; fill 6 6 4 4 2 1 #46,46,46; "
-      "fill 0 0 3 3 1.5 1 #95,56,24; ] ");
+      "22x22: [x 1.38 #0,0,0; loop 60 1.5 10.4 5.28 1.5 #46,46,46; fill 6.25 6.85 3.5 3.5 1.75 1 "
+      "#46,46,46; fill 0 0 3 3 1.5 1 #95,56,24; ] ");
 }
 
 TEST(MenuBarRender, TraysAreOfferedWhatTheyShowWell) {

@@ -8,7 +8,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "MenuBarRender.h"
+#include "app/AppIcon.h"
 #include "app/TextForm.h"
 #include "linux/item/DrawingIcon.h"
 #include "linux/item/LinuxStatusItem.h"
@@ -64,7 +64,7 @@ Face desktopFace(EventLoop& loop, BusLink& sessionBus, Defaults& defaults, bool 
   QGuiApplication::setDesktopFileName(QString::fromUtf8(
       builtInBundleIdentifier().data(), qsizetype(builtInBundleIdentifier().size())));
   QGuiApplication::setApplicationDisplayName(QStringLiteral("Marigold"));
-  QGuiApplication::setWindowIcon(drawingIcon(MenuBarRender::idleSquare(developmentBuild)));
+  QGuiApplication::setWindowIcon(drawingIcon(appIcon(developmentBuild)));
   auto appearance = std::make_unique<LinuxAppearance>(sessionBus);
   auto statusBar = std::make_unique<LinuxStatusBar>(loop, sessionBus, defaults, developmentBuild);
   auto popover = std::make_unique<PopoverWindow>(loop, statusBar->itemPlace());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -35,7 +36,13 @@ inline void append(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::app) << text;
 }
 
-/// The built program in a home of its own, without a display and a bus.
+/// The program as it was built or, where MARIGOLD_INSTALLED names it, as it was installed.
+inline std::string program() {
+  const char* const installed = std::getenv("MARIGOLD_INSTALLED");  // NOLINT(concurrency-mt-unsafe)
+  return installed != nullptr ? installed : MARIGOLD_PROGRAM;
+}
+
+/// That program in a home of its own, without a display and a bus.
 class ProgramFixture : public testing::Test {
  private:
   static inline int argumentCount_ = 0;
@@ -53,7 +60,7 @@ class ProgramFixture : public testing::Test {
       {"NO_AT_BRIDGE", "1"},
       {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"},
       {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + home.path() + "/no-bus"}};
-  std::string executable = MARIGOLD_PROGRAM;
+  std::string executable = program();
   const std::string preferences = ".config/app.marigold.Marigold/preferences.json";
   // As it may be started by who knows whom.
   std::vector<std::string> wrapper{"/usr/bin/env", "--ignore-signal=CHLD,HUP",
