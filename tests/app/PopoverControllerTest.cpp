@@ -78,6 +78,8 @@ TEST_F(PopoverControllerTest, HandsOverWhatChangedAndOnlyWhileItIsOpen) {
                                                  .reduceMotion = true}));
   const auto& row = std::get<CardRow>(window.content.cards[1].blocks[0]);
   EXPECT_EQ(row.bar.fill->red, 0.90) << "the windows' pink";
+  const SettingsRow& colors = *test::row(window.content.settings, "grok.color");
+  EXPECT_EQ(std::get<SettingsChoice>(colors.control).options[1].color->red, 0.20);
   const Handler show = test::row(window.content.settings, "claude")->use;
   show(0);
   EXPECT_THAT(card(0), testing::StartsWith("Codex\n5h 10% solid")) << "in the same turn";

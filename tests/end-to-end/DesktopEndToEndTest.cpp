@@ -17,7 +17,6 @@
 #include <QtCore/QSize>
 #include <QtCore/QtEndian>
 #include <QtDBus/QDBusConnection>
-#include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusVariant>
 #include <QtGui/QImage>
 #include <gtest/gtest.h>
@@ -27,6 +26,7 @@
 
 #include "end-to-end/ProgramFixture.h"
 #include "linux/item/StatusNotifierStructures.h"
+#include "support/BusObject.h"
 #include "support/PrivateBus.h"
 #include "support/SilentPort.h"
 #include "support/Spoken.h"
@@ -201,20 +201,6 @@ TEST_F(DesktopEndToEnd, HostsComeAndGo) {
   EXPECT_EQ(program->end(), "0");
 }
 
-// The first word of what an object answers.
-QVariant ask(const QDBusConnection& bus, const QString& service, const QString& path,
-             const QString& interface, const QString& method, const QVariantList& words = {}) {
-  QDBusMessage call = QDBusMessage::createMethodCall(service, path, interface, method);
-  call.setArguments(words);
-  return bus.call(call, QDBus::Block, 2000).arguments().value(0);
-}
-QVariant property(const QDBusConnection& bus, const QString& service, const QString& path,
-                  const QString& interface, const QString& name) {
-  return ask(bus, service, path, "org.freedesktop.DBus.Properties", "Get", {interface, name})
-      .value<QDBusVariant>()
-      .variant();
-}
-
 TEST_F(DesktopEndToEnd, TheStripSpeaks) {
   environment["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1";
   const test::SpokenBus spoken(bus, environment);
@@ -340,21 +326,17 @@ TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndWaybarShowsTheWideMark) {
   };
   EXPECT_TRUE(eventually([&] { return columns() > 25; })) << "gauge and text, not a square";
 
-  const QDBusConnection session = bus.connect("bar");
-  const QString watcher = "org.kde.StatusNotifierWatcher";
-  const QStringList items =
-      property(session, watcher, "/StatusNotifierWatcher", watcher, "RegisteredStatusNotifierItems")
-          .toStringList();
-  const QString item = items.value(0).section('/', 0, 0);
-  const QString path = "/StatusNotifierItem";
-  const QString interface = "org.kde.StatusNotifierItem";
-  const auto offered =
-      qdbus_cast<QList<DBusPixmap>>(property(session, item, path, interface, "IconPixmap"));
+  const QString name = "org.kde.StatusNotifierWatcher";
+  const test::BusObject watcher{bus.connect("bar"), name, "/StatusNotifierWatcher", name};
+  const QStringList items = watcher.property("RegisteredStatusNotifierItems").toStringList();
+  const test::BusObject item{watcher.bus, items.value(0).section('/', 0, 0), "/StatusNotifierItem",
+                             "org.kde.StatusNotifierItem"};
+  const auto offered = qdbus_cast<QList<DBusPixmap>>(item.property("IconPixmap"));
   EXPECT_EQ(offered.size(), 1) << "Waybar takes the largest";
   EXPECT_EQ(offered.value(0).height, 20);
   std::vector<QSize> windows;
   for (const char* const click : {"Activate", "ContextMenu"}) {
-    (void)ask(session, item, path, interface, click, {0, 0});
+    (void)item.ask(click, {0, 0});
     const std::vector<QSize> before = windows;
     EXPECT_TRUE(eventually([&] {
       const std::string tree = run({MARIGOLD_SWAYMSG, "-t", "get_tree"}).finish().first;

@@ -49,7 +49,12 @@ TEST_F(SettingsFormTest, HoldsEveryChoiceAndOffersWhatTheReadingsHave) {
   preferences.setMenuWindow(ProviderID::grok, MenuBarWindowKind::weekly);
   preferences.setVisible(ProviderID::codex, false);
   source.offersBarColors = true;
-  EXPECT_EQ(settingsForm(source).sections[0].rows[0].detailsTitle, "Claude: details");
+  const SettingsRow claude = settingsForm(source).sections[0].rows[0];
+  EXPECT_EQ(claude.detailsTitle, "Claude: details");
+  const auto& swatches = std::get<SettingsChoice>(claude.details.back().control);
+  EXPECT_EQ(swatches.kind, SettingsChoice::Kind::colors);
+  EXPECT_FALSE(swatches.options[0].color);
+  EXPECT_EQ(swatches.options[1].color->red, 0.07);
   EXPECT_EQ(test::told(settingsForm(source)), std::string(R"(Assistants
 claude: Claude on
   claude.order: Order Move down
@@ -152,17 +157,6 @@ readClaude: Read Claude usage off // Read your Claude login again and show usage
     use(key, choice);
   }
   EXPECT_EQ(done, "launch stay open read off clear about quit ");
-}
-
-TEST_F(SettingsFormTest, ColorsAreThoseOfTheWindowsScheme) {
-  for (const auto scheme : {MarigoldTheme::Scheme::light, MarigoldTheme::Scheme::dark}) {
-    source.scheme = scheme;
-    const SettingsForm form = settingsForm(source);
-    const auto& choice = std::get<SettingsChoice>(test::row(form, "grok.color")->control);
-    EXPECT_EQ(choice.kind, SettingsChoice::Kind::colors);
-    EXPECT_FALSE(choice.options[0].color);
-    EXPECT_EQ(choice.options[1].color->red, scheme == MarigoldTheme::Scheme::dark ? 0.20 : 0.07);
-  }
 }
 
 }  // namespace

@@ -9,10 +9,9 @@
 #include <QtCore/QList>
 #include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
-#include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusObjectPath>
-#include <QtDBus/QDBusVariant>
 
+#include "support/BusObject.h"
 #include "support/ChildProcess.h"
 #include "support/Eventually.h"
 #include "support/PrivateBus.h"
@@ -65,11 +64,11 @@ class SpokenBus {
  public:
   SpokenBus(const PrivateBus& session, const std::map<std::string, std::string>& environment)
       : launcher_({MARIGOLD_AT_SPI_BUS_LAUNCHER, "--launch-immediately"}, environment) {
-    const QDBusMessage call = QDBusMessage::createMethodCall("org.a11y.Bus", "/org/a11y/bus",
-                                                             "org.a11y.Bus", "GetAddress");
+    const BusObject launched{session.connect("session"), "org.a11y.Bus", "/org/a11y/bus",
+                             "org.a11y.Bus"};
     QString address;
     (void)eventually([&] {
-      address = session.connect("session").call(call).arguments().value(0).toString();
+      address = launched.ask("GetAddress").toString();
       return address.startsWith("unix:");
     });
     QDBusConnection::disconnectFromBus("session");
@@ -85,32 +84,22 @@ class SpokenBus {
   }
   /// Does what the object offers to do first; whether it did.
   [[nodiscard]] bool use(const Spoken& object) const {
-    return ask(object, "org.a11y.atspi.Action", "DoAction", {0}).toBool();
+    return BusObject{*bus_, object.service, object.path, "org.a11y.atspi.Action"}
+        .ask("DoAction", {0})
+        .toBool();
   }
 
  private:
-  [[nodiscard]] QVariant ask(const Spoken& object, const QString& interface, const QString& method,
-                             const QVariantList& words = {}) const {
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(object.service, object.path, interface, method);
-    call.setArguments(words);
-    return bus_->call(call, QDBus::Block, 2000).arguments().value(0);
-  }
   [[nodiscard]] Spoken tree(const QString& service, const QString& path) const {
-    const QString interface = "org.a11y.atspi.Accessible";
-    Spoken object{.service = service, .path = path};
-    const auto property = [&](const char* name) {
-      const QVariant told =
-          ask(object, "org.freedesktop.DBus.Properties", "Get", {interface, name});
-      return told.value<QDBusVariant>().variant().toString().toStdString();
-    };
-    object.name = property("Name");
-    object.description = property("Description");
-    object.role = ask(object, interface, "GetRoleName").toString().toStdString();
-    object.state = qdbus_cast<QList<uint>>(ask(object, interface, "GetState")).value(0);
+    const BusObject told{*bus_, service, path, "org.a11y.atspi.Accessible"};
+    Spoken object{.service = service,
+                  .path = path,
+                  .role = told.ask("GetRoleName").toString().toStdString(),
+                  .name = told.property("Name").toString().toStdString(),
+                  .description = told.property("Description").toString().toStdString(),
+                  .state = qdbus_cast<QList<uint>>(told.ask("GetState")).value(0)};
     using Child = std::pair<QString, QDBusObjectPath>;
-    const QVariant children = ask(object, interface, "GetChildren");
-    for (const auto& [owner, child] : qdbus_cast<QList<Child>>(children)) {
+    for (const auto& [owner, child] : qdbus_cast<QList<Child>>(told.ask("GetChildren"))) {
       Spoken below = tree(owner, child.path());
       if (below.has(30) || below.role == "application") {
         object.children.push_back(std::move(below));
