@@ -5,18 +5,56 @@
 # note TEXT...: says something on standard error; standard output belongs to the program.
 note() { printf '%s\n' "${0##*/}: $*" >&2; }
 
-# packages GROUP...: the packages of these groups, one a line.
+# packages LIST GROUP...: the packages of these groups in packaging/LIST, one a line.
 packages() {
-  local group
+  local list=$root/packaging/$1 group
+  shift
   for group in "$@"; do
-    awk -v group="$group" '$1 == group { print $2 }' "$root/packaging/debian-packages"
+    awk -v group="$group" '$1 == group { print $2 }' "$list"
   done
+}
+
+# is_mac: whether this is a Mac, where bash is 3.2.
+is_mac() { [[ $(uname) == Darwin ]]; }
+
+# program: the built program.
+program() {
+  if is_mac; then
+    echo "$root/build/release/Marigold.app/Contents/MacOS/Marigold"
+  else
+    echo "$root/build/release/main/linux/marigold"
+  fi
+}
+
+# install_on_mac GROUP...: what install_packages does, with Homebrew.
+install_on_mac() {
+  local formula missing=()
+  if ! xcode-select -p >/dev/null 2>&1; then
+    note "Xcode's command line tools are missing; run xcode-select --install"
+    return 1
+  fi
+  for formula in $(packages homebrew-packages "$@"); do
+    brew list --formula "$formula" >/dev/null 2>&1 || missing+=("$formula")
+  done
+  if ((${#missing[@]} == 0)); then
+    return 0
+  fi
+  note "installing ${missing[*]}"
+  if ! brew install --quiet "${missing[@]}" >&2 </dev/null; then
+    note "could not install what is missing. With Homebrew (https://brew.sh), run:"
+    note "  brew install ${missing[*]}"
+    return 1
+  fi
 }
 
 # install_packages GROUP...: installs the packages of these groups that are missing.
 install_packages() {
+  if is_mac; then
+    install_on_mac "$@"
+    return
+  fi
   local wanted installed missing=() package
-  mapfile -t wanted < <(packages "$@")
+  mapfile -t wanted < <(packages debian-packages "$@")
   if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
     note "this is not a Debian system, so nothing is installed; needed are the equivalents of" "${wanted[@]}"
     return 0
@@ -63,8 +101,9 @@ configure() {
     ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$build/CMakeCache.txt"; then
     fresh=(--fresh)
   fi
-  # Debian's C++ compiler may be switched to one that is too old for C++23; g++ never is.
-  if ! log=$(CXX=${CXX:-g++} cmake -S "$root" --preset "$preset" "${fresh[@]}" "$@" 2>&1); then
+  # Debian's C++ compiler may be switched to one that is too old for C++23; g++ never is. On a Mac it
+  # is another name of Xcode's.
+  if ! log=$(CXX=${CXX:-g++} cmake -S "$root" --preset "$preset" ${fresh[@]+"${fresh[@]}"} "$@" 2>&1); then
     printf '%s\n' "$log" >&2
     note "configuring build/$preset failed"
     return 1
