@@ -160,6 +160,8 @@ CommandHelp commandHelp() {
                  .text = "what was chosen; followed while Marigold runs"},
                 {.name = "~/.local/share/app.marigold.Marigold/cache",
                  .text = "the last readings, one small file per provider"},
+                {.name = "$XDG_RUNTIME_DIR/app.marigold.Marigold",
+                 .text = "where the Marigold that runs is found by its user's other starts"},
                 {.name = "~/.config/autostart/app.marigold.Marigold.desktop",
                  .text = "there while Marigold is launched at login"}},
       .statuses = {{.name = "0", .text = "what was asked for was done"},
