@@ -47,27 +47,28 @@ TEST(StatusReportTest, TellsWhatTheMarkShows) {
     std::string shortLine;
     std::string json;  // a part of it
   };
-  const auto both = reading(codex, {five(37.5), weekly(91)}, 120);
+  const auto both = reading(codex, {five(37.5), weekly(90)}, 120);
   for (const Row& row : {
            Row{{},
                {},
                "Marigold: no data yet",
                "",
                R"("class":"none","percentage":null,"providers":[])"},
-           Row{{reading(claude, {five(69.4)}), both},
+           Row{{reading(claude, {five(95), weekly(3)}), both},
                {},
-               "Claude: 5h 69% used, updated just now\n"
-               "Codex: 5h 38% used, updated 2m ago; Weekly 91% used, updated 2m ago",
-               "Claude 69% | Codex 38%",
-               R"("class":"red","percentage":91,)"},
+               "Claude: 5h 95% used, updated just now; Weekly 3% used, updated just now\n"
+               "Codex: 5h 38% used, updated 2m ago; Weekly 90% used, updated 2m ago",
+               "Claude 95% | Codex 38%",
+               R"("class":"red","percentage":95,)"},
            Row{{both},
                {{"menuBarLabels", true},
                 {"percentWindows.codex", "both"},
                 {"resetWindows.codex", "both"}},
                "Codex: 5h 38% used, updated 2m ago, resets in 2h 5m; "
-               "Weekly 91% used, updated 2m ago",
-               "Codex 5h 38% 2h05m wk 91%",
-               R"("shown":true,"text":"5h 38% 2h05m wk 91%")"},
+               "Weekly 90% used, updated 2m ago",
+               "Codex 5h 38% 2h05m wk 90%",
+               R"("class":"red","percentage":90,"providers":[{"provider":"codex","name":"Codex",)"
+               R"("shown":true,"text":"5h 38% 2h05m wk 90%")"},
            // A text stands for the gauge.
            Row{{both},
                {{"percentWindows.codex", "off"}, {"menuBarStyle", "pills"}},
@@ -101,12 +102,12 @@ TEST(StatusReportTest, TellsWhatTheMarkShows) {
                "Marigold: no providers shown in the menu bar. Enable one in the popover.",
                "",
                R"("shown":false,"text":"","health":"ok")"},
-           Row{{reading(claude, {five(75)}, 0, Health::serverError(now + Seconds{60}))},
+           Row{{reading(claude, {five(70)}, 0, Health::serverError(now + Seconds{60}))},
                {},
-               "Claude: 5h 75% used, server error, data just now",
-               "Claude 75%",
-               R"("class":"amber","percentage":75,"providers":[{"provider":"claude",)"
-               R"("name":"Claude","shown":true,"text":"75%","health":"serverError",)"
+               "Claude: 5h 70% used, server error, data just now",
+               "Claude 70%",
+               R"("class":"amber","percentage":70,"providers":[{"provider":"claude",)"
+               R"("name":"Claude","shown":true,"text":"70%","health":"serverError",)"
                R"("reason":null,"until":"2027-01-15T08:01:00Z",)"},
        }) {
     std::vector<DefaultsChange> chosen = row.chosen;

@@ -79,7 +79,7 @@ TEST_F(Instance, IsFoundWhereverThereIsAPlaceAndStartsWithoutOne) {
                                fs::create_directory(environment["XDG_RUNTIME_DIR"]);
                              },
                              home.path() + "/" + std::string(120, 'x') + "/app.marigold.Marigold"},
-                         Row{[&] { environment["XDG_RUNTIME_DIR"] = "relative"; }, data},
+                         Row{[&] { environment["XDG_RUNTIME_DIR"] = "."; }, data},
                          Row{[&] { environment["XDG_RUNTIME_DIR"] = home.path() + "/none"; }, data},
                          Row{[&] { fs::permissions(data, fs::perms{0770}); }, ""},
                          Row{[&] {
@@ -124,12 +124,18 @@ TEST_F(Instance, AnotherUsersPlaceOrSocketIsNotTouched) {
   ChildProcess first = start();
   ASSERT_TRUE(first.outputLine("Codex"));
   wrapper = own;
+  environment["HOME"] = home.path();
   EXPECT_EQ(told({"--quit"}).second, 0);
   EXPECT_EQ(first.finish(0).second, stillRuns) << "it has been another user's to end";
   ChildProcess second = start();
   EXPECT_TRUE(second.outputLine("Codex"));
+  EXPECT_TRUE(fs::exists(home.path() + "/.local/share/app.marigold.Marigold/instance"));
   EXPECT_EQ(second.end(), "0");
   EXPECT_EQ(first.end(), "0");
+  environment["XDG_RUNTIME_DIR"] = home.path();
+  fs::rename(home.path() + "/other/app.marigold.Marigold", place);
+  ChildProcess third = start();
+  EXPECT_TRUE(third.errorLine("no place where"));
 }
 
 TEST_F(Instance, TellsTheStatusAcrossItsLives) {

@@ -20,23 +20,14 @@ constexpr const char* lockName = "instance.lock";
 constexpr const char* socketName = "instance";
 constexpr const char* newSocketName = "instance.new";
 
-bool isOwn(const std::string& directory) {
-  struct stat status = {};
-  return ::stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-         status.st_uid == ::geteuid();
-}
-
-// Without a variable, as in a job that cron starts, the session's runtime directory is where logind
-// puts it. One of another user is not for us, as after su.
+// A runtime directory of another user's, as it is left after su, is not for us.
 std::string baseDirectory(const Environment& environment, const Surroundings& surroundings) {
   const auto named = environment.find("XDG_RUNTIME_DIR");
-  for (const std::string& runtime : {named == environment.end() ? std::string() : named->second,
-                                     "/run/user/" + std::to_string(::geteuid())}) {
-    if (runtime.starts_with('/') && isOwn(runtime)) {
-      return withoutTrailingSlashes(runtime);
-    }
-  }
-  return surroundings.applicationSupport;
+  const std::string runtime = named == environment.end() ? std::string() : named->second;
+  struct stat status = {};
+  const bool usable = runtime.starts_with('/') && ::stat(runtime.c_str(), &status) == 0 &&
+                      S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
+  return usable ? withoutTrailingSlashes(runtime) : surroundings.applicationSupport;
 }
 
 // Reached through the open directory: a path of its own may be longer than an address holds.
@@ -95,8 +86,7 @@ OwnedDescriptor InstanceSeat::connect() const {
   const OwnedDescriptor directory = open(false);
   OwnedDescriptor socket = newSocket();
   if (!directory.isOpen() || !socket.isOpen() ||
-      ::connect(socket.get(), Address(directory, socketName).get(), Address::size) != 0 ||
-      !isOfThisUser(socket.get())) {
+      ::connect(socket.get(), Address(directory, socketName).get(), Address::size) != 0) {
     return OwnedDescriptor(-1);
   }
   return socket;
@@ -128,13 +118,6 @@ bool InstanceSeat::listen(const OwnedDescriptor& directory) {
   }
   listener_ = std::move(socket);
   return true;
-}
-
-bool isOfThisUser(int socket) {
-  ucred peer = {};
-  socklen_t size = sizeof peer;
-  return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-         peer.uid == ::geteuid();
 }
 
 }  // namespace marigold

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "base/OwnedDescriptor.h"
@@ -45,8 +44,5 @@ class InstanceSeat {
   OwnedDescriptor lock_{-1};
   OwnedDescriptor listener_{-1};
 };
-
-/// The process at the other end of this socket is one of the user's.
-[[nodiscard]] bool isOfThisUser(int socket);
 
 }  // namespace marigold

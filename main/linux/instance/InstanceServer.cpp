@@ -8,9 +8,9 @@
 
 #include <QtCore/QByteArray>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "app/InstanceAnswers.h"
-#include "linux/instance/InstanceSeat.h"
 
 namespace marigold {
 
@@ -19,6 +19,13 @@ namespace {
 // All are of the user; the bounds are for mistakes.
 constexpr std::size_t mostCallers = 64;
 constexpr std::size_t longestRequest = 4096;
+
+bool isOfThisUser(int socket) {
+  ucred peer = {};
+  socklen_t size = sizeof peer;
+  return ::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+         peer.uid == ::geteuid();
+}
 
 // All of it or, to somebody who does not read, nothing that counts.
 bool send(int socket, std::string_view text) {

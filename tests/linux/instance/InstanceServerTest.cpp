@@ -6,6 +6,7 @@
 #include <QtCore/QByteArray>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "linux/instance/InstanceSeat.h"
 #include "linux/instance/InstanceServer.h"
@@ -80,6 +81,11 @@ TEST_F(InstanceServerTest, AnswersOneLineFromEachCaller) {
     EXPECT_EQ(requests, row.asked);
   }
   EXPECT_EQ(qgetenv("XDG_ACTIVATION_TOKEN"), "token");
+  if (const OwnedDescriptor& stranger = come(); ::seteuid(65534) == 0) {
+    turn();  // as another user
+    EXPECT_EQ(::seteuid(0), 0);
+    EXPECT_EQ(heard(stranger), ".");
+  }
   say(callers[1], "us\n");
   say(callers[1], "open\n");
   EXPECT_EQ(heard(callers[1]), "status!\n.");
