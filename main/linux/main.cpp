@@ -7,6 +7,7 @@
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>
+#include <fontconfig/fontconfig.h>
 #include <unistd.h>
 
 #include "MarigoldApp.h"
@@ -39,10 +40,10 @@ using namespace marigold;
 namespace {
 
 // The application, from its launch to its end, inside the loop of the toolkit's application.
-int run(const Environment& environment, const Surroundings& surroundings, Log& log, bool hasDisplay,
-        bool hasSessionBus, int listener, bool opens) {
+int run(const Environment& environment, const Surroundings& surroundings, Log& log,
+        const LocalTimeText& localTime, const Toolkit& toolkit, int listener, bool opens) {
   LinuxEventLoop loop;
-  BusLink sessionBus(loop, sessionBusAddress(environment), hasSessionBus);
+  BusLink sessionBus(loop, sessionBusAddress(environment), toolkit.hasSessionBus());
   BusLink systemBus(loop, systemBusAddress(environment), false);
   LinuxAttention attention(loop, sessionBus, systemBus);
   SystemRandomSource random;
@@ -50,13 +51,13 @@ int run(const Environment& environment, const Surroundings& surroundings, Log& l
   JsonDefaults defaults(surroundings.preferencesFile(), log);
   defaults.follow(loop);
   LinuxTransport transport(requestProgram(), httpsProxy(surroundings), log);
-  const IcuLocalTimeText localTime(timeLocale(environment));
   LinuxApplicationControl application;
   LinuxLoginItem loginItem(surroundings, programFile());
   UpdaterController updater;
   const auto door = std::make_shared<InstanceServer>(loop, listener);
-  const Face face = hasDisplay ? desktopFace(loop, sessionBus, defaults, surroundings.isDevBuild())
-                               : textFace(loop);
+  const Face face = toolkit.hasDisplay()
+                        ? desktopFace(loop, sessionBus, defaults, surroundings.isDevBuild())
+                        : textFace(loop);
   MarigoldApp app({.surroundings = surroundings,
                    .loop = loop,
                    .log = log,
@@ -96,7 +97,7 @@ int main(int argc, char** argv) {
   startProcess();
   const std::span<char*> words(argv, static_cast<std::size_t>(argc));
   const std::vector<std::string> arguments(words.begin() + (words.empty() ? 0 : 1), words.end());
-  answerProbe(arguments);
+  answerBusProbe(arguments);
   const Environment environment = processEnvironment();
   const Surroundings surroundings = linuxSurroundings(environment);
   const Command command = parseCommandLine(arguments);
@@ -110,9 +111,12 @@ int main(int argc, char** argv) {
   }
 
   EndingSignals::block();
-  const bool hasSessionBus = sessionBusAnswers(environment);
   StandardErrorLog log;
-  const Toolkit toolkit(words, environment, log);
-  return run(environment, surroundings, log, toolkit.hasDisplay(), hasSessionBus, seat.listener(),
+  std::optional<IcuLocalTimeText> localTime;
+  const Toolkit toolkit(words, environment, log, [&] {
+    localTime.emplace(timeLocale(environment));
+    FcInit();  // the toolkit's fonts
+  });
+  return run(environment, surroundings, log, *localTime, toolkit, seat.listener(),
              command.mode == Command::Mode::open);
 }

@@ -17,12 +17,18 @@ namespace {
 constexpr Seconds firstPause{0.5};
 constexpr Seconds longestPause{60};
 
-// Found out by a process of its own: a bus that takes connections and stays silent blocks whoever
-// opens one.
-bool busAnswers(const std::string& address, const std::string& program,
-                const std::atomic<bool>* stop = nullptr) {
-  return !address.empty() &&
-         probe(program, Probe::bus, address, {}, answerPatience, stop) == ProbeAnswer::works;
+// The file of the socket at an address that names a single one; empty for any other.
+std::string socketFile(const std::string& address) {
+  constexpr std::string_view prefix = "unix:path=";
+  return address.starts_with(prefix) &&
+                 address.find_first_of(",;%", prefix.size()) == std::string::npos
+             ? address.substr(prefix.size())
+             : std::string();
+}
+
+bool exists(const std::string& file) {
+  std::error_code ignored;
+  return std::filesystem::exists(file, ignored);
 }
 
 }  // namespace
@@ -45,8 +51,8 @@ std::string systemBusAddress(const Environment& environment) {
              : "unix:path=/run/dbus/system_bus_socket";
 }
 
-bool sessionBusAnswers(const Environment& environment) {
-  const bool answers = busAnswers(sessionBusAddress(environment), ownProgram);
+bool sessionBusAnswers(Trial& trial) {
+  const bool answers = trial.answer(answerPatience) == ProbeAnswer::works;
   if (!answers) {
     qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
   }
@@ -80,7 +86,7 @@ class BusLink::Connection final : public QObject {
   Work onLost_;
 };
 
-BusLink::BusLink(EventLoop& loop, std::string address, bool answers, std::string program)
+BusLink::BusLink(LinuxEventLoop& loop, std::string address, bool answers, std::string program)
     : loop_(loop),
       address_(std::move(address)),
       program_(std::move(program)),
@@ -88,8 +94,8 @@ BusLink::BusLink(EventLoop& loop, std::string address, bool answers, std::string
       worker_(loop) {
   if (answers) {
     connect();
-  } else {
-    ask();
+  } else if (!waitsForSocket()) {
+    askAfterPause();  // the start has better things to do
   }
 }
 
@@ -107,12 +113,34 @@ BusLink::Following BusLink::follow(User user) {
   return {nullptr, [this, key](void*) { users_.erase(key); }};
 }
 
+void BusLink::askAfterPause() {
+  retry_ = loop_.callAfter(pause_, [this] { ask(); });
+  pause_ = std::min(pause_ * 2, longestPause);
+}
+
+// Whether there is nothing to ask before the socket's file is there; then its coming is watched.
+bool BusLink::waitsForSocket() {
+  missing_.reset();
+  const std::string socket = socketFile(address_);
+  if (!socket.empty() && !exists(socket)) {
+    missing_.emplace(loop_, socket, [this, socket] {
+      if (exists(socket)) {
+        pause_ = firstPause;
+        askAfterPause();
+      }
+    });
+  }
+  return address_.empty() || (missing_ && !exists(socket));  // else it came just now
+}
+
 void BusLink::ask() {
-  if (address_.empty()) {
+  if (waitsForSocket()) {
     return;
   }
+  missing_.reset();
   worker_.post([this, &loop = loop_, mark = lifetime_.mark()] {
-    const bool answers = busAnswers(address_, program_, &stop_);
+    // A bus that takes connections and stays silent blocks whoever opens one.
+    const bool answers = probeBus(program_, address_, answerPatience, &stop_) == ProbeAnswer::works;
     loop.post([this, mark, answers] {
       if (mark.isOver()) {
         return;
@@ -120,8 +148,7 @@ void BusLink::ask() {
       if (answers) {
         connect();
       } else {
-        retry_ = loop_.callAfter(pause_, [this] { ask(); });
-        pause_ = std::min(pause_ * 2, longestPause);
+        askAfterPause();
       }
     });
   });
@@ -144,8 +171,7 @@ void BusLink::connect() {
 
 void BusLink::lost() {
   connection_.reset();
-  retry_ = loop_.callAfter(pause_, [this] { ask(); });
-  pause_ = std::min(pause_ * 2, longestPause);
+  askAfterPause();
 }
 
 }  // namespace marigold

@@ -11,6 +11,7 @@
 #include "base/Lifetime.h"
 #include "base/Pinned.h"
 #include "base/Worker.h"
+#include "linux/system/FileWatch.h"
 #include "linux/system/LinuxSurroundings.h"
 #include "linux/system/Probe.h"
 
@@ -23,14 +24,14 @@ namespace marigold {
 [[nodiscard]] std::string sessionBusAddress(const Environment& environment);
 [[nodiscard]] std::string systemBusAddress(const Environment& environment);
 
-/// Whether the session bus answers. One that does not is hidden, in this process's environment,
-/// from the toolkit, which opens it for itself and would wait for one that is silent. To be called
-/// before any thread starts.
-[[nodiscard]] bool sessionBusAnswers(const Environment& environment);
+/// Whether the session bus answers, by a trial of `opensBus`. One that does not is hidden, in this
+/// process's environment, from the toolkit, which opens it for itself and would wait for one that
+/// is silent. To be called before any thread starts.
+[[nodiscard]] bool sessionBusAnswers(Trial& trial);
 
 /// A lasting connection to a message bus: made as soon as the bus answers, and again after it was
-/// lost. Nothing here waits for the bus. Needs a running Qt application; lives on the main loop's
-/// thread.
+/// lost. Nothing here waits for the bus, and while its socket is missing nothing is done. Needs a
+/// running Qt application; lives on the main loop's thread.
 class BusLink final : public Pinned {
  public:
   /// Ends what `follow` began.
@@ -39,7 +40,8 @@ class BusLink final : public Pinned {
 
   /// `answers` when that is known already, so that the connection is there from the start.
   /// An empty address is a bus that never comes.
-  BusLink(EventLoop& loop, std::string address, bool answers, std::string program = ownProgram);
+  BusLink(LinuxEventLoop& loop, std::string address, bool answers,
+          std::string program = ownProgram);
   BusLink(const BusLink&) = delete;
   BusLink& operator=(const BusLink&) = delete;
   BusLink(BusLink&&) = delete;
@@ -54,11 +56,13 @@ class BusLink final : public Pinned {
  private:
   class Connection;
 
+  void askAfterPause();
+  bool waitsForSocket();
   void ask();
   void connect();
   void lost();
 
-  EventLoop& loop_;
+  LinuxEventLoop& loop_;
   std::string address_;
   std::string program_;
   std::unique_ptr<Connection> connection_;  // null while there is none
@@ -66,6 +70,7 @@ class BusLink final : public Pinned {
   int nextUser_ = 0;
   Seconds pause_;  // before the bus is asked again
   Timer retry_;
+  std::optional<FileWatch> missing_;  // on the socket, while there is none
   std::atomic<bool> stop_ = false;
   Worker worker_;
   Lifetime lifetime_;

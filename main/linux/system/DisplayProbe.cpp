@@ -1,6 +1,12 @@
 #include "linux/system/DisplayProbe.h"
 
+#include <array>
+#include <cstdlib>
 #include <string_view>
+#include <utility>
+
+#include <QtGui/QGuiApplication>
+#include <unistd.h>
 
 #include "linux/system/Probe.h"
 
@@ -22,22 +28,37 @@ const char* displayVariable(std::string_view platform) {
   return platform.starts_with("xcb") ? "DISPLAY" : nullptr;
 }
 
+// Ends this process where it cannot.
+bool opens(std::string platform, Environment environment) {
+  environment.erase("SESSION_MANAGER");                   // which it must not join
+  environment["DBUS_SESSION_BUS_ADDRESS"] = "disabled:";  // nor wait for a bus
+  environment["QT_LOGGING_RULES"] = "*=false";            // nobody reads it
+  ::clearenv();
+  for (const auto& [name, value] : environment) {
+    ::setenv(name.c_str(), value.c_str(), 1);
+  }
+  std::array<std::string, 2> texts{"marigold", "-platform"};
+  std::array<char*, 4> words{texts[0].data(), texts[1].data(), platform.data(), nullptr};
+  int count = 3;
+  const QGuiApplication application(count, words.data());
+  ::_exit(EXIT_SUCCESS);  // without the wait for the display that an orderly end may be
+}
+
 }  // namespace
 
 std::optional<std::string> usablePlatforms(const Environment& environment, Log& log,
-                                           const std::string& program, Seconds patience) {
-  std::map<std::string, std::string> forChild = environment;
-  forChild.erase("SESSION_MANAGER");                   // which it must not join
-  forChild["DBUS_SESSION_BUS_ADDRESS"] = "disabled:";  // nor wait for a bus
-  forChild["QT_LOGGING_RULES"] = "*=false";            // nobody reads it
-
+                                           const std::function<void()>& meanwhile,
+                                           Seconds patience) {
+  std::function<void()> onceMeanwhile = meanwhile;
   const auto works = [&](const std::string& platform) {
     const char* const naming = displayVariable(platform);
     const std::string name = naming == nullptr ? std::string() : variable(environment, naming);
     if (platform.empty() || (naming != nullptr && name.empty())) {
       return false;
     }
-    const ProbeAnswer answer = probe(program, Probe::platform, platform, forChild, patience);
+    Trial trial([&] { return opens(platform, environment); });
+    std::exchange(onceMeanwhile, [] {})();
+    const ProbeAnswer answer = trial.answer(patience);
     if (answer != ProbeAnswer::works) {
       log.note("display: " + platform + (name.empty() ? "" : " " + name) +
                (answer == ProbeAnswer::silent ? " does not answer" : " cannot be opened"));
@@ -47,16 +68,20 @@ std::optional<std::string> usablePlatforms(const Environment& environment, Log& 
 
   const std::string chosen = variable(environment, "QT_QPA_PLATFORM");
   std::string_view platforms = chosen.empty() ? "wayland;xcb" : std::string_view(chosen);
+  std::optional<std::string> usable;
   for (;;) {
     const auto end = platforms.find(';');
     if (works(std::string(platforms.substr(0, end)))) {
-      return std::string(platforms);
+      usable = platforms;
+      break;
     }
     if (end == std::string_view::npos) {
-      return std::nullopt;
+      break;
     }
     platforms.remove_prefix(end + 1);
   }
+  onceMeanwhile();
+  return usable;
 }
 
 }  // namespace marigold

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <map>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,13 +15,13 @@ namespace marigold {
 /// display is usable: Qt ends the process when it cannot open one.
 ///
 /// Looks through the user's choice, QT_QPA_PLATFORM of `environment`, or else Wayland and then X11
-/// as Qt does, and gives the list from the first one on that works: one that `program`, which calls
-/// `answerProbe`, can open in a process of its own. What comes after it is not asked, since
-/// that could start an X server nobody needs. A Wayland or X11 display is only one that is named in
-/// `environment`, the whole of this process's: there is no guessing at "wayland-0". A platform that
-/// is named but not usable is a line in `log`.
-[[nodiscard]] std::optional<std::string> usablePlatforms(const Environment& environment, Log& log,
-                                                         const std::string& program,
-                                                         Seconds patience = answerPatience);
+/// as Qt does, and gives the list from the first one on that a copy of this process can open (see
+/// `Trial`). What comes after it is not asked, since that could start an X server nobody needs. A
+/// Wayland or X11 display is only one that is named in `environment`, the whole of this process's:
+/// there is no guessing at "wayland-0". A platform that is named but not usable is a line in `log`.
+/// `meanwhile` is called once, while a platform is being tried if any is.
+[[nodiscard]] std::optional<std::string> usablePlatforms(
+    const Environment& environment, Log& log, const std::function<void()>& meanwhile = [] {},
+    Seconds patience = answerPatience);
 
 }  // namespace marigold

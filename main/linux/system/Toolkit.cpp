@@ -2,14 +2,18 @@
 
 #include <QtWidgets/QApplication>
 
+#include "linux/system/BusLink.h"
 #include "linux/system/DisplayProbe.h"
 #include "linux/system/Probe.h"
 
 namespace marigold {
 
-Toolkit::Toolkit(std::span<char*> arguments, const Environment& environment, Log& log)
+Toolkit::Toolkit(std::span<char*> arguments, const Environment& environment, Log& log,
+                 const std::function<void()>& meanwhile)
     : arguments_(arguments.begin(), arguments.end()) {
-  auto platforms = usablePlatforms(environment, log, ownProgram);
+  Trial bus([&] { return opensBus(sessionBusAddress(environment)); });
+  auto platforms = usablePlatforms(environment, log, meanwhile);
+  hasSessionBus_ = sessionBusAnswers(bus);
   hasDisplay_ = platforms.has_value();
   if (hasDisplay_) {
     // As an argument, not in the environment: that would reach the programs we start.

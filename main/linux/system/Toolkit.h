@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -17,13 +18,17 @@ namespace marigold {
 /// The toolkit's application: with windows where a display can be opened, else with a loop alone.
 class Toolkit final {
  public:
-  /// `arguments` begin with the program's name and must outlive this, as must the process.
-  Toolkit(std::span<char*> arguments, const Environment& environment, Log& log);
+  /// `arguments` begin with the program's name and must outlive this, as must the process, which
+  /// has a single thread. `meanwhile` is called while display and bus are being tried.
+  Toolkit(std::span<char*> arguments, const Environment& environment, Log& log,
+          const std::function<void()>& meanwhile);
   Toolkit(const Toolkit&) = delete;
   Toolkit& operator=(const Toolkit&) = delete;
   ~Toolkit();
 
   [[nodiscard]] bool hasDisplay() const noexcept { return hasDisplay_; }
+  /// The session bus answers.
+  [[nodiscard]] bool hasSessionBus() const noexcept { return hasSessionBus_; }
 
  private:
   // All that the application refers to as long as it lives.
@@ -32,6 +37,7 @@ class Toolkit final {
   std::vector<char*> arguments_;
   int count_ = 0;
   bool hasDisplay_ = false;
+  bool hasSessionBus_ = false;
   std::unique_ptr<QCoreApplication> application_;
 };
 

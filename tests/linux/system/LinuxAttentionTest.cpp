@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -59,11 +60,20 @@ TEST(LinuxAttention, TellsWhenTheMachineOrTheScreenHasWoken) {
   const QCoreApplication application(argc, nullptr);
   const test::TemporaryDirectory home;
   const test::PrivateBus session(home, "session");
-  const test::PrivateBus system(home, "system");
+  auto system = std::make_unique<test::PrivateBus>(home, "system");
+  system->stop();
+  std::filesystem::remove(home.path() + "/system");
   LinuxEventLoop loop;
   BusLink sessionLink(loop, session.address, true);
-  BusLink systemLink(loop, system.address, true);
+  BusLink systemLink(loop, system->address, false, MARIGOLD_PROGRAM);
   LinuxAttention attention(loop, sessionLink, systemLink);
+  system->restart();
+  bool found = false;
+  const auto finding = systemLink.follow([&](const auto& /*bus*/) { found = true; });
+  ASSERT_TRUE(test::eventually([&] {
+    loop.dispatch();
+    return found;
+  })) << "a bus that comes late";
   std::string told;
   const auto wake = attention.observe(AttentionEvent::wake, [&] { told += "wake "; });
   auto screen = attention.observe(AttentionEvent::screenWake, [&] { told += "screen "; });
@@ -74,7 +84,9 @@ TEST(LinuxAttention, TellsWhenTheMachineOrTheScreenHasWoken) {
     const auto roundTrip = [](const QDBusConnection& bus) {
       EXPECT_TRUE(bus.interface()->registeredServiceNames().isValid());
     };
-    for (const auto& [where, link] : {std::pair(&session, &sessionLink), {&system, &systemLink}}) {
+    for (const auto& [where, link] :
+         {std::pair<const test::PrivateBus*, BusLink*>(&session, &sessionLink),
+          {system.get(), &systemLink}}) {
       (void)link->follow(roundTrip);  // it listens
       QDBusConnection bus = where->connect("sender");
       bus.registerService("org.freedesktop.login1");
