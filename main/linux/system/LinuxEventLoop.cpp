@@ -14,6 +14,10 @@ namespace marigold {
 
 namespace {
 
+// How long what other threads post may gather. Several workers that answer at about the same time
+// then wake the loop once.
+constexpr long gathering = 2'000'000;  // nanoseconds
+
 // Takes the count out of an eventfd or timerfd, so that it is no longer readable.
 void drain(int descriptor) {
   std::uint64_t count = 0;
@@ -25,10 +29,15 @@ void drain(int descriptor) {
 LinuxEventLoop::LinuxEventLoop()
     : epoll_(::epoll_create1(EPOLL_CLOEXEC)),
       wakeups_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      soon_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
       timer_(::timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK)) {
   watch(wakeups_.get(), [this] {
     drain(wakeups_.get());
     awake_ = false;  // before the queue is looked at: what is posted from here on wakes again
+  });
+  watch(soon_.get(), [this] {
+    drain(soon_.get());
+    awakeSoon_ = false;
   });
   watch(timer_.get(), [this] {
     drain(timer_.get());
@@ -76,7 +85,12 @@ void LinuxEventLoop::unwatch(int descriptor) {
 }
 
 void LinuxEventLoop::wake() {
-  if (!awake_.exchange(true)) {
+  if (std::this_thread::get_id() != thread_) {
+    if (!awakeSoon_.exchange(true)) {
+      const itimerspec setting{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_nsec = gathering}};
+      (void)::timerfd_settime(soon_.get(), 0, &setting, nullptr);
+    }
+  } else if (!awake_.exchange(true)) {
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t ignored = ::write(wakeups_.get(), &one, sizeof one);
   }

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <thread>
 
 #include "base/OwnedDescriptor.h"
 #include "base/QueuedEventLoop.h"
@@ -12,7 +13,8 @@
 namespace marigold {
 
 /// The main loop on Linux: everything it waits for is behind one epoll descriptor, so that it runs
-/// by itself or inside another toolkit's loop. Timers count through sleep (CLOCK_BOOTTIME).
+/// by itself or inside another toolkit's loop. Timers count through sleep (CLOCK_BOOTTIME). Made on
+/// the thread that turns it.
 class LinuxEventLoop final : public QueuedEventLoop {
  public:
   LinuxEventLoop();
@@ -45,11 +47,15 @@ class LinuxEventLoop final : public QueuedEventLoop {
 
   OwnedDescriptor epoll_;
   OwnedDescriptor wakeups_;
+  OwnedDescriptor soon_;
   OwnedDescriptor timer_;
-  std::atomic<bool> awake_ = false;  // a wake-up is on its way; no second one is needed
-  std::optional<Instant> armed_;     // what the timer descriptor is set to
+  // A wake-up is on its way; no second one is needed.
+  std::atomic<bool> awake_ = false;
+  std::atomic<bool> awakeSoon_ = false;
+  std::optional<Instant> armed_;  // what the timer descriptor is set to
   std::map<int, std::shared_ptr<Work>> watched_;
   bool running_ = false;
+  const std::thread::id thread_ = std::this_thread::get_id();
 };
 
 }  // namespace marigold
