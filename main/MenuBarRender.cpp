@@ -167,10 +167,9 @@ Drawing pillSquare(const MenuBarMark& mark, std::span<const GaugeBar> bars) {
 
 }  // namespace
 
-StatusItemContent MenuBarRender::statusItemContent(const MenuBarContent& content,
-                                                   MenuBarStyle style,
-                                                   const AppearanceSettings& appearance,
-                                                   bool devBuild, const TextMeasurer& measurer) {
+MenuBarRender::Images MenuBarRender::images(const MenuBarContent& content, MenuBarStyle style,
+                                            const AppearanceSettings& appearance, bool devBuild,
+                                            const TextMeasurer& measurer) {
   const MenuBarMark mark{
       .segments = content.segments,
       .style = style,
@@ -179,14 +178,20 @@ StatusItemContent MenuBarRender::statusItemContent(const MenuBarContent& content
       .highContrast = appearance.increaseContrast,
       .devMarker = devBuild};
   return {.mark = content.isIdle ? idleImage(devBuild, mark.textColor) : markImage(mark, measurer),
-          .square = content.isIdle ? idleSquare(devBuild) : squareImage(mark),
+          .square = content.isIdle ? idleSquare(devBuild) : squareImage(mark)};
+}
+
+StatusItemContent MenuBarRender::statusItemContent(Images images, const MenuBarContent& content,
+                                                   DarkMenuBar darkMenuBar, bool devBuild) {
+  return {.mark = std::move(images.mark),
+          .square = std::move(images.square),
           .label = content.label,
           .tooltip = content.tooltip,
           .tooltipTitle = (devBuild ? "[Dev] " : "") + content.title,
           .accessibilityLabel = devBuild ? "Marigold Dev" : "Marigold",
           .accessibilityValue = content.spoken,
           .tooltipWithoutAges = content.tooltipWithoutAges,
-          .darkMenuBar = appearance.darkMenuBar};
+          .darkMenuBar = darkMenuBar};
 }
 
 Drawing MenuBarRender::markImage(const MenuBarMark& mark, const TextMeasurer& measurer) {

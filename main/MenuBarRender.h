@@ -25,12 +25,18 @@ struct MenuBarMark {
 
 /// Draws them.
 struct MenuBarRender {
-  /// What the status item shows: `content` drawn in the user's style as the desktop looks.
-  [[nodiscard]] static StatusItemContent statusItemContent(const MenuBarContent& content,
-                                                           MenuBarStyle style,
-                                                           const AppearanceSettings& appearance,
-                                                           bool devBuild,
-                                                           const TextMeasurer& measurer);
+  struct Images {
+    Drawing mark;
+    Drawing square;
+  };
+  /// What `content` shows, in the user's style and as the desktop looks. Its texts change nothing.
+  [[nodiscard]] static Images images(const MenuBarContent& content, MenuBarStyle style,
+                                     const AppearanceSettings& appearance, bool devBuild,
+                                     const TextMeasurer& measurer);
+  /// All that the status item shows and says.
+  [[nodiscard]] static StatusItemContent statusItemContent(Images images,
+                                                           const MenuBarContent& content,
+                                                           DarkMenuBar darkMenuBar, bool devBuild);
 
   /// The mark with its texts, `MenuBarMetrics::height` points high and a whole number of points
   /// wide.

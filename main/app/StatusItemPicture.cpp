@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "MenuBarRender.h"
 #include "bar/MenuBarContent.h"
 #include "bar/Palette.h"
 
@@ -31,9 +30,11 @@ StatusItemPicture::Redraw StatusItemPicture::redraw(AppearanceSettings appearanc
 
   const bool anyPresent = std::ranges::any_of(
       allCases<ProviderID>, [this](ProviderID provider) { return store_.isPresent(provider); });
-  StatusItemContent next = MenuBarRender::statusItemContent(
-      menuBarContent(items, drains.percentages(), anyPresent, now, localTime_),
-      chosen.menuBarStyle(), appearance, devBuild_, textMeasurer_);
+  const MenuBarContent content =
+      menuBarContent(items, drains.percentages(), anyPresent, now, localTime_);
+  StatusItemContent next =
+      MenuBarRender::statusItemContent(images(content, chosen.menuBarStyle(), appearance), content,
+                                       appearance.darkMenuBar, devBuild_);
   const auto current = content_ ? std::optional(content_->mark.size.width) : std::nullopt;
   const double width = pinnedMarkWidth(next.mark.size.width, current, popoverShown);
   next.mark = MenuBarRender::padded(std::move(next.mark), width);
@@ -48,6 +49,19 @@ StatusItemPicture::Redraw StatusItemPicture::redraw(AppearanceSettings appearanc
   const MenuRepaintTimes times = menuRepaintTimes(items, cards, now);
   result.next = nextMenuRepaint(now, times.countdowns, times.resets);
   return result;
+}
+
+// Mostly only ages have moved on, which no image shows, and to measure its texts is most of the
+// work.
+const MenuBarRender::Images& StatusItemPicture::images(const MenuBarContent& content,
+                                                       MenuBarStyle style,
+                                                       const AppearanceSettings& looks) {
+  Imaged imaged{content.segments, content.isIdle, style, looks};
+  if (imaged_ != imaged) {
+    imaged_ = std::move(imaged);
+    images_ = MenuBarRender::images(content, style, looks, devBuild_, textMeasurer_);
+  }
+  return images_;
 }
 
 }  // namespace marigold

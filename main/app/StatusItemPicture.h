@@ -1,8 +1,10 @@
 #pragma once
 
 #include <optional>
+#include <tuple>
 #include <vector>
 
+#include "MenuBarRender.h"
 #include "UsageStore.h"
 #include "bar/ResetDrain.h"
 #include "base/Drawing.h"
@@ -43,12 +45,18 @@ class StatusItemPicture {
       const std::vector<ProviderID>& providers) const {
     return publishedReadings(store_, providers, texts_);
   }
+  const MenuBarRender::Images& images(const MenuBarContent& content, MenuBarStyle style,
+                                      const AppearanceSettings& looks);
 
   const UsageStore& store_;
   const LocalTimeText& localTime_;
   const TextMeasurer& textMeasurer_;
   DesktopTexts texts_;
   bool devBuild_;
+  // All that the images depend on.
+  using Imaged = std::tuple<std::vector<MenuBarSegment>, bool, MenuBarStyle, AppearanceSettings>;
+  std::optional<Imaged> imaged_;
+  MenuBarRender::Images images_;
   std::optional<StatusItemContent> content_;  // as last redrawn
 };
 
