@@ -3,14 +3,18 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
+#include <map>
 #include <string>
+#include <vector>
 
 #include <QtDBus/QDBusVariant>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "base/BoundedFile.h"
 #include "end-to-end/ClaudeFixture.h"
 #include "support/PrivateBus.h"
+#include "support/Trace.h"
 #include "support/TrayHost.h"
 
 namespace marigold {
@@ -106,6 +110,88 @@ TEST_F(MenuEndToEnd, EachCommandDoesWhatItSays) {
 
   choose("Quit Marigold");
   EXPECT_EQ(program.finish().second, 0);
+}
+
+// Every path is one that the README names, there by its last words here.
+TEST_F(MenuEndToEnd, TouchesNothingButWhatTheReadmeNames) {
+  const std::string readme = readWholeFile(MARIGOLD_README, 1'000'000).value_or("");
+  std::vector<std::string> places;
+  for (const auto& [place, name] : std::map<std::string, std::string>{
+           {home.path() + "/.config/app.marigold.Marigold", "~/" + preferences},
+           {home.path() + "/.config/autostart",
+            "~/.config/autostart/app.marigold.Marigold.desktop"},
+           {home.path() + "/.local/share/app.marigold.Marigold/cache",
+            "~/.local/share/app.marigold.Marigold/cache"},
+           {home.path() + "/.cache/app.marigold.Marigold", "~/.cache/app.marigold.Marigold"},
+           {home.path() + "/.grok/logs", "~/.grok/logs"},
+           {home.path() + "/codex/sessions", "~/.codex/sessions"},
+           {home.path() + "/claude/.credentials.json", "~/.claude/.credentials.json"},
+           {home.path() + "/bin", "marigold-request"},
+           {home.path() + "/.fonts", "~/.fonts"},
+           {home.path() + "/.fonts.conf", "~/.fonts"},
+           {home.path() + "/.fonts.conf.d", "~/.fonts"},
+           {home.path() + "/.fontconfig", "~/.fonts"},
+           {home.path() + "/.local/share/fonts", "~/.local/share/fonts"},
+           {home.path() + "/.config/fontconfig", "~/.config/fontconfig"},
+           {home.path() + "/.cache/fontconfig", "~/.cache/fontconfig"},
+           {home.path() + "/.config/QtProject", "~/.config/QtProject"},
+           {home.path() + "/bus", "$XDG_RUNTIME_DIR"},
+           {home.path() + "/app.marigold.Marigold", "$XDG_RUNTIME_DIR"},
+           {home.path() + "/no-bus", "$XDG_RUNTIME_DIR"},
+           {home.path() + "/flatpak-info", "$XDG_RUNTIME_DIR"},
+           {"/usr", "/usr"},
+           {"/lib", "/lib"},
+           {"/lib64", "/lib"},
+           {"/etc/ld.so.cache", "/etc/ld.so.cache"},
+           {"/etc/ld.so.preload", "/etc/ld.so.cache"},
+           {"/etc/fonts", "/etc/fonts"},
+           {"/etc/localtime", "/etc/localtime"},
+           {"/etc/ssl", "/etc/ssl"},
+           {"/etc/gnutls", "/etc/gnutls"},
+           {"/etc/xdg/QtProject", "/etc/xdg/QtProject"},
+           {"/var/cache/fontconfig", "/var/cache/fontconfig"},
+           {"/proc", "/proc"},
+           {"/sys/devices/system/cpu", "/sys/devices/system/cpu"},
+           {"/dev/null", "/dev/null"},
+       }) {
+    EXPECT_TRUE(readme.contains(name)) << name;
+    places.push_back(place);
+  }
+  const std::string file = home.path() + "/trace";
+  const std::string port = server.address().substr(server.address().find(':') + 1);
+  const auto traced = [&] {
+    return test::unexpected(readWholeFile(file, 100'000'000).value_or("no trace"), places, port);
+  };
+  std::ranges::copy(test::tracing(file), std::back_inserter(wrapper));
+  environment["ASAN_OPTIONS"] = "detect_leaks=0";  // which is no use while traced
+
+  std::vector<std::string> reads = test::tracing(file);
+  reads.insert(reads.end(), {"/bin/ls", "/etc/passwd"});
+  EXPECT_EQ(run(reads).finish().second, 0);
+  EXPECT_THAT(traced(), testing::Contains("/etc/passwd")) << "it is seen";
+  EXPECT_THAT(test::unexpected("1 execve(\"/proc/self/fd/3\", []\n1 socket(AF_INET, 0) = 3\n"
+                               "1 connect(3, {sin_port=htons(1), 127.0.0.1\n2 socket(AF_INET6\n"
+                               "1 connect(3, {sin_port=htons(2), 127.0.0.1\n1 listen(5, 1) = 0\n",
+                               {}, "1"),
+              testing::SizeIs(4))
+      << "another place, process, port and a listener";
+
+  test::ChildProcess program = start();
+  ASSERT_TRUE(eventually([this] { return !host.item.isEmpty(); }));
+  ASSERT_TRUE(labelBecomes("42% | 37%")) << label().toStdString();
+  codexSays(38, 12);
+  EXPECT_TRUE(labelBecomes("42% | 38%")) << label().toStdString();
+  host.askMenu("AboutToShow", {0});
+  choose("Refresh Now");
+  choose("Pills");
+  host.askItem("ContextMenu", {0, 0});
+  host.askItem("Activate", {0, 0});
+  EXPECT_TRUE(eventually([&] { return stored(R"("menuBarStyle":"pills")", preferences); }));
+  choose("Turn Off Claude Usage");
+  choose("Clear Stored Usage Data");
+  choose("Quit Marigold");
+  EXPECT_EQ(program.finish().second, 0);
+  EXPECT_THAT(traced(), testing::IsEmpty());
 }
 
 }  // namespace
