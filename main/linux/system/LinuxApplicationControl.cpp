@@ -1,13 +1,10 @@
 #include "linux/system/LinuxApplicationControl.h"
 
-#include <chrono>
-#include <csignal>
 #include <cstdlib>
 
 #include <QtCore/QCoreApplication>
-#include <sys/time.h>
-#include <unistd.h>
 
+#include "base/ProcessEnd.h"
 #include "linux/popover/AboutDialog.h"
 
 namespace marigold {
@@ -29,13 +26,7 @@ void LinuxApplicationControl::quit() {
 }
 
 void LinuxApplicationControl::leaveRegardless(Seconds after) {
-  (void)std::signal(SIGALRM, [](int) { ::_exit(EXIT_SUCCESS); });
-  constexpr std::int64_t perSecond = 1'000'000;
-  const auto microseconds = std::chrono::round<std::chrono::microseconds>(after).count();
-  const itimerval then{
-      .it_interval = {},
-      .it_value = {.tv_sec = microseconds / perSecond, .tv_usec = microseconds % perSecond}};
-  (void)::setitimer(ITIMER_REAL, &then, nullptr);
+  leaveAfter(after);
 }
 
 }  // namespace marigold

@@ -31,3 +31,12 @@ BLOCK_METHODS
 __asm__(".globl _NSConcreteMallocBlock\n.set _NSConcreteMallocBlock, _OBJC_CLASS_MGMallocBlock\n"
         ".globl _NSConcreteStackBlock\n.set _NSConcreteStackBlock, _OBJC_CLASS_MGStackBlock\n"
         ".globl _NSConcreteGlobalBlock\n.set _NSConcreteGlobalBlock, _OBJC_CLASS_MGGlobalBlock\n");
+
+// An exception of GNUstep's would reach a test without its words.
+#include <dlfcn.h>
+extern "C" void objc_exception_throw(id exception) {
+  NSLog(@"thrown: %@", exception);
+  static const auto real = (void (*)(id))dlsym(RTLD_NEXT, "objc_exception_throw");
+  real(exception);
+  __builtin_unreachable();
+}

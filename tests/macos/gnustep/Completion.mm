@@ -6,15 +6,6 @@
 
 #import "Extras.h"
 
-#define STORED(TYPE, getter, setter)                               \
-  -(TYPE)getter {                                                  \
-    return [extras(self) objectForKey:@ #getter];                  \
-  }                                                                \
-  -(void)setter : (TYPE)value {                                    \
-    value != nil ? [extras(self) setObject:value forKey:@ #getter] \
-                 : [extras(self) removeObjectForKey:@ #getter];    \
-  }
-
 @interface MGFlippedView : NSView
 @end
 @implementation MGFlippedView
@@ -65,75 +56,6 @@ STORED(NSString*, accessibilityDescription, setAccessibilityDescription)
 }
 @end
 
-@implementation NSView (Completion)
-STORED(NSString*, accessibilityLabel, setAccessibilityLabel)
-STORED(id, accessibilityValue, setAccessibilityValue)
-STORED(NSString*, accessibilityRole, setAccessibilityRole)
-@end
-
-// There Escape is bound to nothing.
-@implementation NSResponder (Completion)
-- (void)interpretKeyEvents:(NSArray*)events {
-  for (NSEvent* event in events) {
-    if ([[event characters] isEqual:@"\e"]) {
-      [self doCommandBySelector:@selector(cancelOperation:)];
-    } else {
-      [[NSInputManager currentInputManager] handleKeyboardEvents:@[ event ] client:self];
-    }
-  }
-}
-@end
-
-@implementation NSTextField (Completion)
-+ (instancetype)labelWithString:(NSString*)text {
-  NSTextField* label = [[[self alloc] initWithFrame:NSZeroRect] autorelease];
-  [label setStringValue:text];
-  [label setEditable:NO];
-  [label setSelectable:NO];
-  [label setBezeled:NO];
-  [label setDrawsBackground:NO];
-  [label sizeToFit];
-  return label;
-}
-@end
-
-// There +systemStatusBar is nil. Here an item is a small window at the screen's top right corner.
-@implementation NSStatusBar (Completion)
-+ (NSStatusBar*)systemStatusBar {
-  static NSStatusBar* bar = [[NSStatusBar alloc] init];
-  return bar;
-}
-- (CGFloat)thickness {
-  return 24;
-}
-- (NSStatusItem*)statusItemWithLength:(CGFloat)length {
-  NSStatusItem* item = [[[NSStatusItem alloc] init] autorelease];
-  const NSRect bounds = NSMakeRect(0, 0, 24, [self thickness]);
-  NSWindow* window = [[[NSWindow alloc] initWithContentRect:bounds
-                                                  styleMask:NSBorderlessWindowMask
-                                                    backing:NSBackingStoreBuffered
-                                                      defer:NO] autorelease];
-  [window setReleasedWhenClosed:NO];
-  [window setLevel:NSStatusWindowLevel];
-  [window setBackgroundColor:[NSColor darkGrayColor]];
-  NSStatusBarButton* button = [[[NSStatusBarButton alloc] initWithFrame:bounds] autorelease];
-  [button setBordered:NO];
-  [window setContentView:button];
-  [window orderFrontRegardless];
-  [extras(item) setObject:button forKey:@"button"];
-  [extras(item) setObject:window forKey:@"window"];
-  return item;
-}
-- (void)removeStatusItem:(NSStatusItem*)item {
-  [[extras(item) objectForKey:@"window"] close];
-}
-@end
-@implementation NSStatusItem (Completion)
-- (NSStatusBarButton*)button {
-  return [extras(self) objectForKey:@"button"];
-}
-@end
-
 // Its own starts a daemon and waits for it. Only what is completed here can be used.
 @implementation NSWorkspace (Completion)
 + (NSWorkspace*)sharedWorkspace {
@@ -144,47 +66,25 @@ STORED(NSString*, accessibilityRole, setAccessibilityRole)
   static NSNotificationCenter* center = [[NSNotificationCenter alloc] init];
   return center;
 }
-@end
-
-// A status bar's button tells both mouse buttons and is as wide as its picture.
-@implementation NSStatusBarButton (Completion)
-- (void)setImage:(NSImage*)image {
-  [super setImage:image];
-  const NSSize size = NSMakeSize([image size].width + 8, [[NSStatusBar systemStatusBar] thickness]);
-  const NSRect screen = [[NSScreen mainScreen] frame];
-  [[self window] setFrame:NSMakeRect(NSMaxX(screen) - size.width, NSMaxY(screen) - size.height,
-                                     size.width, size.height)
-                  display:YES];
-}
-- (void)rightMouseUp:(NSEvent*)event {
-  [self sendAction:[self action] to:[self target]];
-}
-- (void)rightMouseDown:(NSEvent*)event {
-}
-@end
-
-@implementation NSMenu (Completion)
-- (BOOL)popUpMenuPositioningItem:(NSMenuItem*)item
-                      atLocation:(NSPoint)location
-                          inView:(NSView*)view {
-  const NSPoint inWindow = [view convertPoint:location toView:nil];
-  NSEvent* event = [NSEvent mouseEventWithType:NSRightMouseDown
-                                      location:inWindow
-                                 modifierFlags:0
-                                     timestamp:0
-                                  windowNumber:[[view window] windowNumber]
-                                       context:nil
-                                   eventNumber:0
-                                    clickCount:1
-                                      pressure:0];
-  [NSMenu popUpContextMenu:self withEvent:event forView:view];
-  return YES;
-}
+STORED_FLAG(accessibilityDisplayShouldIncreaseContrast, setIncreaseContrast)
+STORED_FLAG(accessibilityDisplayShouldReduceMotion, setReduceMotion)
 @end
 
 @implementation NSApplication (Completion)
 - (BOOL)setActivationPolicy:(NSInteger)policy {
   return YES;
+}
+- (NSInteger)userInterfaceLayoutDirection {
+  return 0;
+}
+- (NSAppearance*)effectiveAppearance {
+  NSAppearance* own = [extras(self) objectForKey:@"appearance"];
+  return own != nil ? own : [NSAppearance appearanceNamed:@"NSAppearanceNameAqua"];
+}
+- (void)setAppearance:(NSAppearance*)appearance {
+  [self willChangeValueForKey:@"effectiveAppearance"];
+  [extras(self) setObject:appearance forKey:@"appearance"];
+  [self didChangeValueForKey:@"effectiveAppearance"];
 }
 @end
 

@@ -1,6 +1,6 @@
 // What native controls of today have and GNUstep's lack: constructors with titles and their own
 // sizes.
-#import <AppKit/AppKit.h>
+#import "Extras.h"
 
 @implementation NSWindow (Controls)
 - (NSPoint)convertPointToScreen:(NSPoint)point {
@@ -15,6 +15,12 @@
 @end
 
 @implementation NSControl (Controls)
+- (void)setLineBreakMode:(NSLineBreakMode)mode {
+  [[self cell] setLineBreakMode:mode];
+}
+- (NSLineBreakMode)lineBreakMode {
+  return [[self cell] lineBreakMode];
+}
 - (NSSize)intrinsicContentSize {
   return [self cell] != nil ? [[self cell] cellSize] : NSMakeSize(-1, -1);
 }
@@ -34,6 +40,16 @@
 @end
 
 @implementation NSButton (Controls)
+STORED(NSColor*, contentTintColor, setContentTintColor)
++ (instancetype)buttonWithImage:(NSImage*)image target:(id)target action:(SEL)action {
+  NSButton* button = [[[self alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
+  [button setImage:image];
+  [button setImagePosition:NSImageOnly];
+  [button setTarget:target];
+  [button setAction:action];
+  [button sizeToFit];
+  return button;
+}
 + (instancetype)buttonWithTitle:(NSString*)title target:(id)target action:(SEL)action {
   NSButton* button = [[[self alloc] initWithFrame:NSMakeRect(0, 0, 10, 10)] autorelease];
   [button setTitle:title];
@@ -53,6 +69,12 @@
 @end
 
 @implementation NSSegmentedControl (Controls)
+- (void)setToolTip:(NSString*)text forSegment:(NSInteger)segment {
+  [[self cell] setToolTip:text forSegment:segment];
+}
+- (NSString*)toolTipForSegment:(NSInteger)segment {
+  return [[self cell] toolTipForSegment:segment];
+}
 + (instancetype)segmentedControlWithLabels:(NSArray*)labels
                               trackingMode:(NSInteger)mode
                                     target:(id)target

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include <unwind.h>
 
@@ -242,11 +243,13 @@ void objc_autoreleasePoolPop(void* pool) {
   send(static_cast<Id>(pool), s);
 }
 
-// Weak references: a table of their places, cleared by NSObject's dealloc.
+// Weak references and associated objects: tables of both, looked through by NSObject's dealloc.
 static std::recursive_mutex weakMutex;
 static auto& weakPlaces = *new std::unordered_map<Id, std::unordered_set<Id*>>;
+static auto& associations = *new std::unordered_map<Id, std::unordered_map<const void*, Id>>;
 static void (*realDealloc)(Id, Sel);
 static void dealloc(Id self, Sel sel) {
+  std::unordered_map<const void*, Id> associated;
   {
     const std::lock_guard lock(weakMutex);
     if (const auto found = weakPlaces.find(self); found != weakPlaces.end()) {
@@ -255,17 +258,27 @@ static void dealloc(Id self, Sel sel) {
       }
       weakPlaces.erase(found);
     }
+    if (const auto found = associations.find(self); found != associations.end()) {
+      associated.swap(found->second);
+      associations.erase(found);
+    }
+  }
+  for (const auto& [key, value] : associated) {
+    objc_release(value);
   }
   realDealloc(self, sel);
 }
-Id objc_storeWeak(Id* at, Id value) {
-  const std::lock_guard lock(weakMutex);
+static void watchDealloc() {
   if (realDealloc == nullptr) {
     realDealloc = reinterpret_cast<void (*)(Id, Sel)>(method_setImplementation(
         class_getInstanceMethod(reinterpret_cast<Class>(objc_getClass("NSObject")),
                                 sel_registerName("dealloc")),
         reinterpret_cast<Imp>(dealloc)));
   }
+}
+Id objc_storeWeak(Id* at, Id value) {
+  const std::lock_guard lock(weakMutex);
+  watchDealloc();
   if (*at != nullptr) {
     weakPlaces[*at].erase(at);
   }
@@ -274,6 +287,22 @@ Id objc_storeWeak(Id* at, Id value) {
     weakPlaces[value].insert(at);
   }
   return value;
+}
+// Kept by retaining, whatever the policy.
+void objc_setAssociatedObject(Id object, const void* key, Id value, std::uintptr_t) {
+  objc_retain(value);
+  Id before = nullptr;
+  {
+    const std::lock_guard lock(weakMutex);
+    watchDealloc();
+    before = std::exchange(associations[object][key], value);
+  }
+  objc_release(before);
+}
+Id objc_getAssociatedObject(Id object, const void* key) {
+  const std::lock_guard lock(weakMutex);
+  const auto found = associations.find(object);
+  return found == associations.end() ? nullptr : found->second[key];
 }
 Id objc_initWeak(Id* at, Id value) {
   *at = nullptr;

@@ -1,0 +1,102 @@
+#include "macos/MacStatusBar.h"
+
+#include <utility>
+
+#import "macos/MacAction.h"
+#include "macos/MacMenu.h"
+#include "macos/MacObservation.h"
+#include "macos/MacPainter.h"
+#include "macos/MacText.h"
+
+namespace marigold {
+
+namespace {
+
+/// The item, and with it its place in the bar.
+class MacStatusItem final : public StatusItem {
+ public:
+  explicit MacStatusItem(NSStatusItem* item)
+      : item_(item),
+        clicked_([[MGAction alloc] initWithWork:[this] { click(); }]),
+        appearance_(item.button, @"effectiveAppearance", [this] { groundChanged(); }) {
+    NSStatusBarButton* const button = item_.button;
+    button.imagePosition = NSImageOnly;
+    button.target = clicked_;
+    button.action = @selector(perform:);
+    [button sendActionOn:NSEventMaskLeftMouseUp | NSEventMaskRightMouseUp];
+  }
+  MacStatusItem(const MacStatusItem&) = delete;
+  MacStatusItem& operator=(const MacStatusItem&) = delete;
+  ~MacStatusItem() override {
+    clicked_.work = {};
+    [NSStatusBar.systemStatusBar removeStatusItem:item_];
+  }
+
+  [[nodiscard]] DarkMenuBar ownGround() const override {
+    return isDark(item_.button.effectiveAppearance) ? DarkMenuBar::yes : DarkMenuBar::no;
+  }
+
+  void show(const StatusItemContent& content) override {
+    NSStatusBarButton* const button = item_.button;
+    button.image = imageOf(content.mark, button.window.backingScaleFactor);
+    button.title = @"";
+    button.toolTip = toMac(content.tooltip);
+    button.accessibilityLabel = toMac(content.accessibilityLabel);
+    button.accessibilityValue = toMac(content.accessibilityValue);
+  }
+
+  // While the item has a menu, a click opens it and does not return before it is closed; without
+  // one, the next click is told to us again.
+  void openMenu(std::vector<MenuItem> items) override {
+    item_.menu = makeMenu(items);
+    [item_.button performClick:nil];
+    item_.menu = nil;
+  }
+
+ private:
+  void click() {
+    NSEvent* const event = NSApp.currentEvent;
+    if (event == nil || !onClick) {
+      return;
+    }
+    const bool right =
+        event.type == NSEventTypeRightMouseUp || event.type == NSEventTypeRightMouseDown;
+    onClick({.button = right ? StatusItemClick::Button::right : StatusItemClick::Button::left,
+             .controlHeld = (event.modifierFlags & NSEventModifierFlagControl) != 0});
+  }
+
+  void groundChanged() const {
+    if (onGroundChange) {
+      onGroundChange();
+    }
+  }
+
+  NSStatusItem* const item_;
+  MGAction* const clicked_;
+  const MacObservation appearance_;
+};
+
+}  // namespace
+
+std::unique_ptr<StatusItem> MacStatusBar::makeItem() {
+  NSStatusItem* const item =
+      [NSStatusBar.systemStatusBar statusItemWithLength:NSVariableStatusItemLength];
+  current_->button = item.button;
+  if (item.button == nil) {
+    [NSStatusBar.systemStatusBar removeStatusItem:item];
+    return nullptr;
+  }
+  return std::make_unique<MacStatusItem>(item);
+}
+
+NSStatusBarButton* MacStatusBar::button() const {
+  return current_->button;
+}
+
+bool isDark(NSAppearance* appearance) {
+  NSArray<NSAppearanceName>* const kinds = @[ NSAppearanceNameAqua, NSAppearanceNameDarkAqua ];
+  return [[appearance bestMatchFromAppearancesWithNames:kinds]
+      isEqualToString:NSAppearanceNameDarkAqua];
+}
+
+}  // namespace marigold
