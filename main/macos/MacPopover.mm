@@ -39,7 +39,7 @@ class MacPopover::Window {
   Window(const Window&) = delete;
   Window& operator=(const Window&) = delete;
   ~Window() {
-    delegate_.closed = {};
+    popover_.delegate = nil;
     removeOutsideClickMonitor();
     [popover_ close];
   }
@@ -53,7 +53,7 @@ class MacPopover::Window {
 
   void open() {
     NSStatusBarButton* const button = bar_.button();
-    if (button == nil) {
+    if (button.window == nil) {
       return;
     }
     fit();

@@ -36,7 +36,7 @@ class ControlBuilder {
     NSSwitch* const control = [[NSSwitch alloc] initWithFrame:NSMakeRect(0, 0, wide, tall)];
     control.state = shown.on ? NSControlStateValueOn : NSControlStateValueOff;
     __weak NSSwitch* const weak = control;
-    bind(control, [weak, use = use_.use] { use(weak.state == NSControlStateValueOn ? 1 : 0); });
+    onUse(control, [weak, use = use_.use] { use(weak.state == NSControlStateValueOn ? 1 : 0); });
     return control;
   }
 
@@ -57,7 +57,7 @@ class ControlBuilder {
     [control sizeToFit];
     constexpr std::array moves{SettingsMoves::Move::up, SettingsMoves::Move::down};
     __weak NSSegmentedControl* const weak = control;
-    bind(control, [weak, moves, use = use_.use] {
+    onUse(control, [weak, moves, use = use_.use] {
       use(static_cast<int>(moves.at(static_cast<std::size_t>(weak.selectedSegment))));
     });
     return control;
@@ -85,7 +85,7 @@ class ControlBuilder {
     [control selectItemAtIndex:shown.selected];
     [control sizeToFit];
     __weak NSPopUpButton* const weak = control;
-    bind(control, [weak, use = use_.use] { use(static_cast<int>(weak.indexOfSelectedItem)); });
+    onUse(control, [weak, use = use_.use] { use(static_cast<int>(weak.indexOfSelectedItem)); });
     return control;
   }
 
@@ -113,7 +113,7 @@ class ControlBuilder {
     control.selectedSegment = shown.selected;
     [control sizeToFit];
     __weak NSSegmentedControl* const weak = control;
-    bind(control, [weak, use = use_.use] { use(static_cast<int>(weak.selectedSegment)); });
+    onUse(control, [weak, use = use_.use] { use(static_cast<int>(weak.selectedSegment)); });
     return control;
   }
 

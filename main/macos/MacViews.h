@@ -30,7 +30,7 @@ struct Ink {
 [[nodiscard]] NSButton* makeTitleButton(const std::string& title, std::function<void()> press);
 
 /// Has `control` call `use`, and keeps it.
-void bind(NSControl* control, std::function<void()> use);
+void onUse(NSControl* control, std::function<void()> use);
 
 /// Has an assistive technology read `view` as one thing, called `label`.
 void speakAs(NSView* view, NSAccessibilityRole role, const std::string& label);

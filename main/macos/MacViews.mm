@@ -44,18 +44,18 @@ NSButton* makeSymbolButton(NSString* symbol, const std::string& name, std::funct
   button.toolTip = toMac(name);
   button.accessibilityLabel = toMac(name);
   [button setFrameSize:NSMakeSize(side, side)];
-  bind(button, std::move(press));
+  onUse(button, std::move(press));
   return button;
 }
 
 NSButton* makeTitleButton(const std::string& title, std::function<void()> press) {
   NSButton* const button = [NSButton buttonWithTitle:toMac(title) target:nil action:nil];
   [button sizeToFit];
-  bind(button, std::move(press));
+  onUse(button, std::move(press));
   return button;
 }
 
-void bind(NSControl* control, std::function<void()> use) {
+void onUse(NSControl* control, std::function<void()> use) {
   static char key = 0;
   MGAction* const action = [[MGAction alloc] initWithWork:std::move(use)];
   objc_setAssociatedObject(control, &key, action, OBJC_ASSOCIATION_RETAIN_NONATOMIC);

@@ -5,7 +5,7 @@
 int main(int argc, char** argv) {
   @autoreleasepool {
     testing::InitGoogleTest(&argc, argv);
-    [NSApplication sharedApplication];
+    [[NSApplication sharedApplication] finishLaunching];
     return RUN_ALL_TESTS();
   }
 }

@@ -13,14 +13,15 @@
 #include "linux/popover/Spoken.h"
 #include "linux/popover/TextLabel.h"
 #include "linux/system/QtPainter.h"
+#include "popover/PopoverMetrics.h"
 
 namespace marigold {
 
 namespace {
 
-constexpr double barHeight = 6;
-constexpr double aboveBar = 5;
-constexpr double belowBar = 3;
+constexpr double barHeight = metrics::barHeight;
+constexpr double aboveBar = metrics::aboveBar;
+constexpr double belowBar = metrics::belowBar;
 
 /// A text whose digits all take the same width, so that it stands still while it counts.
 class DigitText {
@@ -68,7 +69,7 @@ class RowBlock final : public BlockWidget {
         look_(look),
         font_(interfaceFont()),
         valueFont_(interfaceFont(1, QFont::DemiBold)),
-        subFont_(interfaceFont(0.9)) {
+        subFont_(interfaceFont(metrics::subLabelSize)) {
     speakAs(*this, QAccessible::StaticText);
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
   }
@@ -87,7 +88,7 @@ class RowBlock final : public BlockWidget {
     update();
   }
 
-  [[nodiscard]] double gapAbove() const override { return 10; }
+  [[nodiscard]] double gapAbove() const override { return metrics::blockGap; }
 
   [[nodiscard]] QSize sizeHint() const override {
     const int subLabel =
@@ -196,13 +197,13 @@ class TextBlock final : public BlockWidget {
     }
     if (text.separated != separated_) {
       separated_ = text.separated;
-      layout()->setContentsMargins(0, separated_ ? scaled(9) : 0, 0, 0);
+      layout()->setContentsMargins(0, separated_ ? scaled(metrics::aboveSeparated) : 0, 0, 0);
       update();
     }
     label_->showText(text.text);
   }
 
-  [[nodiscard]] double gapAbove() const override { return 10; }
+  [[nodiscard]] double gapAbove() const override { return metrics::blockGap; }
 
  protected:
   void paintEvent(QPaintEvent* /*event*/) override {
@@ -213,7 +214,7 @@ class TextBlock final : public BlockWidget {
 
  private:
   static TextLabel::Style style(const CardText& text) {
-    return {.size = text.tone == CardText::Tone::caption ? 0.92 : 0.96,
+    return {.size = text.tone == CardText::Tone::caption ? metrics::captionSize : metrics::textSize,
             .ink = text.tone == CardText::Tone::primary ? TextLabel::Ink::primary
                                                         : TextLabel::Ink::secondary,
             .breaking = TextLabel::Breaking::wrapped};
@@ -246,7 +247,7 @@ class ButtonBlock final : public BlockWidget {
     button_->setBusy(button.busy);
   }
 
-  [[nodiscard]] double gapAbove() const override { return 8; }
+  [[nodiscard]] double gapAbove() const override { return metrics::buttonGap; }
 
  private:
   TitleButton* button_;
@@ -296,7 +297,7 @@ class DisclosureBlock final : public BlockWidget {
       : BlockWidget(&parent), look_(look), button_(new DisclosureButton(look, *this)) {
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(scaled(6));
+    layout->setSpacing(scaled(metrics::paragraphGap));
     layout->addWidget(button_);
     connect(button_, &QPushButton::toggled, this, [this] { open(); });
   }
@@ -308,8 +309,10 @@ class DisclosureBlock final : public BlockWidget {
     open();
   }
 
-  [[nodiscard]] double gapAbove() const override { return 4; }
-  [[nodiscard]] double gapBelow() const override { return button_->isChecked() ? 12 : 7; }
+  [[nodiscard]] double gapAbove() const override { return metrics::disclosureGap; }
+  [[nodiscard]] double gapBelow() const override {
+    return button_->isChecked() ? metrics::cardBottom : metrics::belowDisclosure;
+  }
 
  private:
   // Labels are made only once they are asked for.

@@ -10,26 +10,29 @@
 
 #include "linux/popover/Spoken.h"
 #include "linux/system/QtPainter.h"
+#include "popover/PopoverMetrics.h"
 
 namespace marigold {
 
 namespace {
 
-constexpr double side = 14;
-constexpr double top = 12;
-constexpr double bottom = 12;
-constexpr double belowTitle = 10;
+constexpr double side = metrics::cardSide;
+constexpr double top = metrics::cardTop;
+constexpr double bottom = metrics::cardBottom;
+constexpr double belowTitle = metrics::belowCardTitle;
 
 }  // namespace
 
 CardWidget::CardWidget(const Look& look, QWidget& parent)
     : QWidget(&parent),
       look_(look),
-      titleFont_(interfaceFont(1.08, QFont::DemiBold)),
-      plan_(new TextLabel(
-          {.size = 0.92, .ink = TextLabel::Ink::secondary, .breaking = TextLabel::Breaking::elided},
-          look, *this)),
-      badge_(new TextLabel({.size = 0.85, .ink = TextLabel::Ink::neutralBadge}, look, *this)),
+      titleFont_(interfaceFont(metrics::cardTitleSize, QFont::DemiBold)),
+      plan_(new TextLabel({.size = metrics::planSize,
+                           .ink = TextLabel::Ink::secondary,
+                           .breaking = TextLabel::Breaking::elided},
+                          look, *this)),
+      badge_(new TextLabel({.size = metrics::badgeSize, .ink = TextLabel::Ink::neutralBadge}, look,
+                           *this)),
       layout_(new QVBoxLayout(this)) {
   speakAs(*this, QAccessible::Grouping);
   layout_->setSpacing(0);
@@ -45,7 +48,7 @@ void CardWidget::take(const ProviderCard& card) {
   }
   plan_->showText(card.plan);
   const CardBadge badge = card.badge.value_or(CardBadge());
-  badge_->setStyle({.size = 0.85,
+  badge_->setStyle({.size = metrics::badgeSize,
                     .ink = badge.tone == CardBadge::Tone::warning ? TextLabel::Ink::warningBadge
                                                                   : TextLabel::Ink::neutralBadge});
   badge_->showText(badge.text);

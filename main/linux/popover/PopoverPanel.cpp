@@ -17,6 +17,7 @@
 #include "linux/popover/SettingsPage.h"
 #include "linux/popover/TextLabel.h"
 #include "linux/system/QtPainter.h"
+#include "popover/PopoverMetrics.h"
 
 namespace marigold {
 
@@ -24,11 +25,11 @@ namespace {
 
 using Page = PopoverContent::Page;
 
-constexpr double panelWidth = 332;
-constexpr double margin = 10;
-constexpr double headerHeight = 44;
+constexpr double panelWidth = metrics::panelWidth;
+constexpr double margin = metrics::margin;
+constexpr double headerHeight = metrics::headerHeight;
 constexpr double windowRadius = 16;
-constexpr double cardGap = 8;
+constexpr double cardGap = metrics::cardGap;
 constexpr double belowPage = 3;  // else what scrolls would stand out at the round corners
 
 void collectFocusable(const QWidget& root, std::vector<QWidget*>& found) {

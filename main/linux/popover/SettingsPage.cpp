@@ -10,14 +10,15 @@
 
 #include "linux/popover/Spoken.h"
 #include "linux/system/QtPainter.h"
+#include "popover/PopoverMetrics.h"
 
 namespace marigold {
 
 namespace {
 
-constexpr double titleSize = 0.92;
-constexpr double besideTitle = 6;
-constexpr double belowTitle = 5;
+constexpr double titleSize = metrics::sectionTitleSize;
+constexpr double besideTitle = metrics::besideSectionTitle;
+constexpr double belowTitle = metrics::belowSectionTitle;
 
 }  // namespace
 
@@ -126,7 +127,7 @@ SettingsPage::SettingsPage(const Look& look, QWidget& parent)
     : QWidget(&parent), look_(look), layout_(new QVBoxLayout(this)) {
   speakAs(*this, QAccessible::Grouping);
   layout_->setContentsMargins(0, scaled(8), 0, 0);
-  layout_->setSpacing(scaled(12));
+  layout_->setSpacing(scaled(metrics::sectionGap));
 }
 
 void SettingsPage::take(const SettingsForm& form) {

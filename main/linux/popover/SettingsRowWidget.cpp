@@ -16,17 +16,18 @@
 #include "linux/popover/Spoken.h"
 #include "linux/popover/TextLabel.h"
 #include "linux/system/QtPainter.h"
+#include "popover/PopoverMetrics.h"
 
 namespace marigold {
 
 namespace {
 
-constexpr double side = 14;
-constexpr double indent = 14;
-constexpr double leastHeight = 36;
-constexpr double aboveText = 8;
-constexpr double beforeControl = 10;
-constexpr double explanationSize = 0.88;
+constexpr double side = metrics::rowSide;
+constexpr double indent = metrics::rowIndent;
+constexpr double leastHeight = metrics::leastRowHeight;
+constexpr double aboveText = metrics::aboveRowText;
+constexpr double beforeControl = metrics::beforeControl;
+constexpr double explanationSize = metrics::explanationSize;
 /// Beside wider controls there is no explanation.
 constexpr double narrowControl = 60;
 /// A title gets at least this width, or as much as it needs, before its control goes below it.

@@ -27,6 +27,7 @@
 @end
 
 @implementation NSSwitch (Controls)
+STORED(NSString*, accessibilityLabel, setAccessibilityLabel)
 // There it is disabled at first.
 - (id)initWithFrame:(NSRect)frame {
   if ((self = [super initWithFrame:frame])) {

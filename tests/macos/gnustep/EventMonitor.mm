@@ -132,11 +132,17 @@ int XIQueryVersion(Display*, int*, int*);
 @end
 
 @implementation NSEvent (Monitors)
+static NSInteger monitors;
++ (NSInteger)monitors {
+  return monitors;
+}
 + (id)addGlobalMonitorForEventsMatchingMask:(unsigned long long)mask
                                     handler:(void (^)(NSEvent*))block {
+  ++monitors;
   return [[[MGEventMonitor alloc] initWithMask:mask block:block] autorelease];
 }
 + (void)removeMonitor:(id)monitor {
+  --monitors;
   [monitor end];
 }
 @end

@@ -3,6 +3,7 @@
 #include "macos/gnustep/FakeSystem.h"
 
 #include <cstdarg>
+#include <cstdio>
 
 #import <AppKit/AppKit.h>
 #import <ServiceManagement/ServiceManagement.h>
@@ -13,6 +14,7 @@
 #define NAME(constant) extern "C" NSNotificationName const constant = @ #constant
 NAME(NSWorkspaceScreensDidWakeNotification);
 NAME(NSWorkspaceActiveSpaceDidChangeNotification);
+NAME(NSWorkspaceAccessibilityDisplayOptionsDidChangeNotification);
 NAME(NSSystemClockDidChangeNotification);
 extern "C" NSString* const SMAppServiceErrorDomain = @"SMAppServiceErrorDomain";
 
@@ -79,6 +81,7 @@ void _os_log_checked(os_log_t log, os_log_type_t type, const char* format, ...) 
     }
   }
   va_end(arguments);
+  (void)std::fputs((text + "\n").c_str(), stderr);
   fake::logged.emplace_back(type, text);
 }
 }

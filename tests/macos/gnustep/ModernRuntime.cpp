@@ -5,7 +5,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
+#include <set>
+#include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -107,24 +110,32 @@ static void fix(ProtocolList* list) {
   }
 }
 
-// Instance variables follow those of the superclass as it really is, which may be of the same
-// module.
-static void slide(Class cls, const Symtab& table) {
-  if (cls->instanceSize > 0 || cls->superName == nullptr) {
+// Our classes by name, and those among them whose instance variables have no place yet.
+static std::map<std::string, Class>& ourClasses() {
+  static auto& classes = *new std::map<std::string, Class>;
+  return classes;
+}
+static std::set<Class>& unplaced() {
+  static auto& classes = *new std::set<Class>;
+  return classes;
+}
+
+// Instance variables follow those of the superclass as it really is, which may be ours or, for a
+// while, unknown.
+static void place(Class cls) {
+  const auto ours = ourClasses().find(cls->superName);
+  if (ours != ourClasses().end() && unplaced().contains(ours->second)) {
+    place(ours->second);
+  }
+  const auto super = ours != ourClasses().end()
+                         ? ours->second
+                         : reinterpret_cast<Class>(objc_getClass(cls->superName));
+  if (super == nullptr || unplaced().contains(super)) {
     return;
   }
-  Class local = nullptr;
-  for (unsigned i = 0; i < table.classes; ++i) {
-    if (std::strcmp(static_cast<Class>(table.defs[i])->name, cls->superName) == 0) {
-      local = static_cast<Class>(table.defs[i]);
-    }
-  }
-  if (local != nullptr) {
-    slide(local, table);
-  }
-  const auto base = local != nullptr ? local->instanceSize
-                                     : static_cast<long>(class_getInstanceSize(
-                                           reinterpret_cast<Class>(objc_getClass(cls->superName))));
+  unplaced().erase(cls);
+  const auto base = ours != ourClasses().end() ? super->instanceSize
+                                               : static_cast<long>(class_getInstanceSize(super));
   const long start = (base + 15) / 16 * 16;
   cls->instanceSize = start - cls->instanceSize;
   if (cls->ivars == nullptr) {
@@ -147,13 +158,20 @@ void __wrap___objc_exec_class(Module* module) {
     module->size = sizeof(Module);
     Symtab& table = *module->symtab;
     for (unsigned i = 0; i < table.classes; ++i) {
-      fix(static_cast<Class>(table.defs[i])->protocols);
+      const auto cls = static_cast<Class>(table.defs[i]);
+      fix(cls->protocols);
+      ourClasses()[cls->name] = cls;
+      if (cls->instanceSize <= 0 && cls->superName != nullptr) {
+        unplaced().insert(cls);
+      }
     }
     for (unsigned i = 0; i < table.categories; ++i) {
       fix(static_cast<Category*>(table.defs[table.classes + i])->protocols);
     }
-    for (unsigned i = 0; i < table.classes; ++i) {
-      slide(static_cast<Class>(table.defs[i]), table);
+    for (const Class cls : std::set(unplaced())) {
+      if (unplaced().contains(cls)) {
+        place(cls);
+      }
     }
   }
   __real___objc_exec_class(module);

@@ -14,6 +14,14 @@ static NSMutableArray* items;
 - (CGFloat)thickness {
   return 24;
 }
+static void (^menuOpened)(NSMenu*);
++ (void)setMenuOpened:(void (^)(NSMenu*))opened {
+  [menuOpened release];
+  menuOpened = [opened copy];
+}
++ (void (^)(NSMenu*))menuOpened {
+  return menuOpened;
+}
 - (void)refuseItems:(int)count {
   refused = count;
 }
@@ -49,6 +57,7 @@ static NSMutableArray* items;
   return item;
 }
 - (void)removeStatusItem:(NSStatusItem*)item {
+  [[extras(item) objectForKey:@"window"] setContentView:[[[NSView alloc] init] autorelease]];
   [[extras(item) objectForKey:@"window"] close];
   [items removeObject:item];
 }
@@ -67,6 +76,9 @@ STORED(NSMenu*, menu, setMenu)
 // A status bar's button tells the events that it is asked to, is as wide as its picture, and with a
 // menu opens that instead.
 @implementation NSStatusBarButton (Completion)
+- (BOOL)acceptsFirstMouse:(NSEvent*)event {
+  return YES;
+}
 - (NSStatusItem*)item {
   return [[extras(self) objectForKey:@"item"] nonretainedObjectValue];
 }
@@ -103,6 +115,10 @@ STORED(NSMenu*, menu, setMenu)
   NSMenu* menu = [[self item] menu];
   if (menu == nil) {
     [self sendAction:[self action] to:[self target]];
+    return;
+  }
+  if ([NSStatusBar menuOpened] != nil) {
+    [NSStatusBar menuOpened](menu);
     return;
   }
   NSEvent* event = [NSEvent mouseEventWithType:NSRightMouseDown
