@@ -15,6 +15,12 @@
 NAME(NSWorkspaceScreensDidWakeNotification);
 NAME(NSWorkspaceActiveSpaceDidChangeNotification);
 NAME(NSWorkspaceAccessibilityDisplayOptionsDidChangeNotification);
+
+#define ABOUT(constant, key) extern "C" NSAboutPanelOptionKey const constant = @key
+ABOUT(NSAboutPanelOptionApplicationName, "ApplicationName");
+ABOUT(NSAboutPanelOptionApplicationVersion, "ApplicationRelease");
+ABOUT(NSAboutPanelOptionVersion, "Version");
+ABOUT(NSAboutPanelOptionCredits, "Credits");
 NAME(NSSystemClockDidChangeNotification);
 extern "C" NSString* const SMAppServiceErrorDomain = @"SMAppServiceErrorDomain";
 
