@@ -176,6 +176,7 @@ TEST_F(PopoverControllerTest, NoWordOfOneDesktopIsShownOnAnother) {
   delegate.applicationDidFinishLaunching();
   loginItem.now = LoginItem::Status::requiresApproval;
   delegate.showPopover();
+  use("about", 0);
   std::vector<Health> states{Health::ok(),
                              Health::rateLimited({}),
                              Health::serverError({}),
@@ -197,6 +198,7 @@ TEST_F(PopoverControllerTest, NoWordOfOneDesktopIsShownOnAnother) {
       std::string all = test::everyText(window.content);
       const StatusItemContent& item = window.shown.back();
       all.append(item.tooltip).append(item.tooltipTitle).append(item.accessibilityValue);
+      all.append(window.about.credits);
       for (const MenuItem& entry : window.item->onMenuRead(false)) {
         all.append(entry.title).append(" ").append(entry.tooltip).append("\n");
       }
@@ -204,7 +206,8 @@ TEST_F(PopoverControllerTest, NoWordOfOneDesktopIsShownOnAnother) {
                                "in Terminal", "Login Items"}) {
         EXPECT_THAT(all, testing::Not(testing::HasSubstr(word)));
       }
-      for (const char* word : {"credentials file", "Open login settings", "this computer for"}) {
+      for (const char* word :
+           {"credentials file", "Open login settings", "this computer for", "Uses Qt"}) {
         EXPECT_THAT(all, testing::HasSubstr(word));
       }
     }

@@ -87,7 +87,7 @@ readClaude: Read Claude usage on // Stop reading your Claude login and forget Cl
 clearStoredData: Stored usage data (Clear…) Clear stored usage data? )" +
                                                   std::string(clearStoredDataExplanation) +
                                                   R"( (Clear) (Cancel)
-about: About Marigold ()
+about: About Marigold (>)
 quit: Quit Marigold ()
 )");
 }

@@ -46,7 +46,8 @@ struct Desk final : StatusBar, Popover, Appearance, ApplicationControl {
   [[nodiscard]] AppearanceSettings settings() const override { return looks; }
   void installMainMenu() override { journal.emplace_back("main menu"); }
   void activate() override { journal.emplace_back("activate"); }
-  void showAbout(const AboutPanel& about) override {
+  void showAbout(const AboutPanel& panel) override {
+    about = panel;
     journal.push_back(about.name + " " + about.version + "\n");
   }
   void quit() override { journal.emplace_back("quit"); }
@@ -62,6 +63,7 @@ struct Desk final : StatusBar, Popover, Appearance, ApplicationControl {
   PopoverContent content;
   int changes = 0;  // of it
   AppearanceSettings looks;
+  AboutPanel about;
 };
 
 }  // namespace marigold::test

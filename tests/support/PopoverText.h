@@ -58,7 +58,7 @@ inline std::string told(const SettingsRow& row, const std::string& indent = "") 
     all += moves->canMoveUp ? " " + moves->up : "";
     all += moves->canMoveDown ? " " + moves->down : "";
   } else if (const auto* const button = std::get_if<SettingsButton>(&row.control)) {
-    all += " (" + button->title + ")";
+    all += " (" + button->title + (button->leadsOn ? ">)" : ")");
     if (const auto& asked = button->confirmation) {
       all += " " + asked->question + " " + asked->explanation + " (" + asked->confirm + ") (" +
              asked->cancel + ")";

@@ -326,9 +326,7 @@ void SettingsRowWidget::endQuestion() {
   question_->deleteLater();
   question_ = nullptr;
   control_->show();
-  if (isVisible()) {
-    control_->findChild<QPushButton*>()->setFocus(Qt::TabFocusReason);
-  }
+  control_->findChild<QPushButton*>()->setFocus(Qt::TabFocusReason);
   updateGeometry();
   place();
   update();

@@ -120,6 +120,10 @@ TEST_F(StatusNotifier, TellsEachChangeOnceATurn) {
     host->itemProperties();  // answered after the signals of the same turn
     return std::exchange(host->heard, {});
   };
+  item->onMenuRead = [](bool) {
+    ADD_FAILURE() << "no host has read the menu";
+    return std::vector<MenuItem>();
+  };
   for (const uint shade : {1U, 2U, 3U}) {
     QImage image(1, 1, QImage::Format_ARGB32);
     image.fill(shade);

@@ -14,6 +14,7 @@
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QPushButton>
 #include <QtWidgets/QRadioButton>
+#include <QtWidgets/QScrollArea>
 #include <gtest/gtest.h>
 
 #include "linux/item/Strip.h"
@@ -52,12 +53,8 @@ class WidgetsTest : public testing::Test {
 
   /// The popover's window.
   static QWidget& window() {
-    for (QWidget* const widget : QApplication::topLevelWidgets()) {
-      if (widget->isVisible()) {
-        return *widget;
-      }
-    }
-    throw std::logic_error("nothing is shown");
+    const QWidgetList all = QApplication::topLevelWidgets();
+    return **std::ranges::find_if(all, &QWidget::isVisible);
   }
 
   /// What is spoken of `object` and all in it, in this order, and how.
@@ -283,6 +280,8 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
   EXPECT_EQ(closed, 1);
   popover.open();
   EXPECT_EQ(spoken().find("[What*]"), std::string::npos) << "each opening begins anew";
+  QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  EXPECT_EQ(window().findChildren<QScrollArea*>().size(), 1) << "nothing is left of the last";
 }
 
 TEST_F(WidgetsTest, TheKeyboardReachesAllOfTheSettings) {
