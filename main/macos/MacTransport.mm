@@ -101,8 +101,7 @@ using marigold::HTTPAnswer;
           dataTask:(NSURLSessionDataTask*)task
     didReceiveData:(NSData*)data {
   if (![self takeBody:data]) {
-    [self endWhole:true];
-    [task cancel];
+    [self endWhole:true];  // the rest is not fetched: the session ends with the waiting
   }
 }
 // Whether more is wanted.

@@ -181,7 +181,8 @@ TEST(KeychainReader, ReadsPartitionsFromPropertyListsOnly) {
         std::string("<plist><array><string>apple-tool:</string></array></plist>"),
         inDictionary + "<string>apple-tool:</string></dict></plist>",
         inDictionary + "<array><string>apple-tool:</string><true/></array></dict></plist>",
-        std::string(PropertyList::largest, ' ') + partitionPlist}) {
+        std::string("{Partitions = (\"apple-tool:\");}"),
+        partitionPlist + std::string(PropertyList::largest, ' ')}) {
     EXPECT_EQ(Reader::partitionFinding(other).kind, PartitionFinding::Kind::unreadable) << other;
   }
   EXPECT_EQ(Reader::hexDecoded("00aFfA"), std::string("\0\xAF\xFA", 3));

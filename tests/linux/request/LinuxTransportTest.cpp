@@ -13,6 +13,7 @@
 #include "support/RecordingLog.h"
 #include "support/TLSServer.h"
 #include "support/TemporaryDirectory.h"
+#include "support/TransportContract.h"
 
 namespace marigold {
 namespace {
@@ -167,10 +168,12 @@ TEST_F(LinuxTransportTest, FollowsNobodyAndSpeaksOnlyHTTPS) {
   EXPECT_EQ(
       ask(saying("HTTP/1.1 307 Go\r\nLocation: https://" + there + "/\r\n\r\n")).value().status,
       307);
-  for (const char* scheme : {"http://", "", "ftp://", "HTTP://", "https://user@"}) {
-    HTTPRequest other = request();
-    other.url = scheme + there;
-    EXPECT_FALSE(transport.send(std::move(other))) << scheme;
+  LinuxTransport other(program, {}, log);
+  test::speaksOnlyHTTPSAndNothingAfterItsStop(other, there);
+  for (const char* scheme : {"HTTP://", "https://user@"}) {
+    HTTPRequest made = request();
+    made.url = scheme + there;
+    EXPECT_FALSE(transport.send(std::move(made))) << scheme;
   }
   EXPECT_EQ(elsewhere.connections(), 0);
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "linux/system/IcuLocalTimeText.h"
+#include "support/LocalTimeContract.h"
 
 namespace marigold {
 namespace {
@@ -11,6 +12,9 @@ namespace {
 constexpr Date friday{Seconds{1'781'270'000}};  // 2026-06-12 13:13:20 UTC
 
 TEST(IcuLocalTimeText, FollowsTheLocale) {
+  for (const auto& [locale, text] : test::fridayAfternoons) {
+    EXPECT_EQ(IcuLocalTimeText(locale, "Europe/Berlin").weekdayAndTime(friday), text) << locale;
+  }
   const std::string american = "Fri 3:13\u202FPM";
   for (const auto& [locale, text] :
        std::vector<std::pair<std::string, std::string>>{{"C.UTF-8", american},

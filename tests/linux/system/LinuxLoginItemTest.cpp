@@ -8,6 +8,7 @@
 
 #include "base/BoundedFile.h"
 #include "linux/system/LinuxLoginItem.h"
+#include "support/LoginItemContract.h"
 #include "support/OrdinaryUser.h"
 #include "support/TemporaryDirectory.h"
 
@@ -33,6 +34,11 @@ class LinuxLoginItemTest : public testing::Test {
   test::TemporaryDirectory home;
   std::string path = home.path() + "/autostart/app.desktop";
 };
+
+TEST_F(LinuxLoginItemTest, IsThereFromRegisteringToUnregistering) {
+  LinuxLoginItem made = item();
+  test::isThereFromRegisteringToUnregistering(made);
+}
 
 TEST_F(LinuxLoginItemTest, AnEntryStartsTheProgramWhereverItLies) {
   EXPECT_FALSE(isOn());

@@ -16,6 +16,7 @@ struct Server {
   std::string challenge = "";         ///< the method of one before the answer, empty for none
   std::string redirectTo = "";        ///< when not empty, the first answer is 302 to there
   long error = 0;                     ///< an NSURLError before any answer
+  long errorAfter = 0;                ///< one after the chunks
   bool hangs = false;                 ///< nothing comes before the task is cancelled
   std::function<void()> whenAsked{};  ///< called on the task's thread
 };

@@ -239,7 +239,8 @@ using marigold::toMac;
   [session.delegateQueue addOperationWithBlock:^{
     // A task that is cancelled before its end was told ends cancelled.
     const bool isOver = true;
-    const long last = error != 0 ? error : [self waitUntil:&isOver];
+    long last = error != 0 ? error : [self waitUntil:&isOver];
+    last = last == 0 ? server.errorAfter : last;
     fake::heard.ended = last;
     [delegate URLSession:session
                         task:self

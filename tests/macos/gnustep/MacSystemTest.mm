@@ -1,4 +1,5 @@
 // Notifications, the log, the login item, the updater and what a stream of file events is made of.
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,9 +14,12 @@
 #include "macos/MacLocalTimeText.h"
 #include "macos/MacLog.h"
 #include "macos/MacLoginItem.h"
+#include "macos/MacText.h"
 #include "macos/SparkleUpdater.h"
 #include "macos/gnustep/FakeFSEvents.h"
 #include "macos/gnustep/FakeSystem.h"
+#include "support/LocalTimeContract.h"
+#include "support/LoginItemContract.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {
@@ -97,10 +101,8 @@ TEST(MacLoginItem, IsWhatTheSystemSays) {
     fake::serviceStatus = code;
     EXPECT_EQ(item.status(), status) << code;
   }
-  EXPECT_TRUE(item.registerProgram());
-  EXPECT_EQ(item.status(), Status::enabled);
-  EXPECT_TRUE(item.unregisterProgram());
-  EXPECT_EQ(item.status(), Status::notRegistered);
+  fake::serviceStatus = SMAppServiceStatusNotRegistered;
+  test::isThereFromRegisteringToUnregistering(item);
   fake::serviceError = kSMErrorLaunchDeniedByUser;
   EXPECT_THAT(item.registerProgram().error(), testing::Not(testing::IsEmpty()));
   EXPECT_THAT(item.unregisterProgram().error(), testing::Not(testing::IsEmpty()));
@@ -109,14 +111,19 @@ TEST(MacLoginItem, IsWhatTheSystemSays) {
   EXPECT_EQ(fake::settingsOpened, 1);
 }
 
-TEST(MacLocalTimeText, FollowsTheLocale) {
-  constexpr Date friday{Seconds{1'781'270'000}};  // 2026-06-12 13:13:20 UTC
-  for (const auto& [locale, text] : std::vector<std::pair<NSString*, std::string>>{
-           {@"en_US", "Fri 9:13\u202FAM"}, {@"de_DE", "Fr., 09:13"}, {@"en_GB", "Fri 09:13"}}) {
-    const MacLocalTimeText local([[NSLocale alloc] initWithLocaleIdentifier:locale]);
+TEST(MacLocalTimeText, FollowsLocaleAndZone) {
+  constexpr Date friday{Seconds{1'781'291'600}};  // 2026-06-12 19:13:20 UTC
+  for (const auto& [locale, text] : test::fridayAfternoons) {
+    const MacLocalTimeText local([[NSLocale alloc] initWithLocaleIdentifier:toMac(locale)]);
     EXPECT_EQ(local.weekdayAndTime(friday), text);
   }
-  EXPECT_FALSE(MacLocalTimeText().weekdayAndTime(distantFuture).empty());
+  const MacLocalTimeText local;
+  EXPECT_FALSE(local.weekdayAndTime(distantFuture).empty());
+  const std::string before = local.weekdayAndTime(friday);
+  NSTimeZone* const zone = NSTimeZone.localTimeZone;
+  [NSTimeZone setDefaultTimeZone:[NSTimeZone timeZoneWithName:@"Asia/Tokyo"]];
+  EXPECT_NE(local.weekdayAndTime(friday), before);
+  [NSTimeZone setDefaultTimeZone:[NSTimeZone timeZoneWithName:zone.name]];
 }
 
 TEST(SparkleUpdater, OffersNothingWithoutTheFramework) {

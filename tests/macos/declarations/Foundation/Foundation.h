@@ -29,6 +29,10 @@ FOUNDATION_EXPORT NSString* const NSURLAuthenticationMethodServerTrust;
 @property(readonly) NSURLProtectionSpace* protectionSpace;
 @end
 
+@interface NSTimeZone (Default)
++ (void)setDefaultTimeZone:(NSTimeZone*)zone;
+@end
+
 @interface NSProcessInfo (Names)
 @property(readonly) NSString* processName;
 @end
