@@ -54,6 +54,18 @@ std::string requestProgram() {
   return self.empty() ? "" : self.parent_path() / "marigold-request";
 }
 
+namespace {
+
+// Whether its owner is nobody whom this process does not trust already: root, the user, or whose
+// the running program is, by which root is known where a sandbox knows no other users.
+bool isTrustedOwner(uid_t owner) {
+  struct stat self = {};
+  return owner == 0 || owner == ::geteuid() ||
+         (::stat("/proc/self/exe", &self) == 0 && owner == self.st_uid);
+}
+
+}  // namespace
+
 OwnedDescriptor openRequestProgram(const std::string& path) {
   const OwnedDescriptor found(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   // Above the standard descriptors, of which this process may lack some.
@@ -61,7 +73,7 @@ OwnedDescriptor openRequestProgram(const std::string& path) {
   struct stat status = {};
   const bool isTrusted = path.starts_with('/') && program.isOpen() &&
                          ::fstat(program.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-                         (status.st_uid == 0 || status.st_uid == ::geteuid()) &&
+                         isTrustedOwner(status.st_uid) &&
                          (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
   return isTrusted ? std::move(program) : OwnedDescriptor(-1);
 }

@@ -18,8 +18,8 @@ namespace marigold {
 /// The path of marigold-request: beside the running program. Empty when the system does not tell
 /// where that is.
 [[nodiscard]] std::string requestProgram();
-/// Opens what may be trusted with the token: a regular file of root's or the user's at an absolute
-/// path, which only its owner may write. Not open for anything else.
+/// Opens what may be trusted with the token: a regular file at an absolute path, of root, the user
+/// or the owner of the running program, which only its owner may write. Not open for anything else.
 [[nodiscard]] OwnedDescriptor openRequestProgram(const std::string& path);
 
 /// Sends each request through a marigold-request of its own, which gets it over a pipe, so that the
