@@ -22,7 +22,6 @@
 #include "macos/MacPopover.h"
 #include "macos/MacStatusBar.h"
 #include "macos/MacSurroundings.h"
-#include "macos/MacText.h"
 #include "macos/MacTransport.h"
 #include "macos/SparkleUpdater.h"
 
@@ -67,8 +66,8 @@ class MacApplication::Parts {
   const Surroundings surroundings_ = macSurroundings();
   MacEventLoop loop_;
   MacLog log_{surroundings_.bundleIdentifier};
-  FSEventsSource eventStreams_{surroundings_.bundleIdentifier + ".events"};
-  MacDefaults defaults_{NSUserDefaults.standardUserDefaults, toMac(surroundings_.bundleIdentifier)};
+  FSEventsSource eventStreams_{surroundings_.bundleIdentifier + ".fsevents"};
+  MacDefaults defaults_;
   MacAttention attention_;
   SystemRandomSource random_;
   MacTransport transport_;

@@ -18,7 +18,11 @@ namespace marigold {
 class MacDefaults final : public Defaults {
  public:
   /// `domain` names the application's own part of `defaults`.
-  MacDefaults(NSUserDefaults* defaults, NSString* domain);
+  explicit MacDefaults(NSUserDefaults* defaults = NSUserDefaults.standardUserDefaults,
+                       NSString* domain = ownDomain());
+
+  /// The domain of this process, by its bundle or else by its name.
+  [[nodiscard]] static NSString* ownDomain();
 
   [[nodiscard]] DefaultsValue value(std::string_view key) const override;
   void apply(const std::vector<DefaultsChange>& changes) override;

@@ -24,6 +24,11 @@ id native(const DefaultsValue& value) {
 
 }  // namespace
 
+NSString* MacDefaults::ownDomain() {
+  NSString* const identifier = NSBundle.mainBundle.bundleIdentifier;
+  return identifier != nil ? identifier : NSProcessInfo.processInfo.processName;
+}
+
 MacDefaults::MacDefaults(NSUserDefaults* defaults, NSString* domain)
     : defaults_(defaults), domain_(domain), known_(stored()) {}
 

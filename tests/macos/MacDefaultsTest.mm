@@ -16,10 +16,9 @@ namespace marigold {
 namespace {
 
 TEST(MacDefaults, KeepsFlagsAndTextsApartUnderExactKeys) {
-  NSUserDefaults* const system = NSUserDefaults.standardUserDefaults;
-  MacDefaults defaults(system, NSProcessInfo.processInfo.processName);
+  MacDefaults defaults;
   test::keepFlagsAndTextsApartUnderExactKeys(defaults);
-  [system setInteger:1 forKey:@"number"];
+  [NSUserDefaults.standardUserDefaults setInteger:1 forKey:@"number"];
   EXPECT_EQ(defaults.value("number"), DefaultsValue()) << "a number is no flag";
 }
 
@@ -40,10 +39,10 @@ void storeAsOther(const std::vector<std::string>& arguments) {
 }
 
 TEST(MacDefaults, TellsOfWhatOthersStore) {
-  const std::string domain = fromMac(NSProcessInfo.processInfo.processName);
+  const std::string domain = fromMac(MacDefaults::ownDomain());
   MacEventLoop loop;
   FSEventsSource events("app.marigold.Marigold.fsevents");
-  MacDefaults defaults(NSUserDefaults.standardUserDefaults, toMac(domain));
+  MacDefaults defaults;
   defaults.set("b", false);
   int told = 0;
   defaults.onChange = [&] { ++told; };
