@@ -1,4 +1,8 @@
+#include <map>
 #include <memory>
+#include <set>
+#include <string>
+#include <vector>
 
 #import <AppKit/AppKit.h>
 #include <gtest/gtest.h>
@@ -9,6 +13,7 @@
 #include "macos/MacEventLoop.h"
 #include "macos/MacSurroundings.h"
 #include "macos/MacText.h"
+#include "model/DiskCache.h"
 #include "support/DefaultsContract.h"
 #include "support/EventStreamContract.h"
 
@@ -69,6 +74,22 @@ TEST(MacDefaults, TellsOfWhatOthersStore) {
   turnUntil([&] { return told == 1; });
   EXPECT_EQ(defaults.text("visible.codex"), std::nullopt);
   EXPECT_EQ(defaults.flag("b"), true);
+  storeAsOther({"delete", domain});  // leaves nothing behind
+}
+
+TEST(MacSurroundings, ArePlacesOfTheUser) {
+  const Surroundings found = macSurroundings();
+  for (const std::string& place : {found.applicationSupport, found.caches, found.httpStorages,
+                                   found.configuration, found.temporary}) {
+    EXPECT_TRUE(place.starts_with('/') && !place.ends_with('/')) << place;
+    EXPECT_TRUE(place == found.temporary || place.starts_with(found.home + "/Library/")) << place;
+  }
+  EXPECT_FALSE(found.home.ends_with('/'));
+  EXPECT_EQ(
+      std::set({found.applicationSupport, found.caches, found.httpStorages, found.configuration})
+          .size(),
+      4U);
+  EXPECT_EQ(found.bundleIdentifier, builtInBundleIdentifier());
 }
 
 TEST(FSEventsSource, TellsWhatHappensUntilItsEnd) {
