@@ -200,7 +200,7 @@ void ClaudeProvider::land(const Finding& finding) {
   const Job job = std::exchange(job_, std::nullopt).value_or(Job{});
   const ProviderSnapshot snapshot = settle(job.epoch, finding);
   if (job.late && onLateResult) {
-    onLateResult(snapshot);
+    tell(onLateResult, snapshot);  // behind what was told when it was late
   }
   for (Question& question : waiting_.take()) {
     if (question.isRetry && snapshot.health != Health::ok() && !isStopped_) {
