@@ -1,8 +1,16 @@
 #include "base/QueuedEventLoop.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace marigold {
+
+namespace {
+
+// So many entries are not worth looking through.
+constexpr std::size_t fewTimers = 16;
+
+}  // namespace
 
 void QueuedEventLoop::post(Work work) {
   {
@@ -23,6 +31,11 @@ Timer QueuedEventLoop::callAt(Instant when, Work work) {
     }
   }
   auto pending = std::make_shared<Work>(std::move(work));
+  // A timer that is set anew again and again for a time far ahead would leave an entry each time.
+  if (timers_.size() >= tidyAt_) {
+    std::erase_if(timers_, [](const auto& entry) { return entry.second.expired(); });
+    tidyAt_ = std::max<std::size_t>(2 * timers_.size(), fewTimers);
+  }
   timers_.emplace(when, pending);
   wakeAt(nextDeadline());
   return Timer(std::move(pending));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <map>
 #include <memory>
@@ -39,11 +40,16 @@ class QueuedEventLoop : public EventLoop {
   /// When the next timer is due; forgets cancelled ones.
   [[nodiscard]] std::optional<Instant> nextDeadline();
 
+  /// The entries that timers take, of cancelled ones too as far as they are not forgotten yet.
+  [[nodiscard]] std::size_t timerEntries() const noexcept { return timers_.size(); }
+
  private:
   std::mutex mutex_;  // guards queue_ and closed_
   std::deque<Work> queue_;
   bool closed_ = false;
-  std::multimap<Instant, std::weak_ptr<Work>> timers_;  // the loop's thread only
+  // The loop's thread only.
+  std::multimap<Instant, std::weak_ptr<Work>> timers_;
+  std::size_t tidyAt_ = 0;  // how many entries there may be before cancelled ones are sought
 };
 
 }  // namespace marigold

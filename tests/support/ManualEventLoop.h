@@ -32,7 +32,10 @@ class ManualEventLoop final : public QueuedEventLoop {
     }
     moveTo(end);
   }
+  /// Moves time on without running anything, as when the machine sleeps.
+  void sleep(Seconds length) { moveTo(now_ + continuousDuration(length)); }
   [[nodiscard]] std::optional<Instant> nextTimer() { return nextDeadline(); }
+  using QueuedEventLoop::timerEntries;
 
  protected:
   void wake() override {}
