@@ -6,8 +6,11 @@
 #include <filesystem>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "base/OwnedDescriptor.h"
 
 namespace marigold {
 
@@ -53,27 +56,41 @@ void syncDirectory(const std::string& path) {
   }
 }
 
-}  // namespace
+// A temporary file is locked as long as it is written.
+bool isAbandoned(const std::filesystem::path& path) {
+  const OwnedDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  return file.isOpen() && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0;
+}
 
-void removeTemporariesOf(const std::string& path) {
+template <class Which>
+void removeTemporaries(const std::string& path, const Which& which) {
   std::error_code error;
   const std::string start =
       std::filesystem::path(path).filename().string() + std::string(temporaryInfix);
   for (std::filesystem::directory_iterator entry(parentOf(path), error), end;
        !error && entry != end; entry.increment(error)) {
     const std::string name = entry->path().filename();
-    if (name.starts_with(start) && name.size() == start.size() + temporaryEnd.size()) {
+    if (name.starts_with(start) && name.size() == start.size() + temporaryEnd.size() &&
+        which(entry->path())) {
       ::unlink(entry->path().c_str());
     }
   }
 }
 
+}  // namespace
+
+void removeTemporariesOf(const std::string& path) {
+  removeTemporaries(path, [](const std::filesystem::path& /*each*/) { return true; });
+}
+
 std::expected<void, std::error_code> replaceFile(const std::string& path, std::string_view bytes) {
+  removeTemporaries(path, isAbandoned);  // left by those who were killed
   std::string temporary = std::string(path).append(temporaryInfix).append(temporaryEnd);
   const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);  // mode 0600
   if (descriptor < 0) {
     return lastError();
   }
+  (void)::flock(descriptor, LOCK_EX | LOCK_NB);
   const bool written = writeAll(descriptor, bytes) && ::fsync(descriptor) == 0;
   const int failure = errno;
   // close() may report a write error that a network file system noticed late.

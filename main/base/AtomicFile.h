@@ -10,7 +10,7 @@ namespace marigold {
 /// Replaces the file at `path` by one holding `bytes`, readable by the user alone: written to a
 /// temporary file in the same directory, synced, renamed over `path`. A reader, or a crash at any
 /// moment, finds the old content or the new, never a part. On failure the old file is untouched and
-/// no temporary file stays behind.
+/// no temporary file stays behind; one that a crash left goes with the next replacement.
 [[nodiscard]] std::expected<void, std::error_code> replaceFile(const std::string& path,
                                                                std::string_view bytes);
 

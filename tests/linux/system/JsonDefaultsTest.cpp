@@ -1,13 +1,23 @@
 #include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <functional>
+#include <iterator>
+#include <random>
 #include <thread>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "base/BoundedFile.h"
+#include "base/OwnedDescriptor.h"
 #include "linux/system/JsonDefaults.h"
+#include "model/DiskCache.h"
 #include "support/DefaultsContract.h"
 #include "support/MemoryDefaults.h"
 #include "support/OrdinaryUser.h"
@@ -166,6 +176,54 @@ TEST_F(JsonDefaultsTest, InstancesThatStoreAtTheSameTimeLoseNothing) {
   store("first");
   second.join();
   EXPECT_EQ(std::ranges::count(content(file), ':'), 2 * rounds);
+}
+
+// Children store in the settings and the cache as fast as they can until they are killed.
+TEST_F(JsonDefaultsTest, AKillAtAnyMomentSpoilsNothingAndLosesNothingThatWasStored) {
+  const test::TemporaryDirectory place(fs::exists("/dev/shm") ? "/dev/shm"
+                                                              : fs::temp_directory_path());
+  const std::string settings = place.path() + "/preferences.json";
+  const DiskCache cache({.environment = {{"MARIGOLD_CACHE_DIR", place.path()}}});
+  const auto store = [&](int number, int tell) {
+    JsonDefaults defaults(settings, log);
+    for (;; ++number) {
+      defaults.set("n", std::to_string(number));
+      cache.save(
+          {.provider = ProviderID::grok, .windows = {}, .planLabel = std::to_string(number)});
+      if (::write(tell, &number, sizeof number) < 0) {
+        ::_exit(1);
+      }
+    }
+  };
+  std::mt19937 luck(1);
+  int stored = 0;
+  int kept = 0;
+  int unfinished = 0;
+  for (int round = 0; round < 300; ++round) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const OwnedDescriptor heard(ends[0]);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      store(kept + 1, ends[1]);
+    }
+    ::close(ends[1]);
+    ASSERT_EQ(::read(heard.get(), &stored, sizeof stored), sizeof stored);
+    std::this_thread::sleep_for(std::chrono::microseconds(luck() % 1500));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    while (::read(heard.get(), &stored, sizeof stored) > 0) {
+    }
+    kept = std::stoi(JsonDefaults(settings, log).text("n").value_or("0"));
+    EXPECT_TRUE(kept == stored || kept == stored + 1) << kept << " of " << stored;
+    const auto cached = cache.load(ProviderID::grok);
+    const int inCache = std::stoi(cached ? cached->planLabel.value_or("0") : "0");
+    EXPECT_TRUE(inCache == stored || inCache == kept) << inCache << " of " << stored;
+    unfinished += kept > stored ? 1 : 0;
+    EXPECT_LE(std::distance(fs::directory_iterator(place.path()), fs::directory_iterator()), 4);
+  }
+  EXPECT_GT(unfinished, 0) << "killed at other moments only";
+  EXPECT_THAT(log.lines, testing::IsEmpty());
 }
 
 }  // namespace
