@@ -29,12 +29,29 @@ PopoverTraits popoverTraits(const Desktop& desktop) {
 
 }  // namespace
 
+class MarigoldApp::Threads {
+ public:
+  explicit Threads(EventLoop& home) : claude_(home), codex_(home), grok_(home) {}
+
+  [[nodiscard]] Workers workers() { return {.claude = claude_, .codex = codex_, .grok = grok_}; }
+  void stop() {
+    codex_.stop();
+    grok_.stop();
+    claude_.stop();
+  }
+
+ private:
+  Worker claude_;
+  Worker codex_;
+  Worker grok_;
+};
+
 // In the order they are made; they die in the reverse.
 class MarigoldApp::Parts {
  public:
-  explicit Parts(const Desktop& desktop)
+  Parts(const Desktop& desktop, const Workers& workers)
       : desktop_(desktop),
-        claude_(desktop.loop, claudeWorker_, desktop.transport, desktop.readClaudeLogin,
+        claude_(desktop.loop, workers.claude, desktop.transport, desktop.readClaudeLogin,
                 DiskCache(desktop_.surroundings)),
         store_({.loop = desktop.loop,
                 .defaults = desktop.defaults,
@@ -45,12 +62,12 @@ class MarigoldApp::Parts {
                 .surroundings = desktop_.surroundings,
                 .loginItem = desktop.loginItem,
                 .claude = claude_,
-                .codex = {.worker = codexWorker_,
+                .codex = {.worker = workers.codex,
                           .reader = std::make_unique<CodexProvider>(
                               CodexPaths(desktop_.surroundings), DiskCache(desktop_.surroundings),
                               desktop.loop.date()),
                           .directory = CodexPaths(desktop_.surroundings).sessionsDir()},
-                .grok = {.worker = grokWorker_,
+                .grok = {.worker = workers.grok,
                          .reader = std::make_unique<GrokProvider>(GrokPaths(desktop_.surroundings),
                                                                   DiskCache(desktop_.surroundings),
                                                                   desktop.loop.date()),
@@ -84,28 +101,32 @@ class MarigoldApp::Parts {
     }
   }
 
-  void terminate() {
+  void terminate(Threads* threads) {
     desktop_.application.leaveRegardless(longestEnd);
     delegate_.applicationWillTerminate();
     desktop_.transport.stop();  // ends the request that Claude's worker may wait for
-    codexWorker_.stop();
-    grokWorker_.stop();
-    claudeWorker_.stop();
+    if (threads != nullptr) {
+      threads->stop();
+    }
     desktop_.loop.close();
   }
 
+  [[nodiscard]] const UsageStore& store() const { return store_; }
+
  private:
   const Desktop desktop_;
-  Worker codexWorker_{desktop_.loop};
-  Worker grokWorker_{desktop_.loop};
-  Worker claudeWorker_{desktop_.loop};
   ClaudeProvider claude_;
   UsageStore store_;
   AppDelegate delegate_;
   InstanceAnswers answers_;
 };
 
-MarigoldApp::MarigoldApp(const Desktop& desktop) : parts_(std::make_unique<Parts>(desktop)) {}
+MarigoldApp::MarigoldApp(const Desktop& desktop)
+    : threads_(std::make_unique<Threads>(desktop.loop)),
+      parts_(std::make_unique<Parts>(desktop, threads_->workers())) {}
+
+MarigoldApp::MarigoldApp(const Desktop& desktop, const Workers& workers)
+    : parts_(std::make_unique<Parts>(desktop, workers)) {}
 
 MarigoldApp::~MarigoldApp() = default;
 
@@ -114,7 +135,11 @@ void MarigoldApp::launch(bool opensPopover) {
 }
 
 void MarigoldApp::terminate() {
-  parts_->terminate();
+  parts_->terminate(threads_.get());
+}
+
+const UsageStore& MarigoldApp::store() const {
+  return parts_->store();
 }
 
 namespace {

@@ -6,10 +6,12 @@
 #include <optional>
 #include <string>
 
+#include "UsageStore.h"
 #include "app/AppDelegate.h"
 #include "app/CommandLine.h"
 #include "app/SelfTest.h"
 #include "base/Drawing.h"
+#include "base/EventLoop.h"
 #include "base/QueuedEventLoop.h"
 #include "base/Surroundings.h"
 #include "base/Time.h"
@@ -60,6 +62,13 @@ struct Desktop {
   std::shared_ptr<InstanceDoor> door = std::make_shared<InstanceDoor>();
 };
 
+/// What runs a provider's work that may block, one for each. They must outlive the application.
+struct Workers {
+  Executor& claude;
+  Executor& codex;
+  Executor& grok;
+};
+
 /// The whole application over one desktop: makes every part and ends them in order. Lives on the
 /// main loop's thread, once a process.
 class MarigoldApp {
@@ -68,8 +77,11 @@ class MarigoldApp {
   /// file system must not keep the session from ending.
   static constexpr Seconds longestEnd{0.5};
 
-  /// Reads the preferences and restores the cached readings; nothing runs yet.
+  /// Reads the preferences and restores the cached readings; nothing runs yet. Each provider has a
+  /// thread of its own.
   explicit MarigoldApp(const Desktop& desktop);
+  /// The same with `workers` in place of the threads. Their owner ends them.
+  MarigoldApp(const Desktop& desktop, const Workers& workers);
   MarigoldApp(const MarigoldApp&) = delete;
   MarigoldApp& operator=(const MarigoldApp&) = delete;
   ~MarigoldApp();
@@ -81,9 +93,14 @@ class MarigoldApp {
   /// regardless, so it is the last thing that a process does.
   void terminate();
 
+  /// What it publishes.
+  [[nodiscard]] const UsageStore& store() const;
+
  private:
+  class Threads;
   class Parts;
 
+  std::unique_ptr<Threads> threads_;
   std::unique_ptr<Parts> parts_;
 };
 
