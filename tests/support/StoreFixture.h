@@ -93,6 +93,7 @@ struct Registry {
   std::vector<std::pair<Key, std::weak_ptr<Callback>>> entries;
 
   std::unique_ptr<Port> add(const Key& key, Callback callback) {
+    std::erase_if(entries, [](const auto& entry) { return entry.second.expired(); });
     auto held = std::make_unique<Held>();
     held->callback = std::make_shared<Callback>(std::move(callback));
     entries.emplace_back(key, held->callback);

@@ -14,9 +14,10 @@ namespace marigold::test {
 /// A directory of its own under the system's temporary one, removed with everything in it.
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() {
+  explicit TemporaryDirectory(
+      const std::filesystem::path& where = std::filesystem::temp_directory_path()) {
     ::umask(022);  // whatever the user's is: who may write a file matters to what is read from it
-    std::string name = std::filesystem::temp_directory_path() / "marigold-XXXXXX";
+    std::string name = where / "marigold-XXXXXX";
     path_ = std::filesystem::canonical(::mkdtemp(name.data()));
   }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
