@@ -82,7 +82,7 @@ template <class Append>
 std::string joinedBy(std::string_view separator, const StatusReport& report, Append append) {
   std::string text;
   for (const StatusReport::Entry& entry : report.entries) {
-    std::string next = append(entry);
+    const std::string next = append(entry);
     if (!next.empty()) {
       text += (text.empty() ? "" : std::string(separator)) + next;
     }

@@ -15,7 +15,7 @@
 namespace marigold {
 namespace {
 
-const Date now{Seconds{1'800'000'000}};  // 2027-01-15T08:00:00Z, a Friday
+constexpr Date now{Seconds{1'800'000'000}};  // 2027-01-15T08:00:00Z, a Friday
 
 ProviderSnapshot reading(ProviderID provider, std::vector<UsageWindow> windows, double age = 0,
                          Health health = Health::ok()) {
@@ -125,7 +125,7 @@ TEST(StatusReportTest, TellsWhatTheMarkShows) {
 TEST(StatusReportTest, FiltersTextsFromOutside) {
   ProviderSnapshot hostile = reading(ProviderID::codex, {{.label = "a\x1b[2J\n\"", .percent = 80}},
                                      60, Health::reconnect("b\r\xff"));
-  hostile.planLabel = "c\u202e";
+  hostile.planLabel = "c\xe2\x80\xae";
   hostile.extraNote = "d\x07";
   const StatusReport told = report({hostile});
   EXPECT_EQ(statusText(told, StatusForm::lines), "Codex: a?[2J?\" 80% used, b??, data just now\n");

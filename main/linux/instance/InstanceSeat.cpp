@@ -40,7 +40,8 @@ class Address {
   }
 
   [[nodiscard]] const sockaddr* get() const {
-    return static_cast<const sockaddr*>(static_cast<const void*>(&address_));
+    // NOLINTNEXTLINE(*-reinterpret-cast): as every kind of address is handed over
+    return reinterpret_cast<const sockaddr*>(&address_);
   }
   static constexpr socklen_t size = sizeof(sockaddr_un);
 

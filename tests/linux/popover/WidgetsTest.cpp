@@ -45,7 +45,7 @@ class WidgetsTest : public testing::Test {
   test::ToolkitApplication application_;
 
  protected:
-  ~WidgetsTest() override { qunsetenv("QT_SCALE_FACTOR"); }
+  void TearDown() override { qunsetenv("QT_SCALE_FACTOR"); }
 
   test::ManualEventLoop loop;
   const ItemPlace nowhere;
