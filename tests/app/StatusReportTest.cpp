@@ -125,7 +125,7 @@ TEST(StatusReportTest, TellsWhatTheMarkShows) {
 TEST(StatusReportTest, FiltersTextsFromOutside) {
   ProviderSnapshot hostile = reading(ProviderID::codex, {{.label = "a\x1b[2J\n\"", .percent = 80}},
                                      60, Health::reconnect("b\r\xff"));
-  hostile.planLabel = "c\xe2\x80\xae";
+  hostile.planLabel = std::string("c\xe2") + "\x80\xae";
   hostile.extraNote = "d\x07";
   const StatusReport told = report({hostile});
   EXPECT_EQ(statusText(told, StatusForm::lines), "Codex: a?[2J?\" 80% used, b??, data just now\n");
