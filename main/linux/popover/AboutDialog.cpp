@@ -6,6 +6,8 @@
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QVBoxLayout>
 
+#include "linux/popover/Look.h"
+
 namespace marigold {
 
 namespace {
@@ -35,9 +37,7 @@ std::unique_ptr<QDialog> makeAboutDialog(const AboutPanel& about) {
   layout->setContentsMargins(4 * letter, 3 * letter, 4 * letter, 3 * letter);
   layout->setSpacing(2 * letter);
 
-  QFont font = dialog->font();
-  font.setPointSizeF(font.pointSizeF() * titleSize);
-  font.setWeight(QFont::DemiBold);
+  const QFont font = interfaceFont(titleSize, QFont::DemiBold);
   const int side = qRound(QFontMetrics(font).height() * iconSize);
   addLine(*layout, {})
       ->setPixmap(QApplication::windowIcon().pixmap({side, side}, dialog->devicePixelRatioF()));

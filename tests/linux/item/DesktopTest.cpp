@@ -373,6 +373,9 @@ TEST_F(DesktopTest, AMenuShowsEveryKindOfItemRunsWhatIsChosenAndGoesAway) {
 }
 
 TEST_F(DesktopTest, AboutIsOneWindowThatClosesWithEscape) {
+  QFont font;
+  font.setPixelSize(13);  // as some desktops have it
+  QApplication::setFont(font);
   LinuxApplicationControl application;
   const auto shown = [] {
     QList<QWidget*> windows = QApplication::topLevelWidgets();
@@ -386,11 +389,13 @@ TEST_F(DesktopTest, AboutIsOneWindowThatClosesWithEscape) {
   QWidget* const window = shown().first();
   EXPECT_EQ(window->windowTitle(), "About N");
   QStringList texts;
-  for (const QLabel* const label : window->findChildren<QLabel*>()) {
+  const auto labels = window->findChildren<QLabel*>();
+  for (const QLabel* const label : labels) {
     texts.append(label->text());
     EXPECT_GE(label->height(), label->heightForWidth(label->width()))
         << label->text().toStdString();
   }
+  EXPECT_GT(labels.value(1)->fontInfo().pixelSize(), 15) << "the name stands out";
   EXPECT_EQ(texts.mid(1), (QStringList{"N", "9", "one", "two"}));
   ASSERT_TRUE(eventually([&] { return window->isActiveWindow(); }));
   act({"key", "Escape"});
