@@ -281,10 +281,7 @@ class DisclosureButton final : public PaintedButton<QPushButton> {
                placed({0, 0, scaled(10), height()}), ink, isRightToLeft());
     const QRect room = rect().adjusted(scaled(14), 0, 0, 0);
     painter.setPen(ink);
-    painter.drawText(placed(room),
-                     static_cast<int>(Qt::AlignVCenter | Qt::TextSingleLine |
-                                      QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
-                     fontMetrics().elidedText(text(), Qt::ElideRight, room.width()));
+    paintLine(painter, *this, room, fontMetrics().elidedText(text(), Qt::ElideRight, room.width()));
     const double inset = scaledExactly(2);
     paintFocusRing(painter, *this, QRectF(rect()).adjusted(0, inset, 0, -inset), scaledExactly(5),
                    look());

@@ -175,9 +175,10 @@ void TitleButton::paintEvent(QPaintEvent* /*event*/) {
   const QColor ink = toQt(look().colors().controlText);
   const int before = busy_ ? scaled(busySide) : 0;
   painter.setPen(ink);
-  painter.drawText(QStyle::visualRect(layoutDirection(), rect(), rect().adjusted(before, 0, 0, 0)),
-                   Qt::AlignCenter | Qt::TextSingleLine,
-                   fontMetrics().elidedText(text(), Qt::ElideRight, width() - before - scaled(12)));
+  paintText(painter,
+            QStyle::visualRect(layoutDirection(), rect(), rect().adjusted(before, 0, 0, 0)),
+            Qt::AlignCenter | Qt::TextSingleLine,
+            fontMetrics().elidedText(text(), Qt::ElideRight, width() - before - scaled(12)));
   if (busy_) {
     const QRect place = QStyle::visualRect(layoutDirection(), rect(),
                                            QRect(scaled(8), 0, scaled(busySide), height()));
@@ -247,10 +248,8 @@ void MenuChoice::paintEvent(QPaintEvent* /*event*/) {
   const QRect end(inside.right() - scaled(10), 0, scaled(10), height());
   const QRect title = inside.adjusted(0, 0, -scaled(14), 0);
   painter.setPen(toQt(colors.controlText));
-  painter.drawText(QStyle::visualRect(layoutDirection(), rect(), title),
-                   static_cast<int>(Qt::AlignVCenter | Qt::TextSingleLine |
-                                    QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
-                   fontMetrics().elidedText(currentText(), Qt::ElideRight, title.width()));
+  paintLine(painter, *this, title,
+            fontMetrics().elidedText(currentText(), Qt::ElideRight, title.width()));
   paintGlyph(painter, Glyph::chevronDown, QStyle::visualRect(layoutDirection(), rect(), end),
              toQt(colors.secondary));
   paintFocusRing(painter, *this, box, radius, look_);
@@ -304,7 +303,7 @@ void OptionButton::paintEvent(QPaintEvent* /*event*/) {
   paintHover(painter, *this, box, radius, look());
   painter.setPen(toQt(colors.controlText));
   painter.setFont(interfaceFont(1, isChecked() ? QFont::Medium : QFont::Normal));
-  painter.drawText(rect(), Qt::AlignCenter | Qt::TextSingleLine, text());
+  paintText(painter, rect(), Qt::AlignCenter | Qt::TextSingleLine, text());
   paintFocusRing(painter, *this, box, radius, look());
 }
 

@@ -9,6 +9,7 @@
 #include <QtGui/QPainterPath>
 #include <QtGui/QScreen>
 #include <QtWidgets/QApplication>
+#include <QtWidgets/QStyle>
 #include <QtWidgets/QWidget>
 
 #include "linux/system/QtPainter.h"
@@ -157,6 +158,19 @@ void paintFocusRing(QPainter& painter, const QWidget& widget, const QRectF& outl
   painter.setPen(QPen(toQt(look.colors().focusRing), width));
   painter.drawRoundedRect(outline.adjusted(width / 2, width / 2, -width / 2, -width / 2),
                           radius - width / 2, radius - width / 2);
+}
+
+void paintText(QPainter& painter, const QRect& place, int flags, const QString& text) {
+  painter.setLayoutDirection(text.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
+  painter.drawText(place, flags, text);
+}
+
+void paintLine(QPainter& painter, const QWidget& widget, const QRect& box, const QString& text) {
+  const Qt::LayoutDirection direction = widget.layoutDirection();
+  paintText(painter, QStyle::visualRect(direction, widget.rect(), box),
+            static_cast<int>(Qt::AlignVCenter | Qt::TextSingleLine |
+                             QStyle::visualAlignment(direction, Qt::AlignLeft)),
+            text);
 }
 
 void paintPanel(QPainter& painter, const QRectF& box, double radius, const Color& ground,

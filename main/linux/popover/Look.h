@@ -11,6 +11,7 @@
 
 QT_BEGIN_NAMESPACE
 class QPainter;
+class QRect;
 class QRectF;
 class QWidget;
 QT_END_NAMESPACE
@@ -58,6 +59,12 @@ void paintGlyph(QPainter& painter, Glyph glyph, const QRectF& box, const QColor&
 /// The ring around `outline`, within `widget`, while the keyboard leads there.
 void paintFocusRing(QPainter& painter, const QWidget& widget, const QRectF& outline, double radius,
                     const Look& look);
+
+/// Paints `text` at `place` with alignment and other flags of the toolkit's. However the layout
+/// runs, a text runs its own way, or its last stop would stand before it.
+void paintText(QPainter& painter, const QRect& place, int flags, const QString& text);
+/// Paints a line of `text` at the start of `box`, mirrored as `widget` is.
+void paintLine(QPainter& painter, const QWidget& widget, const QRect& box, const QString& text);
 
 /// Paints a rounded ground with an edge inside `box`.
 void paintPanel(QPainter& painter, const QRectF& box, double radius, const Color& ground,

@@ -137,10 +137,7 @@ class PopoverPanel::Header final : public QWidget {
     QPainter painter(this);
     painter.setFont(interfaceFont(1.08, QFont::DemiBold));
     painter.setPen(toQt(look_.colors().text));
-    painter.drawText(QStyle::visualRect(layoutDirection(), rect(), room),
-                     static_cast<int>(Qt::AlignVCenter | Qt::TextSingleLine |
-                                      QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
-                     title_);
+    paintLine(painter, *this, room, title_);
   }
 
  private:

@@ -260,10 +260,7 @@ class RowButton final : public PaintedButton<QPushButton> {
     }
     const QRect line = rect().adjusted(scaled(14), 0, -scaled(14), 0);
     painter.setPen(toQt(look().colors().text));
-    painter.drawText(line,
-                     static_cast<int>(Qt::AlignVCenter | Qt::TextSingleLine |
-                                      QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
-                     text());
+    paintLine(painter, *this, line, text());
     if (leadsOn_) {
       const QRect end(line.right() - scaled(4), 0, scaled(5), height());
       paintGlyph(painter, Glyph::chevronForward, QStyle::visualRect(layoutDirection(), rect(), end),

@@ -68,10 +68,8 @@ class SettingsPage::Section final : public QWidget {
       painter.setFont(interfaceFont(titleSize, QFont::DemiBold));
       painter.setPen(toQt(colors.secondary));
       const int inset = scaled(besideTitle);
-      painter.drawText(rect().adjusted(inset, 0, -inset, 0),
-                       static_cast<int>(Qt::AlignTop | Qt::TextSingleLine |
-                                        QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
-                       QString::fromStdString(section_.title));
+      paintLine(painter, *this, {inset, 0, width() - 2 * inset, painter.fontMetrics().height()},
+                QString::fromStdString(section_.title));
     }
     paintPanel(painter, QRectF(rect()).adjusted(0, layout_->contentsMargins().top(), 0, 0),
                scaledExactly(MarigoldTheme::cardRadius), colors.card, colors.cardEdge);

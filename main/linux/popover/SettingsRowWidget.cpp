@@ -185,10 +185,10 @@ void SettingsRowWidget::paintEvent(QPaintEvent* /*event*/) {
                          const std::string& text) {
     painter.setFont(font);
     painter.setPen(toQt(ink));
-    painter.drawText(QStyle::visualRect(layoutDirection(), rect(), place),
-                     static_cast<int>(Qt::TextWordWrap | Qt::AlignTop |
-                                      QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
-                     QString::fromStdString(text));
+    paintText(painter, QStyle::visualRect(layoutDirection(), rect(), place),
+              static_cast<int>(Qt::TextWordWrap | Qt::AlignTop |
+                               QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft)),
+              QString::fromStdString(text));
   };
   write(places.title, interfaceFont(), row_.enabled ? colors.text : colors.secondary, row_.title);
   write(places.explanation, interfaceFont(explanationSize), colors.secondary, row_.explanation);

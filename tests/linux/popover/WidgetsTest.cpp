@@ -261,6 +261,8 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
 
   // A long plan makes way for the badge, and all turns around as a whole.
   codex.plan = std::string(200, 'x');
+  std::get<CardButton>(codex.blocks[4]) = {.title = "Again…"};
+  std::vector<QImage> looks;
   for (const bool mirrored : {false, true}) {
     QApplication::setLayoutDirection(mirrored ? Qt::RightToLeft : Qt::LeftToRight);
     popover.setContent({.cards = {codex}});
@@ -269,7 +271,9 @@ TEST_F(WidgetsTest, CardsChangeInPlaceWhileThePopoverIsOpen) {
     EXPECT_LT(mirrored ? badge.right() : plan.right(), mirrored ? plan.left() : badge.left());
     EXPECT_GE(badge.width(), named<QLabel>("off").sizeHint().width());
     EXPECT_EQ(named<QLabel>(codex.plan).toolTip().toStdString(), codex.plan);
+    looks.push_back(named<QPushButton>("Again…").grab().toImage());
   }
+  EXPECT_EQ(looks[0], looks[1]) << "texts run their own way";
   QApplication::setLayoutDirection(Qt::LeftToRight);
   // More than fits the screen scrolls.
   popover.setContent({.cards = std::vector(9, codex)});
