@@ -45,9 +45,18 @@ inline void serve(double seconds) {
   (void)eventually([] { return false; }, seconds);
 }
 
-/// Has xdotool do something beside this process, which goes on.
+/// What xdotool does waits to be served.
 inline void xdotool(const std::string& what) {
-  (void)std::system(("xdotool " + what + " &").c_str());
+  (void)std::system(("xdotool " + what).c_str());
+}
+/// The same again until it takes effect: the first click on a program that is not active only
+/// activates it there. Whether it did.
+inline bool xdotoolUntil(const std::string& what, const std::function<bool()>& holds) {
+  for (int tries = 0; tries < 10 && !holds(); ++tries) {
+    xdotool(what);
+    (void)eventually(holds, 2);
+  }
+  return holds();
 }
 
 /// A click at a place of the screen from its top left corner, as words for xdotool.
