@@ -1,7 +1,7 @@
 #include <benchmark/benchmark.h>
 
 #include "bar/MenuBarSegments.h"
-#include "support/FixedText.h"
+#include "support/SimplePorts.h"
 
 namespace marigold::bench {
 namespace {

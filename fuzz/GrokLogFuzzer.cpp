@@ -7,7 +7,6 @@
 
 #include "Fuzzed.h"
 #include "support/GrokHome.h"
-#include "support/GrokReference.h"
 
 namespace marigold::fuzz {
 

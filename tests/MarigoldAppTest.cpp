@@ -1,22 +1,17 @@
-#include <filesystem>
 #include <future>
-#include <iterator>
-#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "MarigoldApp.h"
 #include "support/Desk.h"
-#include "support/FixedText.h"
 #include "support/PopoverText.h"
+#include "support/SimplePorts.h"
 #include "support/StoreFixture.h"
 
 namespace marigold {
 namespace {
 
-std::ptrdiff_t threads() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
+constexpr const char* threads = "/proc/self/task";
 
 struct MarigoldAppTest : testing::Test, protected test::StoreFixture {};
 
@@ -38,7 +33,7 @@ TEST_F(MarigoldAppTest, EndsItsPartsInOrder) {
   const test::FixedLocalTimeText localTime;
   const test::FixedTextMeasurer measurer;
   std::thread([] {}).join();  // a sanitizer has one of its own from the first on
-  const std::ptrdiff_t before = threads();
+  const std::ptrdiff_t before = test::entriesOf(threads);
   MarigoldApp app({.surroundings = {.home = directory.path(),
                                     .bundleIdentifier = "app",
                                     .environment = {{"GROK_HOME", directory.path() + "-grok"}}},
@@ -65,7 +60,7 @@ TEST_F(MarigoldAppTest, EndsItsPartsInOrder) {
                    .textMeasurer = measurer});
   app.launch();
   reading.get_future().wait();
-  EXPECT_EQ(threads(), before + 3) << "a worker for each provider";
+  EXPECT_EQ(test::entriesOf(threads), before + 3) << "a worker for each provider";
   desk.item->onClick({});
   const auto& cards = desk.content.cards;
   const auto told = [&] {
@@ -84,7 +79,7 @@ TEST_F(MarigoldAppTest, EndsItsPartsInOrder) {
   desk.journal.clear();
   app.terminate();
   EXPECT_EQ(desk.journal, (test::Desk::Journal{"leave in 0.500000", "request", "login"}));
-  EXPECT_EQ(threads(), before);
+  EXPECT_EQ(test::entriesOf(threads), before);
   EXPECT_FALSE(desk.onClosed);
   loop.post([&] { desk.journal.clear(); });
   loop.settle();

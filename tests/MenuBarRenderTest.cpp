@@ -1,13 +1,9 @@
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "GaugeView.h"
 #include "MenuBarRender.h"
 #include "bar/Palette.h"
-#include "support/FixedText.h"
+#include "support/SimplePorts.h"
 
 namespace marigold {
 namespace {

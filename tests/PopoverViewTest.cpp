@@ -4,8 +4,8 @@
 #include "bar/Palette.h"
 #include "claude/ClaudeTexts.h"
 #include "popover/EmptyState.h"
-#include "support/FixedText.h"
 #include "support/PopoverText.h"
+#include "support/SimplePorts.h"
 
 namespace marigold {
 namespace {

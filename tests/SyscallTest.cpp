@@ -1,9 +1,6 @@
 // Counts what reads of the tools' files ask of the system. The linker wraps the calls, in a program
 // of its own.
 
-#include <functional>
-#include <map>
-
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 

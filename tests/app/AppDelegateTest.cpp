@@ -1,9 +1,4 @@
-#include <algorithm>
 #include <cmath>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -12,7 +7,7 @@
 #include "app/InstanceAnswers.h"
 #include "bar/Palette.h"
 #include "support/Desk.h"
-#include "support/FixedText.h"
+#include "support/SimplePorts.h"
 #include "support/StoreFixture.h"
 
 namespace marigold {

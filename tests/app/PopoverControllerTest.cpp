@@ -5,8 +5,8 @@
 #include "app/PopoverController.h"
 #include "claude/ClaudeTexts.h"
 #include "support/Desk.h"
-#include "support/FixedText.h"
 #include "support/PopoverText.h"
+#include "support/SimplePorts.h"
 #include "support/StoreFixture.h"
 
 namespace marigold {

@@ -1,7 +1,3 @@
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 
 #include "app/CommandLine.h"

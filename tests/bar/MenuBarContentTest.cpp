@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "bar/MenuBarContent.h"
-#include "support/FixedText.h"
-#include "support/MemoryDefaults.h"
+#include "support/SimplePorts.h"
 
 namespace marigold {
 namespace {

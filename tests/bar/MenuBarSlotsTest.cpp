@@ -1,13 +1,11 @@
-#include <array>
 #include <cmath>
 #include <regex>
-#include <tuple>
 
 #include <gtest/gtest.h>
 
 #include "bar/MenuBarSegments.h"
 #include "bar/MenuBarWindows.h"
-#include "support/FixedText.h"
+#include "support/SimplePorts.h"
 
 namespace marigold {
 namespace {

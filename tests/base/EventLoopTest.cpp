@@ -1,7 +1,3 @@
-#include <atomic>
-#include <memory>
-#include <thread>
-
 #include <gtest/gtest.h>
 #include <pthread.h>
 

@@ -1,7 +1,4 @@
-#include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include <fcntl.h>
@@ -14,7 +11,6 @@
 #include "base/AtomicFile.h"
 #include "base/BoundedFile.h"
 #include "base/BoundedProcessRun.h"
-#include "support/OrdinaryUser.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {
@@ -22,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using Command = BoundedProcessRun::Command;
+using test::openDescriptors;
 
 // A command for the shell whose children live for seconds unless they are ended.
 Command shell(std::string script, double timeout = 5, std::optional<Secret> input = {}) {
@@ -33,13 +30,6 @@ Command shell(std::string script, double timeout = 5, std::optional<Secret> inpu
           .timeout = Seconds{timeout},
           .input = std::move(input),
           .grace = Seconds{0.1}};
-}
-
-std::ptrdiff_t entriesOf(const std::string& path) {
-  return std::distance(fs::directory_iterator(path), fs::directory_iterator());
-}
-std::ptrdiff_t openDescriptors() {
-  return entriesOf("/proc/self/fd");
 }
 
 // Runs `command`, which takes less than two seconds and leaves neither a descriptor nor a child.
@@ -199,7 +189,7 @@ TEST_F(FilesTest, AReplacementIsWholeOrLeavesTheOldFileAndNothingElse) {
   EXPECT_EQ(std::signal(SIGXFSZ, handler), SIG_IGN);
   EXPECT_EQ(failed, std::unexpected(std::make_error_code(std::errc::file_too_large)));
   EXPECT_EQ(readWholeFile(file, 100), "new");
-  EXPECT_EQ(entriesOf(directory.path()), 1);
+  EXPECT_EQ(test::entriesOf(directory.path()), 1);
 }
 
 TEST_F(FilesTest, DirectoriesAreCreatedWithTheirParents) {

@@ -1,5 +1,3 @@
-#include <fstream>
-#include <iostream>
 #include <regex>
 
 #include <gmock/gmock.h>
@@ -8,7 +6,7 @@
 #include "app/CodexDump.h"
 #include "base/AsciiText.h"
 #include "support/CodexHome.h"
-#include "support/OrdinaryUser.h"
+#include "support/TemporaryDirectory.h"
 
 namespace marigold {
 namespace {

@@ -23,8 +23,8 @@
 #include "base/Time.h"
 #include "end-to-end/ClaudeFixture.h"
 #include "support/Canary.h"
-#include "support/OrdinaryUser.h"
 #include "support/PrivateBus.h"
+#include "support/TemporaryDirectory.h"
 
 namespace marigold {
 namespace {

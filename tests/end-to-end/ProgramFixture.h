@@ -12,8 +12,8 @@
 #include <gtest/gtest.h>
 
 #include "support/ChildProcess.h"
-#include "support/Eventually.h"
 #include "support/TemporaryDirectory.h"
+#include "support/ToolkitApplication.h"
 
 namespace marigold::test {
 

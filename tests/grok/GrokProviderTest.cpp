@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include "support/GrokHome.h"
-#include "support/GrokReference.h"
 
 namespace marigold {
 namespace {

@@ -1,12 +1,9 @@
-#include <sstream>
-#include <tuple>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "base/BoundedFile.h"
 #include "model/Preferences.h"
-#include "support/MemoryDefaults.h"
+#include "support/SimplePorts.h"
 
 namespace marigold {
 namespace {

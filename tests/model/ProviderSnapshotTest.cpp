@@ -1,12 +1,7 @@
-#include <filesystem>
-#include <limits>
-#include <set>
-
 #include <gtest/gtest.h>
 
 #include "model/DiskCache.h"
 #include "model/LegacyNetworkCache.h"
-#include "support/OrdinaryUser.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {

@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 
 #include "popover/SettingsForm.h"
-#include "support/MemoryDefaults.h"
 #include "support/PopoverText.h"
+#include "support/SimplePorts.h"
 
 namespace marigold {
 namespace {

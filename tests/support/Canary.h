@@ -2,12 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstddef>
-#include <fstream>
-#include <span>
 #include <sstream>
-#include <string>
-#include <string_view>
 
 #include <fcntl.h>
 #include <sys/wait.h>

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "ports/Appearance.h"
 #include "ports/ApplicationControl.h"
 #include "ports/Popover.h"

@@ -1,10 +1,7 @@
 #pragma once
 
 #include <algorithm>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 

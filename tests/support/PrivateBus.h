@@ -1,9 +1,5 @@
 #pragma once
 
-#include <optional>
-#include <string>
-#include <vector>
-
 #include <QtDBus/QDBusConnection>
 
 #include "support/ChildProcess.h"

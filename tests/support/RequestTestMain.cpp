@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <string>
 
 #include <openssl/ssl.h>
 #include <unistd.h>

@@ -1,11 +1,5 @@
 #pragma once
 
-#include <map>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <QtCore/QList>
 #include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
@@ -13,8 +7,8 @@
 
 #include "support/BusObject.h"
 #include "support/ChildProcess.h"
-#include "support/Eventually.h"
 #include "support/PrivateBus.h"
+#include "support/ToolkitApplication.h"
 
 namespace marigold::test {
 

@@ -1,15 +1,8 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "UsageStore.h"
 #include "support/ManualEventLoop.h"
-#include "support/MemoryDefaults.h"
-#include "support/RecordingLog.h"
+#include "support/SimplePorts.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold::test {

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <chrono>
 #include <filesystem>
 #include <sstream>
-#include <string>
 
 #include "model/ProviderSnapshot.h"
 

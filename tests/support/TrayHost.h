@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include <QtCore/QList>
 #include <QtCore/QObject>
 #include <QtCore/QVariant>
@@ -12,7 +9,7 @@
 #include <QtDBus/QDBusPendingCall>
 
 #include "linux/item/DBusMenuLayout.h"
-#include "support/Eventually.h"
+#include "support/ToolkitApplication.h"
 
 namespace marigold::test {
 

@@ -1,7 +1,4 @@
-#include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <string>
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -10,7 +7,7 @@
 #include "base/BoundedProcessRun.h"
 #include "claude/ClaudeUsage.h"
 #include "linux/request/LinuxTransport.h"
-#include "support/RecordingLog.h"
+#include "support/SimplePorts.h"
 #include "support/TLSServer.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TransportContract.h"

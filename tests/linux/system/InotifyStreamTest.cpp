@@ -1,16 +1,11 @@
 #include <algorithm>
-#include <condition_variable>
-#include <filesystem>
-#include <fstream>
-#include <mutex>
-#include <tuple>
 
 #include <gtest/gtest.h>
 
 #include "linux/system/FileEventDelivery.h"
 #include "linux/system/InotifyStream.h"
 #include "support/EventStreamContract.h"
-#include "support/RecordingLog.h"
+#include "support/SimplePorts.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {
@@ -214,16 +209,13 @@ TEST(FileEventDelivery, MergesMoreThanAnybodyWouldLookAt) {
 
 TEST_F(InotifyStreamTest, EndsAtOnceAndLeavesNothingOpen) {
   temporary.write("root/a/b/f", "");
-  const auto openDescriptors = [] {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-  };
-  const auto before = openDescriptors();
+  const auto before = test::openDescriptors();
   for (int i = 0; i < 20; ++i) {
     watch(root, 100, Seconds{3600});
     stream.reset();  // the next one is ended while it sets up its watches
     (void)InotifyStreamSource(log).open(root, Seconds{0.01}, [](const auto&) {});
   }
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 }  // namespace

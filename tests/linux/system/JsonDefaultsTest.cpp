@@ -1,10 +1,4 @@
-#include <algorithm>
-#include <array>
-#include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <functional>
-#include <iterator>
 #include <random>
 #include <thread>
 
@@ -19,9 +13,7 @@
 #include "linux/system/JsonDefaults.h"
 #include "model/DiskCache.h"
 #include "support/DefaultsContract.h"
-#include "support/MemoryDefaults.h"
-#include "support/OrdinaryUser.h"
-#include "support/RecordingLog.h"
+#include "support/SimplePorts.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {

@@ -1,11 +1,11 @@
 #include <array>
-#include <filesystem>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "linux/system/LinuxEventLoop.h"
 #include "support/EventLoopContract.h"
+#include "support/TemporaryDirectory.h"
 
 namespace marigold {
 namespace {
@@ -20,10 +20,6 @@ struct Linux {
 };
 INSTANTIATE_TYPED_TEST_SUITE_P(Linux, EventLoopContract, Linux);
 
-std::ptrdiff_t openDescriptors() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
-
 TEST(LinuxEventLoop, LeavesWhatATurnPostsToTheNext) {
   Linux subject;
   int ran = 0;
@@ -34,7 +30,7 @@ TEST(LinuxEventLoop, LeavesWhatATurnPostsToTheNext) {
 }
 
 TEST(LinuxEventLoop, TellsOfReadableDescriptorsAndWakesWhoWaitsForIt) {
-  const auto before = openDescriptors();
+  const auto before = test::openDescriptors();
   {
     Linux subject;
     std::array<int, 2> pipe{};
@@ -52,7 +48,7 @@ TEST(LinuxEventLoop, TellsOfReadableDescriptorsAndWakesWhoWaitsForIt) {
     ::close(pipe[0]);
     ::close(pipe[1]);
   }
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 }  // namespace

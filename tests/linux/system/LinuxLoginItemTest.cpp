@@ -1,15 +1,9 @@
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include <glib.h>
 #include <gtest/gtest.h>
 
 #include "base/BoundedFile.h"
 #include "linux/system/LinuxLoginItem.h"
 #include "support/LoginItemContract.h"
-#include "support/OrdinaryUser.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {

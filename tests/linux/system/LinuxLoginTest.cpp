@@ -1,8 +1,3 @@
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -12,7 +7,6 @@
 #include "base/JsonDocument.h"
 #include "linux/system/LinuxLogin.h"
 #include "support/Canary.h"
-#include "support/OrdinaryUser.h"
 #include "support/TemporaryDirectory.h"
 
 namespace marigold {

@@ -1,8 +1,4 @@
-#include <array>
 #include <cmath>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <QtGui/QFontInfo>
 #include <QtGui/QGuiApplication>
