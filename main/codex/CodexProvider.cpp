@@ -40,10 +40,10 @@ ProviderSnapshot codexWithoutRecord(bool sessionsExist,
           .extraNote = {}};
 }
 
-CodexProvider::CodexProvider(CodexPaths paths, DiskCache cache, Date now)
+CodexProvider::CodexProvider(CodexPaths paths, DiskCache cache)
     : paths_(std::move(paths)), cache_(std::move(cache)) {
   if (const auto cached = cache_.load(id)) {
-    lastGood_ = cached->restored(now);
+    lastGood_ = cached->restored(cached->capturedAt);  // each answer tells its age
   }
 }
 

@@ -46,7 +46,7 @@ class CodexProvider final : public UsageProvider {
   };
 
   /// Restores the cached reading.
-  CodexProvider(CodexPaths paths, DiskCache cache, Date now);
+  CodexProvider(CodexPaths paths, DiskCache cache);
 
   /// An unchanged directory costs one walk of it and opens no file.
   [[nodiscard]] ProviderSnapshot fetch(Date now) override;

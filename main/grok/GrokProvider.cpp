@@ -40,10 +40,10 @@ bool GrokProvider::sameMinute(Date a, Date b) noexcept {
   return minutes(a) == minutes(b);
 }
 
-GrokProvider::GrokProvider(GrokPaths paths, DiskCache cache, Date now)
+GrokProvider::GrokProvider(GrokPaths paths, DiskCache cache)
     : paths_(std::move(paths)), cache_(std::move(cache)) {
   if (const auto cached = cache_.load(id)) {
-    lastGood_ = cached->restored(now);
+    lastGood_ = cached->restored(cached->capturedAt);  // each answer tells its age
     planLabel_ = lastGood_->planLabel;
   }
 }
@@ -86,7 +86,6 @@ ProviderSnapshot GrokProvider::read(Date now) {
     return decide(scan, now);
   }
   lastProcessed_.reset();
-  scanMemo_.reset();
   ProviderSnapshot answer = decide({}, now);
   if (log.error() != FileFailure::missing) {
     return answer;

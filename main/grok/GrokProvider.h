@@ -72,7 +72,7 @@ class GrokProvider final : public UsageProvider {
   };
 
   /// Restores the cached reading.
-  GrokProvider(GrokPaths paths, DiskCache cache, Date now);
+  GrokProvider(GrokPaths paths, DiskCache cache);
 
   /// An unchanged log is not read for `GrokLogScan::memoMaxAge`, of one that has grown only what is
   /// new.

@@ -75,7 +75,7 @@ class AppDelegateTest : public testing::Test, protected test::StoreFixture {
   }
 };
 
-TEST_F(AppDelegateTest, LaunchesInOrderAndShowsWhatIsKnown) {
+TEST_F(AppDelegateTest, LaunchesInOrderAndDrawsOnlyWhatChangedAndWhenItChanges) {
   desk.refusals = 2;
   loginItem.now = LoginItem::Status::enabled;
   start();
@@ -95,6 +95,17 @@ TEST_F(AppDelegateTest, LaunchesInOrderAndShowsWhatIsKnown) {
   EXPECT_EQ(last().accessibilityLabel, "Marigold");
   EXPECT_EQ(last().accessibilityValue, "Codex 5h 80%, updated just now");
   EXPECT_EQ(last().label, "80%");
+  const std::size_t before = desk.shown.size();
+  advance(60);
+  desk.onChange();
+  EXPECT_EQ(desk.shown.size(), before) << "the same picture and words are not sent again";
+  advance(30.5);
+  EXPECT_EQ(last().tooltip, "Codex: 5h 80% used, updated 1m ago");
+  EXPECT_EQ(desk.shown.size(), before + 1);
+  loop.setDate(loop.date() + Seconds{7 * 86400.0});
+  EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 1);
+  EXPECT_EQ(last().tooltip, "Codex: 5h window reset, no new reading yet");
+  EXPECT_EQ(sweeps(last()), Sweeps()) << "reset long ago: no drain";
 }
 
 TEST_F(AppDelegateTest, EveryChoiceAndLookReachesTheMark) {
@@ -186,21 +197,6 @@ TEST_F(AppDelegateTest, ClicksOpenThePopoverOrTheMenuAndCountAsAttention) {
     EXPECT_EQ(codex->calls.size() > before, reads);
     EXPECT_TRUE(store->launchAtLogin()) << "read when the popover opened first";
   }
-}
-
-TEST_F(AppDelegateTest, DrawsOnlyWhatChangedAndWhenItChanges) {
-  launch();
-  const std::size_t before = desk.shown.size();
-  advance(60);
-  desk.onChange();
-  EXPECT_EQ(desk.shown.size(), before) << "the same picture and words are not sent again";
-  advance(30.5);
-  EXPECT_EQ(last().tooltip, "Codex: 5h 80% used, updated 1m ago");
-  EXPECT_EQ(desk.shown.size(), before + 1);
-  loop.setDate(loop.date() + Seconds{7 * 86400.0});
-  EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 1);
-  EXPECT_EQ(last().tooltip, "Codex: 5h window reset, no new reading yet");
-  EXPECT_EQ(sweeps(last()), Sweeps()) << "reset long ago: no drain";
 }
 
 TEST_F(AppDelegateTest, AResetDrainsItsRingUnlessMotionIsReduced) {

@@ -64,6 +64,11 @@ TEST(Worker, AsksAgainForAThreadThatTheSystemRefuses) {
   pthread_attr_t huge = usual;
   ASSERT_EQ(pthread_attr_setstacksize(&huge, std::size_t{1} << 50), 0);
   ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+  Worker stopped(home);
+  stopped.post([] {});
+  stopped.stop();
+  home.advance(Seconds{2});
+  EXPECT_FALSE(home.nextTimer()) << "it wants none any more";
   worker.post([&] {
     ran = 1;
     ran.notify_all();

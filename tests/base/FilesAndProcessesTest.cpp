@@ -147,7 +147,7 @@ class FilesTest : public testing::Test {
   std::string file = directory.write("file", "content");
 };
 
-TEST_F(FilesTest, OnlyReadableRegularFilesAreRead) {
+TEST_F(FilesTest, OnlyRegularFilesAreReadAndNotBeyondTheirBound) {
   ASSERT_EQ(::mkfifo(at("fifo").c_str(), 0600), 0);
   fs::create_symlink(file, at("link"));
   const auto descriptors = openDescriptors();
@@ -160,9 +160,6 @@ TEST_F(FilesTest, OnlyReadableRegularFilesAreRead) {
     EXPECT_EQ(readWholeFile(path, 100), std::unexpected(failure)) << path;
   }
   EXPECT_EQ(openDescriptors(), descriptors);
-}
-
-TEST_F(FilesTest, SizesAreCheckedBeforeReading) {
   EXPECT_EQ(readWholeFile(file, 7), "content");
   EXPECT_EQ(readWholeFile(file, 6), std::unexpected(FileFailure::tooLarge));
   constexpr std::int64_t fourGiB = std::int64_t{1} << 32;

@@ -100,23 +100,6 @@ TEST(ISODate, ReadsInternetDateTimes) {
   }
 }
 
-struct Share {
-  double percent = 0;
-  static std::optional<Share> decode(JsonValue item) {
-    const auto percent = item["p"].number();
-    return percent ? std::optional(Share{*percent}) : std::nullopt;
-  }
-};
-
-TEST(Lossy, ABadItemCostsThatItemOnly) {
-  const auto document =
-      JsonDocument::parseObject(R"({"l":[{"p":1},"x",{"p":null},{"p":4}],"n":1})");
-  const auto survivors = decodeSurvivors<Share>(document->root()["l"]);
-  ASSERT_EQ(survivors.value().size(), 2U);
-  EXPECT_EQ(survivors->back().percent, 4);
-  EXPECT_FALSE(decodeSurvivors<Share>(document->root()["n"]).has_value());
-}
-
 TEST(Percent, IsReadFromNumbersAndNumericTextsWithinTheTolerance) {
   using Case = std::pair<std::string, std::optional<double>>;
   for (const auto& [json, percent] :

@@ -1,4 +1,4 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "base/JsonDocument.h"
 #include "claude/ClaudeCredentials.h"
@@ -70,16 +70,6 @@ TEST(ClaudeCredentials, OneBadMemberCostsThatOnly) {
   EXPECT_EQ(lenient.claudeAiOauth.subscriptionType.value().size(), 128U);
   const auto odd = decodeCredentialPayload(withToken("\"x\"", R"(,"subscriptionType":1)"));
   EXPECT_EQ(odd.value().claudeAiOauth.subscriptionType, std::nullopt);
-}
-
-TEST(ClaudeUsage, ARequestHoldsTheTokenApart) {
-  const HTTPRequest request = claudeUsageRequest(Secret("t"), "agent");
-  EXPECT_EQ(request.bearerToken.expose(), "t");
-  EXPECT_EQ(request.method + " " + request.url, "GET https://api.anthropic.com/api/oauth/usage");
-  EXPECT_THAT(request.headers,
-              testing::ElementsAre(testing::Pair("anthropic-beta", "oauth-2025-04-20"),
-                                   testing::Pair("anthropic-version", "2023-06-01"),
-                                   testing::Pair("User-Agent", "agent")));
 }
 
 TEST(ClaudeUsage, ClassifiesAStatus) {

@@ -245,6 +245,9 @@ TEST_F(GrokProviderTest, ALineWithoutATimeIsNotDatedAnew) {
   EXPECT_EQ(answer(3669), "1h 100 @70, ok");
   test::setModified(home.log, at(3600));
   EXPECT_EQ(answer(3670), "Weekly 15 @130, ok");
+  home.write(billing);
+  test::setModified(home.log, at(4000));
+  EXPECT_EQ(answer(4000), "Weekly 15 @4000, ok");
   fs::rename(home.log, home.log + ".1");
   home.write(billing);
   test::setModified(home.log, at(5000));

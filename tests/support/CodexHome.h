@@ -22,7 +22,7 @@ struct CodexHome {
       .environment = {{"MARIGOLD_CACHE_DIR", "~/cache"}, {"CODEX_HOME", "~/codex/"}}};
 
   [[nodiscard]] CodexProvider provider() const {
-    return {CodexPaths(surroundings), DiskCache(surroundings), at(0)};
+    return {CodexPaths(surroundings), DiskCache(surroundings)};
   }
   /// The paths below the sessions of the rollout files that are found at a time.
   [[nodiscard]] std::vector<std::string> recentRolloutFiles(double time = 0,

@@ -45,7 +45,7 @@ struct GrokHome {
   GrokHome() { std::filesystem::create_directories(GrokPaths(surroundings).logsDir()); }
 
   [[nodiscard]] GrokProvider provider() const {
-    return {GrokPaths(surroundings), DiskCache(surroundings), at(0)};
+    return {GrokPaths(surroundings), DiskCache(surroundings)};
   }
   /// In place: some file systems put a file on the disk when it was emptied and written anew.
   void write(std::string_view content) const {

@@ -90,12 +90,6 @@ class Visit {
     while (SSL_read(tls_, &byte, 1) > 0) {
     }
   }
-  /// Has the system reset the connection.
-  void reset() {
-    SSL_set_quiet_shutdown(tls_, 1);
-    const linger none{.l_onoff = 1, .l_linger = 0};
-    ::setsockopt(SSL_get_fd(tls_), SOL_SOCKET, SO_LINGER, &none, sizeof none);
-  }
 
  private:
   SSL* tls_;
