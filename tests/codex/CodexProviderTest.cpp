@@ -279,7 +279,7 @@ TEST(CodexDump, TellsHowTheReadingCameAbout) {
   home.write("rollout-a.jsonl", "{\"text\":\"private\"}\n" + recordLine(12.5, 10), 10);
   home.write("rollout-b\n\u00e9\xff.jsonl", "{}\n", 20);
   home.write("rollout-c.jsonl", "{}\n", 5);
-  fs::permissions(home.write("rollout-d.jsonl", "{}\n", 20), fs::perms::none);
+  fs::permissions(home.write("rollout-d.jsonl", "{}\n", 19), fs::perms::none);
   std::string dump;
   test::asOrdinaryUser([&] { dump = codexDump(home.surroundings, at(60)); });
   EXPECT_EQ(std::regex_replace(dump, std::regex(home.home.path()), "~"),
@@ -291,7 +291,7 @@ rollout files: 4 found, the newest 4 considered, 2 read
   rollout-b?é?.jsonl
     written 2027-01-15T08:00:20Z (just now), 3 bytes; no usable record in its last 524288 bytes
   rollout-d.jsonl
-    written 2027-01-15T08:00:20Z (just now), 3 bytes; could not be read
+    written 2027-01-15T08:00:19Z (just now), 3 bytes; could not be read
   rollout-a.jsonl  <- the reading, the latest record found
     written 2027-01-15T08:00:10Z (just now), 161 bytes; record of 2027-01-15T08:00:10Z at byte 19
   rollout-c.jsonl
