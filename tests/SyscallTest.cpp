@@ -2,7 +2,6 @@
 // of its own.
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include "support/CodexHome.h"
 #include "support/GrokHome.h"

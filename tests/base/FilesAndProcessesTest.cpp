@@ -4,9 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "base/AtomicFile.h"
 #include "base/BoundedFile.h"

@@ -1,7 +1,6 @@
 #include <regex>
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include "app/CodexDump.h"
 #include "base/AsciiText.h"

@@ -6,7 +6,6 @@
 
 #include <fcntl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "base/OwnedDescriptor.h"
 #include "base/Secret.h"

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <chrono>
 #include <map>
-#include <string>
-#include <vector>
 
 #include "base/Drawing.h"
 #include "ports/Defaults.h"

@@ -13,7 +13,6 @@
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 
 #include "base/OwnedDescriptor.h"

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <QtCore/QList>
 #include <QtCore/QObject>
 #include <QtCore/QVariant>
-#include <QtDBus/QDBusArgument>
 #include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusPendingCall>

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include "claude/keychain/KeychainReader.h"
 #include "claude/keychain/PropertyList.h"

@@ -1,8 +1,6 @@
 #include <csignal>
 
 #include <gmock/gmock.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "base/BoundedProcessRun.h"
 #include "claude/ClaudeUsage.h"

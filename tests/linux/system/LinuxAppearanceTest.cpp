@@ -1,4 +1,3 @@
-#include <QtDBus/QDBusConnection>
 #include <QtDBus/QDBusMessage>
 #include <QtDBus/QDBusMetaType>
 #include <QtDBus/QDBusVariant>
@@ -6,7 +5,6 @@
 #include <QtGui/QGuiApplication>
 #include <QtGui/QPalette>
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
 
 #include "linux/system/LinuxAppearance.h"
 #include "linux/system/LinuxEventLoop.h"

@@ -1,7 +1,4 @@
-#include <array>
-
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "linux/system/LinuxEventLoop.h"
 #include "support/EventLoopContract.h"

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "base/BoundedFile.h"
 #include "base/JsonDocument.h"
