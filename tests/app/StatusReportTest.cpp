@@ -9,8 +9,7 @@
 #include <gmock/gmock.h>
 
 #include "app/StatusReport.h"
-#include "support/FixedText.h"
-#include "support/MemoryDefaults.h"
+#include "support/SimplePorts.h"
 
 namespace marigold {
 namespace {

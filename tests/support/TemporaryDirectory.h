@@ -7,10 +7,13 @@
 #include <string>
 #include <system_error>
 
-#include <linux/capability.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
+
+#ifdef __linux__
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#endif
 
 namespace marigold::test {
 
@@ -45,8 +48,9 @@ class TemporaryDirectory {
   std::filesystem::path path_;
 };
 
-/// Runs `work` under the rule of file permissions, even when root runs the tests; or without these
-/// other capabilities.
+/// Runs `work` under the rule of file permissions, even when root runs the tests (on Linux); or
+/// without these other capabilities.
+#ifdef __linux__
 template <class Work>
 void asOrdinaryUser(const Work& work,
                     unsigned capabilities = 1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH) {
@@ -59,6 +63,12 @@ void asOrdinaryUser(const Work& work,
   work();
   ::syscall(SYS_capset, &header, before.data());
 }
+#else
+template <class Work>
+void asOrdinaryUser(const Work& work) {
+  work();
+}
+#endif
 
 /// How many entries a directory has.
 inline std::ptrdiff_t entriesOf(const std::string& path) {
