@@ -41,9 +41,9 @@ std::optional<ProviderSnapshot> readingOf(ProviderID provider, const Surrounding
     case ProviderID::claude:
       return coldStartClaudeSnapshot(cache.load(provider), chosen.claudeTurnedOff(), now);
     case ProviderID::codex:
-      return CodexProvider(CodexPaths(surroundings), cache, now).fetch(now);
+      return CodexProvider(CodexPaths(surroundings), cache).fetch(now);
     case ProviderID::grok:
-      return GrokProvider(GrokPaths(surroundings), cache, now).fetch(now);
+      return GrokProvider(GrokPaths(surroundings), cache).fetch(now);
   }
   return std::nullopt;
 }
