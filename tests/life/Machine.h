@@ -19,8 +19,8 @@
 #include "life/ToolFiles.h"
 #include "linux/system/JsonDefaults.h"
 #include "support/Desk.h"
-#include "support/FixedText.h"
-#include "support/OrdinaryUser.h"
+#include "support/SimplePorts.h"
+#include "support/TemporaryDirectory.h"
 
 namespace marigold::test {
 
