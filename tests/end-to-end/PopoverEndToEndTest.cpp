@@ -139,11 +139,22 @@ TEST_F(PopoverEndToEnd, SpeaksAndIsUsedBySpeech) {
   std::filesystem::rename(home.write("edited.json", chosen), preferences);
   EXPECT_TRUE(tells("radio button Rings*;radio button Pills;")) << text;
 
+  use("Launch at login");
+  EXPECT_TRUE(tells("check box Launch at login*")) << text;
+
   press({"Escape"});
   EXPECT_TRUE(tells("push button Settings;panel Claude(")) << text;
   press({"Escape"});
   EXPECT_TRUE(tells("dialog", false)) << text;
   EXPECT_EQ(program.end(), "0");
+
+  // What the next login starts.
+  host.item.clear();
+  test::ChildProcess again =
+      run({"/bin/sh", "-c", "eval exec $(sed -n s/^Exec=//p ~/.config/autostart/*.desktop)"});
+  EXPECT_TRUE(eventually([this] { return !host.item.isEmpty(); }));
+  EXPECT_EQ(host.itemProperties()["XAyatanaLabel"], "wk 50% | 5h 37%");
+  EXPECT_EQ(again.end(), "0");
 }
 
 TEST_F(PopoverEndToEnd, OpensWhenTheProgramIsStartedAgain) {
