@@ -326,14 +326,24 @@ std::unique_ptr<EventStream> InotifyStreamSource::open(const std::string& path, 
     root.pop_back();
   }
   if (!stop.isOpen() || !retry.isOpen() || !queue.isOpen() || failure) {
-    return nullptr;
+    return refused();
   }
   try {
-    return std::make_unique<InotifyStream>(log_, watchLimit_, retryAfter_, std::move(root), latency,
-                                           std::move(callback), std::move(stop), std::move(retry));
+    auto stream =
+        std::make_unique<InotifyStream>(log_, watchLimit_, retryAfter_, std::move(root), latency,
+                                        std::move(callback), std::move(stop), std::move(retry));
+    saidRefused_ = false;
+    return stream;
   } catch (const std::system_error&) {  // no thread
-    return nullptr;
+    return refused();
   }
+}
+
+std::unique_ptr<EventStream> InotifyStreamSource::refused() {
+  if (!std::exchange(saidRefused_, true)) {
+    log_.error("files cannot be watched, their changes will be seen only at the next refresh");
+  }
+  return nullptr;
 }
 
 }  // namespace marigold

@@ -28,8 +28,9 @@ class InotifyStreamSource final : public EventStreamSource {
 
   static constexpr Seconds defaultRetryAfter{30};
 
-  /// Running out of watches is noted in `log`, once for each stream; `log` must outlive the
-  /// streams. The directories changed last are watched then, and the others as soon as there is
+  /// That the system has no descriptor, queue or thread for a stream is noted in `log` once, until
+  /// one opens. Running out of watches is noted in `log`, once for each stream; `log` must outlive
+  /// the streams. The directories changed last are watched then, and the others as soon as there is
   /// room, for which a stream looks each time `retryAfter` has passed.
   explicit InotifyStreamSource(Log& log, std::size_t watchLimit = defaultWatchLimit,
                                Seconds retryAfter = defaultRetryAfter)
@@ -40,9 +41,13 @@ class InotifyStreamSource final : public EventStreamSource {
                                                   Callback callback) override;
 
  private:
+  // Notes, once as long as it lasts, that the system has nothing to watch with.
+  std::unique_ptr<EventStream> refused();
+
   Log& log_;
   std::size_t watchLimit_;
   Seconds retryAfter_;
+  bool saidRefused_ = false;
 };
 
 }  // namespace marigold

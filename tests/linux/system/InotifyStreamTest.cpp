@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include "linux/system/FileEventDelivery.h"
 #include "linux/system/InotifyStream.h"
@@ -204,6 +205,22 @@ TEST(FileEventDelivery, MergesMoreThanAnybodyWouldLookAt) {
     EXPECT_EQ(events.size(), count == 4097 ? 1U : static_cast<std::size_t>(count));
     EXPECT_EQ(events[0].path, count == 4097 ? "/r" : "/r/0");
     EXPECT_EQ(events[0].flags, count == 4097 ? mustScanSubDirs : itemCreated);
+  }
+}
+
+TEST_F(InotifyStreamTest, SaysOnceThatTheSystemHasNothingToWatchWith) {
+  InotifyStreamSource source(log);
+  rlimit usual{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+  const rlimit none{.rlim_cur = 0, .rlim_max = usual.rlim_max};
+  for (const std::size_t said : {1U, 2U}) {
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_FALSE(source.open(temporary.path(), Seconds{0}, [](const auto&) {}));
+    }
+    EXPECT_EQ(log.lines.size(), said);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+    EXPECT_TRUE(source.open(temporary.path(), Seconds{0}, [](const auto&) {}));
   }
 }
 
