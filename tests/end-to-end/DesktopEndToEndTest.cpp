@@ -2,10 +2,10 @@
 // bars, and in the forms for desktops without one.
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iterator>
-#include <memory>
+#include <list>
 #include <optional>
 #include <string>
 #include <utility>
@@ -22,12 +22,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <xcb/xcb.h>
 
 #include "end-to-end/ProgramFixture.h"
 #include "linux/item/StatusNotifierStructures.h"
 #include "support/BusObject.h"
 #include "support/PrivateBus.h"
+#include "support/Screen.h"
 #include "support/SilentPort.h"
 #include "support/Spoken.h"
 #include "support/TrayHost.h"
@@ -41,41 +41,6 @@ using test::eventually;
 // Gauge colours of the zones as pixels.
 constexpr QRgb green = 0xFF47C78C;
 constexpr QRgb red = 0xFFEB574A;
-
-// What an X server shows.
-class Screen {
- public:
-  explicit Screen(const std::string& display)
-      : connection_(xcb_connect(display.c_str(), nullptr), &xcb_disconnect) {}
-
-  // How many pixels of a rectangle have this colour.
-  [[nodiscard]] int count(QRgb color, const QRect& where) const {
-    xcb_connection_t* c = connection_.get();
-    const std::unique_ptr<xcb_get_image_reply_t, decltype(&std::free)> image(
-        xcb_get_image_reply(c,
-                            xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP,
-                                          xcb_setup_roots_iterator(xcb_get_setup(c)).data->root,
-                                          static_cast<std::int16_t>(where.x()),
-                                          static_cast<std::int16_t>(where.y()),
-                                          static_cast<std::uint16_t>(where.width()),
-                                          static_cast<std::uint16_t>(where.height()), ~0U),
-                            nullptr),
-        &std::free);
-    if (!image) {
-      return 0;
-    }
-    int found = 0;
-    const QImage shown(xcb_get_image_data(image.get()), where.width(), where.height(),
-                       QImage::Format_RGB32);
-    for (int i = 0; i < where.width() * where.height(); ++i) {
-      found += shown.pixel(i % where.width(), i / where.width()) == color ? 1 : 0;
-    }
-    return found;
-  }
-
- private:
-  std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> connection_;
-};
 
 // How many pixels of the largest icon that the bus offers have this colour.
 qsizetype countPixels(const QVariantMap& properties, QRgb color) {
@@ -121,6 +86,13 @@ class DesktopEndToEnd : public test::ProgramFixture {
   bool popoverBecomes(bool shown) {
     return eventually([&] { return popoverIsShown() == shown; });
   }
+  // Or the menu. It may be seen before it has the keyboard.
+  void closePopover() {
+    EXPECT_TRUE(eventually([this] {
+      act({"key", "Escape"});
+      return !popoverIsShown();
+    }));
+  }
   void act(std::vector<std::string> words) const {
     words.insert(words.begin(), MARIGOLD_XDOTOOL);
     EXPECT_EQ(run(words).finish().second, 0);
@@ -132,7 +104,7 @@ class DesktopEndToEnd : public test::ProgramFixture {
 
  protected:
   test::PrivateBus bus{home};  // any user, since some bars refuse to run as root
-  std::optional<Screen> screen;
+  std::optional<test::Screen> screen;
   std::optional<test::TrayHost> host;
   std::optional<ChildProcess> program;
 };
@@ -158,15 +130,34 @@ TEST_F(DesktopEndToEnd, ATrayHostReadsTheMarkAndFollowsIt) {
   EXPECT_GT(countPixels(host->itemProperties(), red), 20);
 
   EXPECT_FALSE(popoverIsShown());
+  const auto event = [&](int id, const char* what) {
+    host->askMenu("Event", {id, what, QVariant::fromValue(QDBusVariant(0)), 0U});
+  };
+  for (const auto& [click, asks] : std::vector<std::pair<const char*, std::function<void()>>>{
+           {"Plasma, left",
+            [&] {
+              host->askItem("ProvideXdgActivationToken", {""});
+              host->askItem("Activate", {780, 10});
+            }},
+           {"GNOME, once, and the menu's first entry",
+            [&] {
+              host->askMenu("AboutToShow", {0});
+              event(0, "opened");
+              event(ids.at(1), "clicked");
+              event(0, "closed");
+            }},
+           {"GNOME, twice", [&] { host->askItem("Activate", {0, 0}); }},
+           {"swaybar, right", [&] { host->askItem("ContextMenu", {700, 10}); }}}) {
+    asks();
+    EXPECT_TRUE(popoverBecomes(true)) << click;
+    closePopover();
+  }
   host->askItem("Activate", {780, 10});
   EXPECT_TRUE(popoverBecomes(true));
   host->askItem("Activate", {780, 10});
-  EXPECT_TRUE(popoverBecomes(false));
-  host->askItem("ContextMenu", {700, 10});
-  EXPECT_TRUE(popoverBecomes(true)) << "the menu is as large";
-  act({"key", "Escape"});
+  EXPECT_TRUE(popoverBecomes(false)) << "by a second click";
 
-  host->askMenu("Event", {ids.last(), "clicked", QVariant::fromValue(QDBusVariant(0)), 0U});
+  event(ids.last(), "clicked");
   EXPECT_EQ(program->finish().second, 0) << "the menu's last entry quits";
 }
 
@@ -228,7 +219,8 @@ TEST_F(DesktopEndToEnd, WaitsForNoSilentBusAndEndsWhileThePopoverIsOpen) {
   }
 }
 
-TEST_F(DesktopEndToEnd, AnXfcePanelShowsTheSquares) {
+// In a bar, in a tray of the older kind and without either.
+TEST_F(DesktopEndToEnd, EveryFormOnX11ShowsTheGaugeAndTakesClicks) {
   home.write(".config/xfce4/xfconf/xfce-perchannel-xml/xfce4-panel.xml",
              R"(<?xml version="1.0"?><channel name="xfce4-panel" version="1.0">
  <property name="configver" type="int" value="2"/>
@@ -243,20 +235,41 @@ TEST_F(DesktopEndToEnd, AnXfcePanelShowsTheSquares) {
  <property name="plugins" type="empty">
   <property name="plugin-1" type="string" value="systray"/></property>
 </channel>)");
-  const ChildProcess settings = run({MARIGOLD_XFCONFD});
-  const ChildProcess panel = run({MARIGOLD_XFCE4_PANEL, "--disable-wm-check"});
-  startProgram();
-  const auto iconIsShown = [this] { return screen->count(green, {0, 0, 60, 30}) > 10; };
-  EXPECT_TRUE(eventually(iconIsShown));
-
-  act({"mousemove", "11", "15", "click", "1"});
-  EXPECT_TRUE(popoverBecomes(true));
-  act({"key", "Escape"});
-  EXPECT_TRUE(popoverBecomes(false));
-  act({"mousemove", "11", "15", "click", "3"});
-  EXPECT_TRUE(popoverBecomes(true)) << "the menu, by the panel";
-  act({"key", "Escape"});
-  EXPECT_EQ(program->end(), "0");
+  const std::string lxqt = home.write("panel.conf",
+                                      "panels=p\n[p]\npanelSize=30\nposition=Top\nplugins=tray\n"
+                                      "[tray]\ntype=statusnotifier\n");
+  ChildProcess manager = run({MARIGOLD_OPENBOX, "--sm-disable", "--startup", "echo ready"});
+  ASSERT_TRUE(manager.outputLine("ready"));
+  struct Row {
+    std::vector<std::vector<std::string>> bar;
+    QRect shows;
+  };
+  for (const auto& [bar, shows] :
+       {Row{{{MARIGOLD_XFCONFD}, {MARIGOLD_XFCE4_PANEL, "--disable-wm-check"}}, {0, 0, 60, 30}},
+        Row{{{MARIGOLD_LXQT_PANEL, "-c", lxqt}}, {0, 0, 60, 30}},
+        Row{{{MARIGOLD_TRAYER, "--edge", "bottom", "--align", "right", "--widthtype", "request",
+              "--height", "60"}},
+            {700, 540, 100, 60}},
+        Row{{}, {500, 0, 300, 50}}}) {
+    SCOPED_TRACE(bar.empty() ? "the strip" : bar.back().front());
+    std::list<ChildProcess> running;
+    for (const std::vector<std::string>& command : bar) {
+      running.emplace_back(command, environment);
+    }
+    startProgram();
+    ASSERT_TRUE(eventually([&] { return screen->count(green, shows) > 10; }));
+    const QPoint gauge = screen->find(green, shows).front();
+    const std::vector<std::string> there{"mousemove", std::to_string(gauge.x()),
+                                         std::to_string(gauge.y()), "click"};
+    for (const char* const button : {"1", "3"}) {
+      std::vector<std::string> click = there;
+      click.emplace_back(button);
+      act(click);
+      EXPECT_TRUE(popoverBecomes(true)) << "or the menu; button " << button;
+      closePopover();
+    }
+    EXPECT_EQ(program->end(), "0");
+  }
 }
 
 // The windows of sway's tree that float at the size that they want, not at one that they are given.
@@ -277,7 +290,8 @@ std::vector<QSize> floatingWindows(const QJsonObject& node) {
   return found;
 }
 
-TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndWaybarShowsTheWideMark) {
+// One bar after the other.
+TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndItsBarsShowWhatTheyShowBest) {
   // Neither the compositor nor what it starts may run as root.
   std::vector<std::string> asOrdinaryUser;
   const std::string place = home.path() + "/sway";
@@ -285,8 +299,9 @@ TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndWaybarShowsTheWideMark) {
              R"({"modules-right":["tray"],"height":30,"tray":{"icon-size":20}})");
   home.write("sway/style.css", "window#waybar { background: #202020; }");
   home.write("sway/config",
-             "xwayland disable\noutput HEADLESS-1 resolution 800x300\nexec waybar -c " + place +
-                 "/waybar.json -s " + place + "/style.css\n");
+             "xwayland disable\noutput HEADLESS-1 resolution 800x300\n"
+             "bar b {\nswaybar_command true\nposition top\nheight 30\ntray_output *\n"
+             "workspace_buttons no\n}\n");
   if (::geteuid() == 0) {
     asOrdinaryUser = {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
     ASSERT_EQ(::chmod(home.path().c_str(), 0711), 0);
@@ -303,48 +318,78 @@ TEST_F(DesktopEndToEnd, SwayFloatsItsWindowsAndWaybarShowsTheWideMark) {
   environment["WLR_LIBINPUT_NO_DEVICES"] = "1";
   environment["WLR_RENDERER"] = "pixman";
   environment["LIBSEAT_BACKEND"] = "noop";
-  std::vector<std::string> command = asOrdinaryUser;
-  command.insert(command.end(), {MARIGOLD_SWAY, "-c", place + "/config"});
-  const ChildProcess sway = run(command);
+  const auto runAsOrdinaryUser = [&](std::vector<std::string> command) {
+    command.insert(command.begin(), asOrdinaryUser.begin(), asOrdinaryUser.end());
+    return run(command);
+  };
+  const ChildProcess sway = runAsOrdinaryUser({MARIGOLD_SWAY, "-c", place + "/config"});
   environment.erase("DISPLAY");
   environment["WAYLAND_DISPLAY"] = place + "/wayland-1";
-  environment["HOME"] = home.path();
-  environment["XDG_RUNTIME_DIR"] = home.path();
-  ASSERT_TRUE(eventually([&] { return ::access((place + "/wayland-1").c_str(), F_OK) == 0; }));
-  startProgram();
-
+  // It answers once it has set up all that its configuration says.
+  const auto sees = [this](const char* what) {
+    const std::string answer = run({MARIGOLD_SWAYMSG, "-t", what}).finish().first;
+    return QJsonDocument::fromJson(answer.c_str());
+  };
+  ASSERT_TRUE(eventually([&] {
+    return sees("get_outputs")[0]["current_mode"]["width"] == 800 &&
+           ::access((place + "/wayland-1").c_str(), F_OK) == 0;
+  }));
   const auto columns = [&] {
-    std::vector<std::string> grim = asOrdinaryUser;
-    grim.insert(grim.end(), {MARIGOLD_GRIM, "-t", "ppm", place + "/picture.ppm"});
-    run(grim).finish();
-    const QImage bar = QImage(QString::fromStdString(place + "/picture.ppm")).copy(0, 0, 800, 30);
+    runAsOrdinaryUser({MARIGOLD_GRIM, "-t", "ppm", place + "/picture.ppm"}).finish();
+    const QImage bar = QImage(QString::fromStdString(place + "/picture.ppm")).copy(620, 0, 180, 30);
     int unlikeFirst = 0;
     for (int x = 0; x < bar.width(); ++x) {
       unlikeFirst += bar.copy(x, 0, 1, 30) == bar.copy(0, 0, 1, 30) ? 0 : 1;
     }
     return unlikeFirst;
   };
-  EXPECT_TRUE(eventually([&] { return columns() > 25; })) << "gauge and text, not a square";
-
-  const QString name = "org.kde.StatusNotifierWatcher";
-  const test::BusObject watcher{bus.connect("bar"), name, "/StatusNotifierWatcher", name};
-  const QStringList items = watcher.property("RegisteredStatusNotifierItems").toStringList();
-  const test::BusObject item{watcher.bus, items.value(0).section('/', 0, 0), "/StatusNotifierItem",
-                             "org.kde.StatusNotifierItem"};
-  const auto offered = qdbus_cast<QList<DBusPixmap>>(item.property("IconPixmap"));
-  EXPECT_EQ(offered.size(), 1) << "Waybar takes the largest";
-  EXPECT_EQ(offered.value(0).height, 20);
+  struct Row {
+    std::vector<std::string> bar;
+    int least = 0;  // columns of it that show something
+    int most = 0;
+    std::vector<int> heights;  // of the icons that it is offered
+  };
   std::vector<QSize> windows;
-  for (const char* const click : {"Activate", "ContextMenu"}) {
-    (void)item.ask(click, {0, 0});
-    const std::vector<QSize> before = windows;
+  for (const auto& [command, least, most, heights] :
+       {Row{{MARIGOLD_WAYBAR, "-c", place + "/waybar.json", "-s", place + "/style.css"},
+            26,
+            100,
+            {20}},
+        Row{{MARIGOLD_SWAYBAR, "-b", "b"}, 10, 25, {22, 24, 32, 48}}}) {
+    SCOPED_TRACE(command.front());
+    environment["HOME"] = environment["XDG_RUNTIME_DIR"] = place;
+    const ChildProcess bar = runAsOrdinaryUser(command);
+    environment["HOME"] = environment["XDG_RUNTIME_DIR"] = home.path();
+    if (!program) {
+      startProgram();
+    }
+    int shown = 0;
     EXPECT_TRUE(eventually([&] {
-      const std::string tree = run({MARIGOLD_SWAYMSG, "-t", "get_tree"}).finish().first;
-      windows = floatingWindows(QJsonDocument::fromJson(tree.c_str()).object());
-      return windows.size() == 1 && windows != before && windows[0].height() < 290;
-    })) << click;
+      shown = columns();
+      return shown >= least && shown <= most;
+    })) << shown
+        << ": gauge and text, or a square";
+
+    const QString name = "org.kde.StatusNotifierWatcher";
+    const test::BusObject watcher{bus.connect("bar"), name, "/StatusNotifierWatcher", name};
+    const QStringList items = watcher.property("RegisteredStatusNotifierItems").toStringList();
+    const test::BusObject item{watcher.bus, items.value(0).section('/', 0, 0),
+                               "/StatusNotifierItem", "org.kde.StatusNotifierItem"};
+    std::vector<int> offered;
+    for (const auto& icon : qdbus_cast<QList<DBusPixmap>>(item.property("IconPixmap"))) {
+      offered.push_back(icon.height);
+    }
+    EXPECT_EQ(offered, heights);
+    for (const char* const click : {"Activate", "ContextMenu"}) {
+      (void)item.ask(click, {0, 0});
+      const std::vector<QSize> before = windows;
+      EXPECT_TRUE(eventually([&] {
+        windows = floatingWindows(sees("get_tree").object());
+        return windows.size() == 1 && windows != before && windows[0].height() < 290;
+      })) << click;
+    }
+    QDBusConnection::disconnectFromBus("bar");
   }
-  QDBusConnection::disconnectFromBus("bar");
   EXPECT_EQ(program->end(), "0");
 }
 
