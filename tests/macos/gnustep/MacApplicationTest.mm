@@ -4,16 +4,14 @@
 #include <fstream>
 #include <string>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "macos/MacApplication.h"
 #include "macos/MacText.h"
 #include "macos/gnustep/FakeSystem.h"
+#include "macos/gnustep/Program.h"
 #include "macos/gnustep/User.h"
 #include "support/CodexHome.h"
 
@@ -21,65 +19,7 @@ namespace marigold {
 namespace {
 
 using test::eventually;
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// The program itself, with what it says in a file.
-class Program {
- public:
-  explicit Program(std::vector<std::string> arguments = {}) {
-    (void)std::signal(SIGCHLD, SIG_DFL);  // GNUstep would take the status
-    posix_spawn_file_actions_t actions{};
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output_.c_str(),
-                                       O_WRONLY | O_CREAT | O_APPEND, 0600);
-    ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    arguments.insert(arguments.begin(), MARIGOLD_PROGRAM);
-    std::vector<char*> words;
-    for (std::string& word : arguments) {
-      words.push_back(word.data());
-    }
-    words.push_back(nullptr);
-    EXPECT_EQ(::posix_spawn(&process_, MARIGOLD_PROGRAM, &actions, nullptr, words.data(), environ),
-              0);
-    ::posix_spawn_file_actions_destroy(&actions);
-  }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
-  ~Program() {
-    ::kill(process_, SIGKILL);
-    (void)status(0);
-  }
-
-  [[nodiscard]] pid_t id() const { return process_; }
-  [[nodiscard]] std::string output() const { return contentOf(output_); }
-  /// Whether it says `text` before long.
-  [[nodiscard]] bool says(const std::string& text) const {
-    return eventually([&] { return output().find(text) != std::string::npos; });
-  }
-  /// How it ended: its exit status, or minus the number of the signal; -1000 if it has not.
-  [[nodiscard]] int status(double seconds = 20) {
-    (void)eventually(
-        [&] {
-          int status = 0;
-          if (!ended_ && ::waitpid(process_, &status, WNOHANG) == process_) {
-            ended_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-          }
-          return ended_.has_value();
-        },
-        seconds);
-    return ended_.value_or(-1000);
-  }
-
- private:
-  test::TemporaryDirectory directory_;
-  std::string output_ = directory_.path() + "/output";
-  pid_t process_ = -1;
-  std::optional<int> ended_;
-};
+using test::Program;
 
 TEST(MacApplication, LivesFromLaunchToEnd) {
   const std::string home = fromMac(NSHomeDirectory());
@@ -151,12 +91,12 @@ TEST(MacApplication, LivesFromLaunchToEnd) {
 
 TEST(MacProgram, EndsInOrderBySignalAndByItsMenu) {
   {
-    Program program;
+    Program program({MARIGOLD_PROGRAM});
     ASSERT_TRUE(program.says("launched (pid " + std::to_string(program.id()))) << program.output();
     ::kill(program.id(), SIGTERM);
     EXPECT_EQ(program.status(), 0) << program.output();
   }
-  Program program;
+  Program program({MARIGOLD_PROGRAM});
   ASSERT_TRUE(program.says("launched"));
   // A right click, and one on the menu's last row, which is there about.
   double row = 571;
@@ -170,10 +110,10 @@ TEST(MacProgram, EndsInOrderBySignalAndByItsMenu) {
 }
 
 TEST(MacProgram, AnswersOneShotModes) {
-  Program version({"--version"});
+  Program version({MARIGOLD_PROGRAM, "--version"});
   EXPECT_EQ(version.status(), 0);
   EXPECT_TRUE(version.output().starts_with("Marigold ")) << version.output();
-  Program check({"--selftest"});
+  Program check({MARIGOLD_PROGRAM, "--selftest"});
   EXPECT_EQ(check.status(60), 0);
   EXPECT_NE(check.output().find("SELFTEST PASS"), std::string::npos) << check.output();
 }
