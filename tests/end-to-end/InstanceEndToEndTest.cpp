@@ -1,6 +1,7 @@
 // Several starts of the built program by one user, and what the others ask of the one that runs.
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <deque>
 #include <filesystem>
@@ -9,9 +10,8 @@
 #include <vector>
 
 #include <QtDBus/QDBusConnection>
-#include <QtDBus/QDBusConnectionInterface>
 #include <QtDBus/QDBusMessage>
-#include <QtDBus/QDBusReply>
+#include <QtDBus/QDBusVirtualObject>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -73,6 +73,7 @@ TEST_F(Instance, IsFoundWhereverThereIsAPlaceAndStartsWithoutOne) {
     std::string place;  // none when it is empty
   };
   for (const Row& row : {Row{[] {}, place},
+                         Row{[&] { home.write("app.marigold.Marigold/instance.new", ""); }, place},
                          Row{[&] {
                                environment["XDG_RUNTIME_DIR"] =
                                    home.path() + "/" + std::string(120, 'x');
@@ -153,21 +154,25 @@ TEST_F(Instance, TellsTheStatusAcrossItsLives) {
   ChildProcess lines = start({"--status", "--follow"});
   EXPECT_EQ(follower.outputLine(""), "Codex 37%");
   EXPECT_EQ(lines.outputLine("").value_or("") + "\n", line);
-  ChildProcess first = start();
+  const ChildProcess first = start();
   EXPECT_TRUE(follower.outputLine("Codex 37%"));
   EXPECT_TRUE(lines.outputLine("Claude: Claude Code not detected"));
   EXPECT_THAT(told({"--status"}).first, testing::HasSubstr("not detected\n" + line));
+  EXPECT_EQ(told({"--quit"}).second, 0);
+  EXPECT_TRUE(lines.outputLine("Codex: 5h 37% used")) << "again, now without Claude";
+  ChildProcess second = start();
+  EXPECT_TRUE(lines.outputLine("Claude: Claude Code not detected"));
   codexSays(46, 13);
   EXPECT_TRUE(follower.outputLine("Codex 46%"));
   EXPECT_TRUE(lines.outputLine("Codex: 5h 46% used"));
 
-  first.tell(SIGSTOP);
+  second.tell(SIGSTOP);
   EXPECT_THAT(told({"--json"}).first, testing::HasSubstr(R"("text":"Codex 46%")"));
-  first.tell(SIGCONT);
-  first.tell(SIGKILL);
-  first.finish();
+  second.tell(SIGCONT);
+  second.tell(SIGKILL);
+  second.finish();
   EXPECT_TRUE(follower.outputLine("Codex 46%")) << "its own reading";
-  ChildProcess second = start();
+  ChildProcess third = start();
   EXPECT_TRUE(follower.outputLine("Codex 46%"));
   codexSays(47, 14);
   EXPECT_TRUE(follower.outputLine("Codex 47%"));
@@ -176,7 +181,7 @@ TEST_F(Instance, TellsTheStatusAcrossItsLives) {
   EXPECT_EQ(run({"/bin/sh", "-c", "$0 --json --follow | head -n 1 | wc -l", executable}).finish(),
             std::pair(std::string("1\n"), 0));
   EXPECT_EQ(told({"--quit"}).second, 0);
-  EXPECT_EQ(second.finish().second, 0);
+  EXPECT_EQ(third.finish().second, 0);
   EXPECT_EQ(run({"/bin/sh", "-c", "$0 --json --follow | head -n 1 | wc -l", executable}).finish(),
             std::pair(std::string("1\n"), 0));
 }
@@ -194,10 +199,22 @@ TEST_F(ClaudeInstance, AsksAnthropicAlone) {
     EXPECT_EQ(running.end(), "0");
   }
   says([](test::Visit& visit) { visit.say(answer("200 OK", "43")); });
-  const auto [printed, status] = start({"--status"}).finish();
-  EXPECT_THAT(printed, testing::StartsWith("Claude: 5h 42% used, data just now\n"));
+  home.write(preferences, R"({"visible.codex": false})");
+  EXPECT_EQ(start({"--status"}).finish().first, "Claude: 5h 42% used, data just now\n");
+  EXPECT_THAT(start({"--json"}).finish().first, testing::Not(testing::HasSubstr("codex")));
   EXPECT_EQ(server.connections(), 1);
 }
+
+// Somebody else under the program's name, who answers everything.
+class Other final : public QDBusVirtualObject {
+ public:
+  [[nodiscard]] QString introspect(const QString& /*path*/) const override { return {}; }
+  bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
+    ++calls;
+    return connection.send(message.createReply());
+  }
+  std::atomic<int> calls = 0;
+};
 
 TEST_F(Instance, HasANameOnTheBusThatComesBackWithIt) {
   test::PrivateBus bus(home);
@@ -226,7 +243,29 @@ TEST_F(Instance, HasANameOnTheBusThatComesBackWithIt) {
   environment["XDG_RUNTIME_DIR"] = home.path();
   bus.stop();
   EXPECT_EQ(told({}).second, 0) << "it is found by its socket";
+
+  // It stays, whoever was faster when the bus came back, and has the name when that one goes.
   bus.restart();
+  Other other;
+  QDBusConnection rival = bus.connect("former");
+  rival.registerVirtualObject("/app/marigold/Marigold", &other);
+  rival.registerService(name);
+  const auto waiting = [&] {
+    const QDBusMessage reply =
+        rival.call(QDBusMessage::createMethodCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                  "org.freedesktop.DBus", "ListQueuedOwners")
+                   << name);
+    return reply.arguments().value(0).toStringList();
+  };
+  EXPECT_TRUE(eventually([&] { return waiting().size() == 2; }));
+  for (int i = 0; i < 3; ++i) {
+    rival.call(
+        QDBusMessage::createMethodCall(waiting().back(), "/app/marigold/Marigold", name, "Status"));
+  }
+  QCoreApplication::processEvents();
+  EXPECT_EQ(other.calls, 0);
+  rival.unregisterService(name);
+  QDBusConnection::disconnectFromBus("former");
   EXPECT_TRUE(answers());
   EXPECT_EQ(call("Open"), "");
   EXPECT_EQ(first.finish(0).second, stillRuns);
