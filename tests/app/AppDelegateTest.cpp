@@ -96,12 +96,15 @@ TEST_F(AppDelegateTest, LaunchesInOrderAndDrawsOnlyWhatChangedAndWhenItChanges) 
   EXPECT_EQ(last().accessibilityValue, "Codex 5h 80%, updated just now");
   EXPECT_EQ(last().label, "80%");
   const std::size_t before = desk.shown.size();
+  const int measured = measurer.asked;
+  EXPECT_GT(measured, 0);
   advance(60);
   desk.onChange();
   EXPECT_EQ(desk.shown.size(), before) << "the same picture and words are not sent again";
   advance(30.5);
   EXPECT_EQ(last().tooltip, "Codex: 5h 80% used, updated 1m ago");
   EXPECT_EQ(desk.shown.size(), before + 1);
+  EXPECT_EQ(measurer.asked, measured) << "no image shows an age";
   loop.setDate(loop.date() + Seconds{7 * 86400.0});
   EXPECT_EQ(attention.tell(AttentionEvent::clockChange), 1);
   EXPECT_EQ(last().tooltip, "Codex: 5h window reset, no new reading yet");

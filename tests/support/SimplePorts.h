@@ -60,7 +60,10 @@ struct FixedLocalTimeText final : LocalTimeText {
 
 /// Every byte is 6 points wide; spaces beyond ASCII are one point.
 struct FixedTextMeasurer final : TextMeasurer {
+  mutable int asked = 0;
+
   [[nodiscard]] TextExtent measure(std::string_view text, const FontStyle& font) const override {
+    ++asked;
     const bool space = text == "\u2009" || text == "\u200A";
     return {.width = space ? 1 : 6.0 * static_cast<double>(text.size()),
             .ascent = font.size,
