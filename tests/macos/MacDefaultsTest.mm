@@ -48,7 +48,8 @@ TEST(MacDefaults, TellsOfWhatOthersStore) {
   MacEventLoop loop;
   FSEventsSource events("app.marigold.Marigold.fsevents");
   MacDefaults defaults;
-  defaults.set("b", false);
+  defaults.apply({{"b", false}, {"c", true}});
+  storeAsOther({"write", domain, "visible.codex", "early"});
   int told = 0;
   defaults.onChange = [&] { ++told; };
   defaults.follow(loop, events, macSurroundings().configuration);
@@ -66,9 +67,15 @@ TEST(MacDefaults, TellsOfWhatOthersStore) {
     turnUntil([&] { return defaults.text("visible.codex") == value && told == 1; });
     told = 0;
   };
+  turnUntil([&] { return told == 1; });  // what was stored before it followed
+  told = 0;
   storesOther("first");
-  defaults.set("b", true);
-  storeAsOther({"write", domain, "visible.codex", "first"});  // the file is another, no value is
+  defaults.apply({{"b", true}, {"c", {}}});
+  for (const char* value : {"passing", "first"}) {  // another file, but no other value
+    storeAsOther({"write", domain, "visible.codex", value});
+  }
+  [NSRunLoop.mainRunLoop runUntilDate:[NSDate dateWithTimeIntervalSinceNow:0.6]];
+  EXPECT_EQ(told, 0);
   storesOther("second");
   storeAsOther({"delete", domain, "visible.codex"});
   turnUntil([&] { return told == 1; });
