@@ -159,10 +159,11 @@ void paint(const Drawing& drawing, double scale) {
 }
 
 NSImage* imageOf(const Drawing& drawing, double scale) {
+  const Drawing kept = drawing;  // a block would keep a reference as one
   return [NSImage imageWithSize:NSMakeSize(drawing.size.width, drawing.size.height)
                         flipped:YES
                  drawingHandler:^BOOL(NSRect) {
-                   paint(drawing, scale);
+                   paint(kept, scale);
                    return YES;
                  }];
 }
