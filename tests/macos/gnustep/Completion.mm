@@ -36,6 +36,18 @@
   [view unlockFocus];
   NSImage* image = [[[self alloc] initWithSize:size] autorelease];
   [image addRepresentation:rep];
+  // Once more later, as the Mac does whenever it shows the picture anew.
+  void (^again)(void) = ^{
+    [window setContentView:view];  // which it keeps until then
+    [view lockFocus];
+    draw(bounds);
+    [view unlockFocus];
+  };
+  [NSTimer scheduledTimerWithTimeInterval:0
+                                  repeats:NO
+                                    block:^(NSTimer*) {
+                                      again();
+                                    }];
   return image;
 }
 - (void)setTemplate:(BOOL)isTemplate {
