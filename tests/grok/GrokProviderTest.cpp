@@ -325,7 +325,7 @@ TEST_F(GrokProviderTest, ScansLikeAWalkOfAllLinesWithAMemoAndWithout) {
   double now = 0;
   double ticks = 0;  // of the file system's clock; more than one append may fall into one
   int extended = 0;
-  for (int step = 0; step < 12'000; ++step) {
+  for (int step = 0; step < 4'000; ++step) {
     const unsigned event = random() % 32;
     if (event == 0) {
       content.resize(random() % (content.size() + 1));
@@ -355,7 +355,7 @@ TEST_F(GrokProviderTest, ScansLikeAWalkOfAllLinesWithAMemoAndWithout) {
     extended += scan.reachedFloor && content.size() > limits.searchBudget ? 1 : 0;
     memo = std::move(renewed);
   }
-  EXPECT_GT(extended, 500);
+  EXPECT_GT(extended, 150);
   const std::string line = billingLine("15", 10);  // across the border of two searched blocks
   for (std::size_t after = 16384 - line.size(); after < 16384; ++after) {
     home.write(line + std::string(after, 'x') + "\n");

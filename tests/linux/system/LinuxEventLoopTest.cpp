@@ -26,6 +26,16 @@ TEST(LinuxEventLoop, LeavesWhatATurnPostsToTheNext) {
   EXPECT_EQ(ran, 2);
 }
 
+TEST(LinuxEventLoop, CountsThroughSleep) {
+  const Linux subject;
+  std::string clocks;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
+    std::ifstream info(entry.path());
+    clocks.append(std::istreambuf_iterator<char>(info), {});
+  }
+  EXPECT_TRUE(clocks.contains("clockid: 7\n")) << "CLOCK_BOOTTIME";
+}
+
 TEST(LinuxEventLoop, TellsOfReadableDescriptorsAndWakesWhoWaitsForIt) {
   const auto before = test::openDescriptors();
   {
