@@ -38,10 +38,10 @@ class FSEventsStream final : public EventStream {
         FSEventStreamStop(stream_);
       }
       FSEventStreamInvalidate(stream_);
+      dispatch_sync(queue_, ^{
+                    });  // a delivery that had begun has ended: it still uses the stream
       FSEventStreamRelease(stream_);
     }
-    dispatch_sync(queue_, ^{
-                  });  // a delivery that had begun has ended
   }
 
   [[nodiscard]] bool isStarted() const { return started_; }

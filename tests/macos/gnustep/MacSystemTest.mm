@@ -141,10 +141,10 @@ TEST(FSEventsSource, MakesStreamsAsTheyMustBe) {
   stream.reset();
   EXPECT_EQ(fake::streamFlags, 0x17);
   EXPECT_EQ(fake::streamLatency, 0.5);
-  EXPECT_EQ(fake::streamCalls, "create schedule start stop invalidate release sync");
+  EXPECT_EQ(fake::streamCalls, "create schedule start stop invalidate sync release");
   fake::streamsStart = false;
   EXPECT_FALSE(source.open(place.path(), Seconds{0.5}, [](const auto&) {}));
-  EXPECT_EQ(fake::streamCalls, "create schedule start invalidate release sync");
+  EXPECT_EQ(fake::streamCalls, "create schedule start invalidate sync release");
   fake::streamsStart = true;
   EXPECT_THAT(fake::queueLabels, testing::ElementsAre("app.marigold.Marigold.fsevents",
                                                       "app.marigold.Marigold.fsevents"));
