@@ -34,7 +34,8 @@ MacObservation::MacObservation(NSNotificationCenter* center, NSNotificationName 
                                     object:nil
                                      queue:nil
                                 usingBlock:^(NSNotification*) {
-                                  notified();
+                                  const auto call = notified;  // it may end this
+                                  call();
                                 }]) {}
 
 MacObservation::~MacObservation() {
