@@ -1,5 +1,6 @@
 #include "macos/MacStatusBar.h"
 
+#include <algorithm>
 #include <utility>
 
 #import "macos/MacAction.h"
@@ -18,7 +19,8 @@ class MacStatusItem final : public StatusItem {
   explicit MacStatusItem(NSStatusItem* item)
       : item_(item),
         clicked_([[MGAction alloc] initWithWork:[this] { click(); }]),
-        appearance_(item.button, @"effectiveAppearance", [this] { groundChanged(); }) {
+        turned_([[MGAction alloc] initWithWork:[this] { groundChanged(); }]),
+        appearance_(item.button, @"effectiveAppearance", [this] { groundTurns(); }) {
     NSStatusBarButton* const button = item_.button;
     button.imagePosition = NSImageOnly;
     button.target = clicked_;
@@ -29,6 +31,7 @@ class MacStatusItem final : public StatusItem {
   MacStatusItem& operator=(const MacStatusItem&) = delete;
   ~MacStatusItem() override {
     clicked_.work = {};
+    turned_.work = {};
     [NSStatusBar.systemStatusBar removeStatusItem:item_];
   }
 
@@ -38,7 +41,7 @@ class MacStatusItem final : public StatusItem {
 
   void show(const StatusItemContent& content) override {
     NSStatusBarButton* const button = item_.button;
-    button.image = imageOf(content.mark, button.window.backingScaleFactor);
+    button.image = imageOf(content.mark, std::max(button.window.backingScaleFactor, 1.0));
     button.title = @"";
     button.toolTip = toMac(content.tooltip);
     button.accessibilityLabel = toMac(content.accessibilityLabel);
@@ -65,7 +68,16 @@ class MacStatusItem final : public StatusItem {
              .controlHeld = (event.modifierFlags & NSEventModifierFlagControl) != 0});
   }
 
-  void groundChanged() const {
+  // With several screens the system turns it to and fro while it draws the item for each bar: it is
+  // looked at in the next turn of the run loop, when it is the item's own again.
+  void groundTurns() {
+    if (!std::exchange(turns_, true)) {
+      [turned_ performSelectorOnMainThread:@selector(perform:) withObject:nil waitUntilDone:NO];
+    }
+  }
+
+  void groundChanged() {
+    turns_ = false;
     if (onGroundChange) {
       onGroundChange();
     }
@@ -73,6 +85,8 @@ class MacStatusItem final : public StatusItem {
 
   NSStatusItem* const item_;
   MGAction* const clicked_;
+  MGAction* const turned_;
+  bool turns_ = false;  // which `turned_` is on its way to tell
   const MacObservation appearance_;
 };
 

@@ -60,7 +60,7 @@ TEST(MacApplication, LivesFromLaunchToEnd) {
 
   NSImage* const before = button.image;
   button.appearance = [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
-  EXPECT_NE(button.image, before) << "drawn for the bar as it is";
+  EXPECT_TRUE(eventually([&] { return button.image != before; })) << "drawn for the bar as it is";
 
   [button performClick:nil];
   EXPECT_EQ(NSEvent.monitors, 1) << "the popover is open";

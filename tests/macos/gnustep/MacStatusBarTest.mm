@@ -59,10 +59,14 @@ TEST(MacStatusBar, ShowsOneItemAndTellsBothClicks) {
   EXPECT_EQ(item->ownGround(), DarkMenuBar::no);
   button.appearance = [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
   EXPECT_EQ(item->ownGround(), DarkMenuBar::yes);
-  EXPECT_EQ(grounds, 1);
+  button.appearance = [NSAppearance appearanceNamed:NSAppearanceNameAqua];
+  EXPECT_EQ(grounds, 0) << "in the middle of drawing nothing is drawn anew";
+  EXPECT_TRUE(eventually([&] { return grounds == 1; }));
+  button.appearance = [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
   item.reset();
   EXPECT_EQ(system.items.count, 0U);
   button.appearance = [NSAppearance appearanceNamed:NSAppearanceNameAqua];
+  test::serve(0.1);
   EXPECT_EQ(grounds, 1) << "nobody is told any more";
 }
 
