@@ -19,7 +19,11 @@
   return YES;
 }
 - (void)keyDown:(NSEvent*)event {
-  [self interpretKeyEvents:@[ event ]];
+  if ([event.charactersIgnoringModifiers isEqualToString:@"\x1b"]) {
+    [self interpretKeyEvents:@[ event ]];
+  } else {
+    [super keyDown:event];  // such as Tab, which the window knows but as a command nobody does
+  }
 }
 - (void)cancelOperation:(id)sender {
   (void)sender;
