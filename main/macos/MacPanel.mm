@@ -117,7 +117,8 @@ void MacPanel::keys() {
 }
 
 void MacPanel::take(const PopoverContent& content) {
-  if (content.theme != content_.theme) {
+  // The first one too: a popover without would look like the menu bar that it points at.
+  if (content.theme != content_.theme || view_.appearance == nil) {
     cards_.clear();
     rows_.clear();
     view_.appearance =
