@@ -69,6 +69,7 @@ class MacPanel final {
   Rows rows_;
   std::set<std::string> open_;  ///< cards whose disclosure is open, and rows whose details are
   std::string asked_;           ///< the row whose question is asked
+  bool headerStands_ = false;   ///< the header shows what the content says
   bool openedFirst_ = false;    ///< the first row with details has been opened by itself
   double height_ = 0;
 };

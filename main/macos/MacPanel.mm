@@ -57,6 +57,12 @@ NSView* viewCalled(NSString* identifier, NSView* root) {
   return nil;
 }
 
+// What goes may be what is being used: it is let go of in the next turn of the run loop.
+void letGoLater(NSArray<NSView*>* views) {
+  NSMutableArray<NSView*>* const kept = [views mutableCopy];
+  [kept performSelectorOnMainThread:@selector(removeAllObjects) withObject:nil waitUntilDone:NO];
+}
+
 }  // namespace
 
 MacPanel::MacPanel(bool paintsGround)
@@ -127,6 +133,9 @@ void MacPanel::take(const PopoverContent& content) {
                                           : NSAppearanceNameAqua];
   }
   const bool turnsPage = content.page != content_.page;
+  headerStands_ = headerStands_ && !turnsPage && content.theme == content_.theme &&
+                  content.refresh == content_.refresh && content.header == content_.header &&
+                  content.settings.title == content_.settings.title;
   content_ = content;
   show();
   if (turnsPage) {
@@ -153,8 +162,12 @@ void MacPanel::show() {
 }
 
 void MacPanel::showHeader() {
+  if (std::exchange(headerStands_, true)) {
+    return;
+  }
   const PopoverHeader& header = content_.header;
   const bool onCards = content_.page == Page::cards;
+  letGoLater(header_.subviews);
   header_.subviews = @[];
   const auto show = [showPage = content_.showPage](Page page) {
     return [showPage, page] { showPage(static_cast<int>(page)); };
@@ -295,9 +308,7 @@ NSView* MacPanel::makeSection(const SettingsSection& section,
 }
 
 void MacPanel::stack(NSArray<NSView*>* views, double gap) {
-  // What goes may be what is being used: it is let go of in the next turn of the run loop.
-  NSMutableArray<NSView*>* const before = [page_.subviews mutableCopy];
-  [before performSelectorOnMainThread:@selector(removeAllObjects) withObject:nil waitUntilDone:NO];
+  letGoLater(page_.subviews);
   if (![page_.subviews isEqualToArray:views]) {
     page_.subviews = views;
   }

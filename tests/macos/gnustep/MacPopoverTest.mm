@@ -105,6 +105,8 @@ TEST_F(MacPopoverTest, ShowsCardsAsValuesAndKeepsWhatStaysTheSame) {
     return [view.accessibilityLabel isEqualToString:@"5h, 42 percent"] != NO;
   });
   ASSERT_NE(spoken, nil);
+  EXPECT_TRUE([root().appearance.name isEqualToString:NSAppearanceNameAqua])
+      << "its own, else it would have the menu bar's";
   EXPECT_TRUE(spoken.accessibilityElement);
   for (NSView* part in spoken.subviews) {
     EXPECT_FALSE(part.accessibilityElement) << "a row is spoken as one";
@@ -134,7 +136,9 @@ TEST_F(MacPopoverTest, ShowsCardsAsValuesAndKeepsWhatStaysTheSame) {
   EXPECT_FALSE(button(@"refresh").enabled);
   EXPECT_EQ(find(root(), @"button Try Again"), kept);
   content.cards[0].plan = "Pro";
+  NSView* const gear = button(@"settings");
   showContent();
+  EXPECT_EQ(button(@"settings"), gear);
   EXPECT_NE(find(root(), @"button Try Again"), kept);
   EXPECT_EQ(NSApp.keyWindow.firstResponder, find(root(), @"button Try Again"))
       << "the keyboard stays where it was";
