@@ -49,7 +49,7 @@ std::expected<std::string, Ending> ask(const OwnedDescriptor& socket, std::strin
     answer += more;
     return true;
   });
-  if (ending != Ending::theirs || answer.empty()) {
+  if (ending != Ending::theirs || !answer.ends_with('\n')) {
     return std::unexpected(ending);
   }
   return answer;

@@ -51,18 +51,23 @@ std::optional<int> join(InstanceSeat& seat, const Environment& environment, Log&
   return std::nullopt;
 }
 
-int quit(const InstanceSeat& seat, Log& log) {
-  const OwnedDescriptor socket = seat.connect();
-  if (!socket.isOpen()) {
-    log.note("does not run");
-    return EXIT_SUCCESS;
+// It has ended when nobody has the seat: one that has many callers, or is stuck, hears no more.
+int quit(InstanceSeat& seat, Log& log) {
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    if (seat.take() != InstanceSeat::Taken::elsewhere) {
+      if (attempt == 0) {
+        log.note("does not run");
+      }
+      return EXIT_SUCCESS;
+    }
+    const auto answer = ask(seat.connect(), instanceRequest::quit, quitPatience);
+    if (!answer && answer.error() == Ending::silence) {
+      break;
+    }
+    (void)::poll(nullptr, 0, pause.count());
   }
-  const auto answer = ask(socket, instanceRequest::quit, quitPatience);
-  if (!answer && answer.error() == Ending::silence) {
-    log.error("does not end");
-    return EXIT_FAILURE;
-  }
-  return EXIT_SUCCESS;
+  log.error("does not end");
+  return EXIT_FAILURE;
 }
 
 }  // namespace

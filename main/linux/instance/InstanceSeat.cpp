@@ -59,17 +59,20 @@ InstanceSeat::InstanceSeat(const Environment& environment, const Surroundings& s
     : path_(baseDirectory(environment, surroundings) + "/" + surroundings.bundleIdentifier) {}
 
 InstanceSeat::~InstanceSeat() {
-  if (lock_.isOpen()) {
-    (void)::unlinkat(open(false).get(), socketName, 0);
+  struct stat status = {};
+  // Where the directory was swept, another one's socket may lie by now.
+  if (lock_.isOpen() && ::fstat(lock_.get(), &status) == 0 && status.st_nlink > 0) {
+    (void)::unlinkat(directory_.get(), socketName, 0);
   }
 }
 
 InstanceSeat::Taken InstanceSeat::take() {
-  const OwnedDescriptor directory = open(true);
-  OwnedDescriptor lock(directory.isOpen()
-                           ? ::openat(directory.get(), lockName,
-                                      O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR)
-                           : -1);
+  OwnedDescriptor directory = open(true);
+  // The sticky bit keeps it from those who clean runtime directories.
+  OwnedDescriptor lock(directory.isOpen() ? ::openat(directory.get(), lockName,
+                                                     O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
+                                                     S_IRUSR | S_IWUSR | S_ISVTX)
+                                          : -1);
   if (!lock.isOpen()) {
     return Taken::unavailable;
   }
@@ -80,6 +83,7 @@ InstanceSeat::Taken InstanceSeat::take() {
     return Taken::unavailable;
   }
   lock_ = std::move(lock);
+  directory_ = std::move(directory);
   return Taken::here;
 }
 

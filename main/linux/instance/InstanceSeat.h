@@ -42,6 +42,7 @@ class InstanceSeat {
 
   std::string path_;
   OwnedDescriptor lock_{-1};
+  OwnedDescriptor directory_{-1};  // of the lock
   OwnedDescriptor listener_{-1};
 };
 

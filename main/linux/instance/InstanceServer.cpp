@@ -18,6 +18,8 @@ namespace {
 
 // All are of the user; the bounds are for mistakes.
 constexpr std::size_t mostCallers = 64;
+constexpr std::ptrdiff_t mostFollowers = 48;  // the others have one question each
+constexpr Seconds descriptorPause{1};
 constexpr std::size_t longestRequest = 4096;
 
 bool isOfThisUser(int socket) {
@@ -66,8 +68,18 @@ void InstanceServer::tellFollowers() {
 
 void InstanceServer::accept() {
   OwnedDescriptor socket(::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!socket.isOpen() || !isOfThisUser(socket.get()) || callers_.size() >= mostCallers) {
+  if (!socket.isOpen() && (errno == EMFILE || errno == ENFILE)) {
+    // Who waits would be reported without end.
+    loop_.unwatch(listener_);
+    again_ =
+        loop_.callAfter(descriptorPause, [this] { loop_.watch(listener_, [this] { accept(); }); });
+  }
+  if (!socket.isOpen() || !isOfThisUser(socket.get())) {
     return;
+  }
+  if (callers_.size() >= mostCallers) {
+    leave(
+        std::ranges::find_if(callers_, [](const auto& each) { return !each.second.news; })->first);
   }
   const int key = socket.get();
   callers_.emplace(key, Caller{.socket = std::move(socket)});
@@ -100,7 +112,9 @@ void InstanceServer::answer(Caller& caller, std::string_view request) {
   const int key = caller.socket.get();
   if (request.starts_with(followRequest)) {
     request.remove_prefix(followRequest.size());
-    caller.news = onFollow ? onFollow(request) : nullptr;
+    const auto others =
+        std::ranges::count_if(callers_, [](const auto& each) { return bool(each.second.news); });
+    caller.news = onFollow && others < mostFollowers ? onFollow(request) : nullptr;
     if (!caller.news || !send(key, caller.news())) {
       leave(key);
     }

@@ -43,6 +43,7 @@ class InstanceServer final : public InstanceDoor {
   LinuxEventLoop& loop_;
   int listener_;
   std::map<int, Caller> callers_;  // by descriptor
+  Timer again_;
 };
 
 }  // namespace marigold

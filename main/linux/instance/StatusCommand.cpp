@@ -59,9 +59,9 @@ StatusReport ownReport(const Surroundings& surroundings, const Environment& envi
 // Waits for an instance to come; whether somebody still reads what is printed.
 class Arrivals {
  public:
-  explicit Arrivals(const InstanceSeat& seat)
-      : directory_(seat.directory()), events_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    const std::string path = "/proc/self/fd/" + std::to_string(directory_.get());
+  explicit Arrivals(const InstanceSeat& seat) : events_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    const OwnedDescriptor directory = seat.directory();  // held, its end would not be told
+    const std::string path = "/proc/self/fd/" + std::to_string(directory.get());
     (void)::inotify_add_watch(events_.get(), path.c_str(), IN_MOVED_TO);
   }
 
@@ -76,7 +76,6 @@ class Arrivals {
   }
 
  private:
-  OwnedDescriptor directory_;
   OwnedDescriptor events_;
 };
 
@@ -89,9 +88,13 @@ Followed followInstance(StatusForm form, const InstanceSeat& seat) {
     return Followed::nobody;
   }
   Followed followed = Followed::nobody;
-  const Ending ending = listen(socket, forEver, true, [&followed](std::string_view news) {
+  std::string line;  // as far as it has come
+  const Ending ending = listen(socket, forEver, true, [&](std::string_view news) {
     followed = Followed::instance;
-    return print(news);
+    const std::size_t whole = line.append(news).rfind('\n') + 1;
+    const bool printed = print(std::string_view(line).substr(0, whole));
+    line.erase(0, whole);
+    return printed;
   });
   return ending == Ending::ours ? Followed::toTheEnd : followed;
 }
@@ -109,9 +112,9 @@ int printStatus(StatusForm form, const InstanceSeat& seat, const Surroundings& s
 
 int followStatus(StatusForm form, const InstanceSeat& seat, const Surroundings& surroundings,
                  const Environment& environment) {
-  Arrivals arrivals(seat);  // from before the first look for an instance on
   StatusNews own(form);
   for (;;) {
+    Arrivals arrivals(seat);  // from before the look for an instance on
     const Followed followed = followInstance(form, seat);
     if (followed == Followed::instance) {
       own = StatusNews(form);
