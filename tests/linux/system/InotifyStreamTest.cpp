@@ -213,14 +213,17 @@ TEST_F(InotifyStreamTest, SaysOnceThatTheSystemHasNothingToWatchWith) {
   rlimit usual{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
   const rlimit none{.rlim_cur = 0, .rlim_max = usual.rlim_max};
-  for (const std::size_t said : {1U, 2U}) {
+  // A sanitizer takes descriptors to find out about an object, the first time.
+  Log& known = log;
+  known.error("");
+  for (const std::size_t said : {2U, 3U}) {
+    EXPECT_TRUE(source.open(temporary.path(), Seconds{0}, [](const auto&) {}));
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
     for (int i = 0; i < 3; ++i) {
       EXPECT_FALSE(source.open(temporary.path(), Seconds{0}, [](const auto&) {}));
     }
     EXPECT_EQ(log.lines.size(), said);
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
-    EXPECT_TRUE(source.open(temporary.path(), Seconds{0}, [](const auto&) {}));
   }
 }
 
