@@ -1,13 +1,11 @@
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QSocketNotifier>
-#include <fontconfig/fontconfig.h>
 #include <unistd.h>
 
 #include "MarigoldApp.h"
@@ -112,10 +110,9 @@ int main(int argc, char** argv) {
 
   EndingSignals::block();
   StandardErrorLog log;
-  std::optional<IcuLocalTimeText> localTime;
+  std::unique_ptr<IcuLocalTimeText> localTime;
   const Toolkit toolkit(words, environment, log, [&] {
-    localTime.emplace(timeLocale(environment));
-    FcInit();  // the toolkit's fonts
+    localTime = std::make_unique<IcuLocalTimeText>(timeLocale(environment));
   });
   return run(environment, surroundings, log, *localTime, toolkit, seat.listener(),
              command.mode == Command::Mode::open);

@@ -33,9 +33,9 @@ bool opens(std::string platform, Environment environment) {
   environment.erase("SESSION_MANAGER");                   // which it must not join
   environment["DBUS_SESSION_BUS_ADDRESS"] = "disabled:";  // nor wait for a bus
   environment["QT_LOGGING_RULES"] = "*=false";            // nobody reads it
-  ::clearenv();
+  ::clearenv();  // NOLINT(concurrency-mt-unsafe): this copy has a single thread
   for (const auto& [name, value] : environment) {
-    ::setenv(name.c_str(), value.c_str(), 1);
+    ::setenv(name.c_str(), value.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): as above
   }
   std::array<std::string, 2> texts{"marigold", "-platform"};
   std::array<char*, 4> words{texts[0].data(), texts[1].data(), platform.data(), nullptr};

@@ -25,7 +25,7 @@ constexpr std::string_view busFlag = "--open-bus";
 
 }  // namespace
 
-Trial::Trial(const std::function<bool()>& works) : copy_(-1), end_(-1) {
+Trial::Trial(const std::function<bool()>& works) : end_(-1) {
   std::array<int, 2> pipe{-1, -1};
   if (::pipe2(pipe.data(), O_CLOEXEC) < 0) {
     return;
@@ -36,6 +36,9 @@ Trial::Trial(const std::function<bool()>& works) : copy_(-1), end_(-1) {
   if (copy_ == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (nowhere < 0) {
+      ::_exit(EXIT_FAILURE);
+    }
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
       ::dup2(nowhere, stream);
     }

@@ -39,7 +39,7 @@ class Trial {
   [[nodiscard]] ProbeAnswer answer(Seconds patience);
 
  private:
-  pid_t copy_;           // -1 when there is none
+  pid_t copy_ = -1;      // -1 when there is none
   OwnedDescriptor end_;  // of a pipe that only the copy keeps open
 };
 

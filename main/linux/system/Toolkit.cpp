@@ -1,6 +1,7 @@
 #include "linux/system/Toolkit.h"
 
 #include <QtWidgets/QApplication>
+#include <fontconfig/fontconfig.h>
 
 #include "linux/system/BusLink.h"
 #include "linux/system/DisplayProbe.h"
@@ -12,7 +13,10 @@ Toolkit::Toolkit(std::span<char*> arguments, const Environment& environment, Log
                  const std::function<void()>& meanwhile)
     : arguments_(arguments.begin(), arguments.end()) {
   Trial bus([&] { return opensBus(sessionBusAddress(environment)); });
-  auto platforms = usablePlatforms(environment, log, meanwhile);
+  auto platforms = usablePlatforms(environment, log, [&] {
+    meanwhile();
+    FcInit();  // the fonts that the application asks for
+  });
   hasSessionBus_ = sessionBusAnswers(bus);
   hasDisplay_ = platforms.has_value();
   if (hasDisplay_) {
@@ -28,6 +32,7 @@ Toolkit::Toolkit(std::span<char*> arguments, const Environment& environment, Log
     QApplication::setQuitOnLastWindowClosed(false);
   } else {
     application_ = std::make_unique<QCoreApplication>(count_, arguments_.data());
+    FcFini();
   }
 }
 
