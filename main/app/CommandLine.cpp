@@ -144,10 +144,8 @@ CommandHelp commandHelp() {
       .purpose = "Marigold shows how much of your allowance with Claude, Codex and Grok is spent.",
       .description =
           "Without a flag it runs until it is told to quit; where it runs already, its popover "
-          "opens "
-          "instead. Without a display it prints, at each change of the mark, its tooltip, a line "
-          "per "
-          "window, and then its texts.",
+          "opens instead. Without a display it prints, at each change of the mark, its tooltip, a "
+          "line per window, and then its texts.",
       .flags = {},
       .afterFlags = "After the path of a picture of the popover, dark or light chooses its colors.",
       .environment = {{.name = "CODEX_HOME",

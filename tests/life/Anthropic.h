@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -89,14 +90,14 @@ struct Pace {
 
 /// How a read of the login and the request after it go.
 struct Weather {
-  std::optional<KeychainReadError::Kind> readError = {};
+  std::optional<KeychainReadError::Kind> readError;
   bool expired = false;  // the login
   int status = 200;      // 0: no answer
-  std::string body = {};
+  std::string_view body;
   double holdOff = 0;
   bool endsSuccess = false;
 };
-inline const std::array weathers{
+inline constexpr std::array weathers{
     Weather{},
     Weather{.readError = KeychainReadError::Kind::locked},
     Weather{.readError = KeychainReadError::Kind::timedOut},
@@ -160,7 +161,7 @@ class Anthropic final : public HTTPTransport {
   }
 
   std::optional<HTTPAnswer> send(HTTPRequest /*request*/) override {
-    HTTPAnswer answer{.status = weather_->status, .body = weather_->body};
+    HTTPAnswer answer{.status = weather_->status, .body = std::string(weather_->body)};
     if (answer.status == 0) {
       pace.hearNothing(now(), weather_->expired);
       return {};

@@ -20,7 +20,7 @@ namespace marigold::test {
 /// What the tools of Codex and Grok, and others, do to their files; and what must be known of them.
 class ToolFiles {
  public:
-  ToolFiles(Luck& luck, const std::string& home) : luck_(luck), home_(home) {
+  ToolFiles(Luck& luck, std::string home) : luck_(luck), home_(std::move(home)) {
     std::filesystem::create_directories(sessions_);
     std::filesystem::create_directories(logs_);
     std::ofstream(log_).flush();

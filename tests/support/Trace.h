@@ -27,6 +27,11 @@ inline std::vector<std::string> tracing(const std::string& file) {
           file};
 }
 
+inline bool isAtOrBelow(std::string_view below, std::string_view above) {
+  return below.starts_with(above) &&
+         (below.size() == above.size() || above.ends_with('/') || below[above.size()] == '/');
+}
+
 /// What a trace shows besides paths at, below or above `places`, sockets in files, and connections
 /// to `peer`, the port of a server on loopback, by programs that were started through a descriptor.
 inline std::set<std::string> unexpected(const std::string& trace,
@@ -35,14 +40,11 @@ inline std::set<std::string> unexpected(const std::string& trace,
   static const std::regex call(R"(^(\d+) +(\w+)\((.*))");
   static const std::regex path(R"re((?:<([^>]*)>, )?"((?:[^"\\]|\\.)*)")re");
   const auto expected = [&](const std::string& name) {
-    const auto within = [](std::string_view below, std::string_view above) {
-      return below.starts_with(above) &&
-             (below.size() == above.size() || above.ends_with('/') || below[above.size()] == '/');
-    };
     return std::ranges::any_of(places, [&](const std::string& place) {
-      return within(name, place) || within(place, name);
+      return isAtOrBelow(name, place) || isAtOrBelow(place, name);
     });
   };
+  const std::string port = "htons(" + peer + ")";
   std::set<std::string> found;
   std::set<std::string> helpers;  // ids of processes
   std::istringstream lines(trace);
@@ -57,12 +59,11 @@ inline std::set<std::string> unexpected(const std::string& trace,
     if (constexpr std::array sockets{"socket", "connect", "bind", "listen"};
         std::ranges::find(sockets, name) != sockets.end()) {
       const bool local = arguments.contains("AF_UNIX") || arguments.contains("AF_NETLINK");
-      const bool asks =
-          helpers.contains(id) &&
-          (name == "socket" || (name == "connect" && arguments.contains("htons(" + peer + ")") &&
-                                arguments.contains("127.0.0.1")));
+      const bool asks = helpers.contains(id) &&
+                        (name == "socket" || (name == "connect" && arguments.contains(port) &&
+                                              arguments.contains("127.0.0.1")));
       if (name == "listen" ? !arguments.contains("<UNIX") : !local && !asks) {
-        found.insert(name + "(" + arguments);
+        found.insert(std::string(name).append("(").append(arguments));
       }
       continue;
     }
