@@ -137,6 +137,9 @@ void MacPanel::take(const PopoverContent& content) {
                   content.refresh == content_.refresh && content.header == content_.header &&
                   content.settings.title == content_.settings.title;
   content_ = content;
+  if (turnsPage) {
+    asked_.clear();  // what was asked is not asked again as the page comes back
+  }
   show();
   if (turnsPage) {
     scrollToTop();

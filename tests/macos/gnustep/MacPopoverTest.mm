@@ -210,10 +210,13 @@ TEST_F(MacPopoverTest, UsesNativeControlsAndShowsWhatBecameOfTheirUse) {
 
   [static_cast<NSButton*>(find(root(), @"claude details")) performClick:nil];
   EXPECT_EQ(find(root(), @"claude.window"), nil) << "the first details were open by themselves";
+  [titled(@"Clear…") performClick:nil];
   test::xdotool("key Escape");
   EXPECT_TRUE(eventually([&] { return find(root(), @"settings") != nil; })) << "Escape leads back";
   EXPECT_TRUE(popover.isShown());
   EXPECT_EQ(used.back(), "page 0");
+  showContent(PopoverContent::Page::settings);
+  EXPECT_NE(titled(@"Clear…"), nil) << "what was asked is not asked again";
 }
 
 }  // namespace
